@@ -1,0 +1,71 @@
+// The application record: the state of the running program. There is one, in main.cpp; everything else is
+// handed a pointer to it. It owns its strings, disks, mount entries and icons; widgets belong to the window
+// description.
+#pragma once
+
+#include "common/disk.h"
+#include "common/mount.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <list>
+#include <string>
+
+typedef struct _GladeXML GladeXML;
+typedef struct _GtkWidget GtkWidget;
+typedef struct _GdkPixbuf GdkPixbuf;
+
+// 1 while the marks differ from the saved template.
+extern std::int32_t files_changed;
+extern std::int32_t sectors_changed;
+
+constexpr std::size_t path_buf_size = 1024;
+
+struct app {
+    GladeXML *xml = nullptr;
+    GtkWidget *window = nullptr; // parent of the dialogs
+    GtkWidget *report = nullptr;
+    GtkWidget *progress_window = nullptr;
+    GtkWidget *progressbar = nullptr;
+    std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
+
+    std::list<std::string> missing_files; // files of the saved template that were not found, newest first
+    std::list<disk> disks;                // in the firmware's disk order
+    std::string tmpdir;                   // temporary mount directory of this run, "/tmp/tarnel%d"
+    std::string pelva_db_path;            // template directory as a Linux path
+    std::list<mount_entry> mounts;        // in the order they were made
+    std::uint64_t pelva_db_dev = 0;       // st_dev of the template directory
+    mount_entry *pelva_db_mt = nullptr;   // the entry in `mounts` that holds the template directory
+    std::string pelva_db_mountpoint;      // mount directory under which the template directory lies
+    const char *short_path = nullptr;     // inside pelva_db_path: the path from its partition's root
+    char separator = 0;                   // of the firmware's paths on that partition: '/' or '\'
+    std::int32_t use_removable = 0;
+
+    GdkPixbuf *folder_normal = nullptr; // one reference each, null when the image could not be loaded
+    GdkPixbuf *folder_marked = nullptr;
+    GdkPixbuf *file_normal = nullptr;
+    GdkPixbuf *file_marked = nullptr;
+    GdkPixbuf *disk_normal = nullptr;
+    GdkPixbuf *disk_marked = nullptr;
+
+    std::uint32_t total_files_selected = 0;
+    std::uint64_t total_files_size = 0; // bytes
+    GtkWidget *total_files_selected_label = nullptr;
+    GtkWidget *total_files_size_label = nullptr;
+
+    char path_buf[path_buf_size] = {}; // path of the row that a tree walk is visiting
+    char *path_end = nullptr;          // inside path_buf: where the next component goes
+    GtkWidget *filebrowser = nullptr;
+
+    std::uint32_t total_sectors_selected = 0;
+    std::uint64_t total_sectors_size = 0; // bytes, 512 per sector
+    GtkWidget *total_sectors_selected_label = nullptr;
+    GtkWidget *total_sectors_size_label = nullptr;
+    GtkWidget *diskbrowser = nullptr;
+
+    GtkWidget *file_report = nullptr;
+    GtkWidget *sector_report = nullptr;
+
+    std::FILE *fsnon = nullptr; // name and check file: both open while a template is written,
+    std::FILE *fsncv = nullptr; // both null otherwise
+};

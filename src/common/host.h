@@ -1,0 +1,19 @@
+// The two doors to the machine that a test may replace: where fixed paths begin, and who runs shell
+// commands. In the product both are the machine itself; no option or environment variable changes them.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+// The path to open for a fixed path such as "/proc/mounts": the path itself in the product.
+// Only for opening; records, rows and messages keep the real names.
+[[nodiscard]] std::string host_path(std::string_view path);
+
+// Runs a command through the C library's `system` and returns its exit status; -1 when the shell could not
+// be started or the command was killed.
+[[nodiscard]] int run_command(const std::string &command);
+
+// For tests only. An empty root or runner restores the machine itself.
+void set_host_root(std::string root);
+void set_command_runner(std::function<int(const std::string &)> runner);

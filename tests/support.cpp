@@ -1,0 +1,98 @@
+#include "support.h"
+
+#include "common/host.h"
+#include "common/owned.h"
+#include "trace_log.h"
+
+#include <array>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <regex>
+
+scratch_directory::scratch_directory()
+{
+    std::string name = testing::TempDir() + "tarnel-test-XXXXXX";
+    path_ = mkdtemp(name.data());
+}
+
+scratch_directory::~scratch_directory()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::filesystem::path scratch_directory::write(const std::string &name, std::string_view content) const
+{
+    const std::filesystem::path file = path_ / name;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+    return file;
+}
+
+replaced_host::replaced_host(const std::filesystem::path &root)
+{
+    set_host_root(root.string());
+}
+
+replaced_host::~replaced_host()
+{
+    set_host_root("");
+}
+
+recorded_commands::recorded_commands()
+{
+    set_command_runner([this](const std::string &command) {
+        commands.push_back(command);
+        return status ? status(command) : 0;
+    });
+}
+
+recorded_commands::~recorded_commands()
+{
+    set_command_runner(nullptr);
+}
+
+captured_trace::captured_trace()
+{
+    trace_enabled = 1;
+    testing::internal::CaptureStderr();
+}
+
+captured_trace::~captured_trace()
+{
+    messages();
+}
+
+std::string captured_trace::messages()
+{
+    if (!captured_)
+        return "";
+    captured_ = false;
+    trace_enabled = 0;
+    std::fflush(stderr);
+    return std::regex_replace(testing::internal::GetCapturedStderr(), std::regex(R"(\[src/\S+ \d+ \w+\] )"),
+                              "");
+}
+
+std::string run_tool(const std::string &command)
+{
+    const std::string with_errors = "{ " + command + "\n} 2>&1";
+    std::string output;
+    std::FILE *pipe = popen(with_errors.c_str(), "r");
+    if (!pipe) {
+        ADD_FAILURE() << "cannot start: " << command;
+        return output;
+    }
+    std::array<char, 65536> block;
+    for (std::size_t got; (got = std::fread(block.data(), 1, block.size(), pipe)) > 0;)
+        output.append(block.data(), got);
+    const int status = pclose(pipe);
+    EXPECT_EQ(status, 0) << command << "\n" << output;
+    return output;
+}
+
+bool have_tool(const std::string &name)
+{
+    // NOLINTNEXTLINE: a fixed set of tool names, in tests only.
+    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
