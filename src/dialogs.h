@@ -1,0 +1,18 @@
+// The four dialogs through which the program talks to the user. Modal over the parent; they return GTK's
+// response codes (Escape gives GTK_RESPONSE_DELETE_EVENT). Titles and texts come already translated.
+#pragma once
+
+typedef struct _GtkWidget GtkWidget;
+
+void dialog_ok(GtkWidget *parent, const char *title, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+[[nodiscard]] int dialog_yes_no(GtkWidget *parent, const char *title, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+[[nodiscard]] int dialog_yes_no_cancel(GtkWidget *parent, const char *title, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// The question is shown verbatim; the formatted text goes below it into a scrolled area.
+[[nodiscard]] int dialog_yes_no_list(GtkWidget *parent, const char *title, const char *question,
+                                     const char *format, ...) __attribute__((format(printf, 4, 5)));
