@@ -1,7 +1,75 @@
+// Entry only: the order in which the program comes up, and its exit statuses.
 #include "app.h"
+#include "common/host.h"
+#include "common/misc.h"
+#include "common/owned.h"
+#include "i18n.h"
+#include "main_window.h"
+#include "trace_log.h"
 
-int main()
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <gtk/gtk.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *lock_file = "/var/lock/gtk-tarnel";
+constexpr const char *window_icon = "/usr/share/gtk-tarnel/gtk-tarnel.png";
+
+struct app the_app;
+
+void on_exit_cleanup()
 {
-    static struct app app;
-    return app.xml == nullptr ? 0 : 1;
+    app_cleanup(&the_app);
+    static_cast<void>(run_command("/bin/rm -f /var/log/gtk-tarnel"));
+}
+
+void bind_texts()
+{
+    bindtextdomain(TEXT_DOMAIN, "/usr/share/locale/");
+    bind_textdomain_codeset(TEXT_DOMAIN, "UTF-8");
+    gtk_set_locale();
+    textdomain(TEXT_DOMAIN);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    bind_texts();
+    if (geteuid() != 0) {
+        std::fprintf(stderr, "%s\n", _("Only root can run this program"));
+        return EXIT_FAILURE;
+    }
+    // Closed on exec: a file system daemon started by mount must not keep the lock after us.
+    owned_fd lock(open(lock_file, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (!lock)
+        return EXIT_FAILURE;
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        lock.reset();
+        std::fprintf(stderr, "%s\n", _("Application gtk-tarnel is already running"));
+        return EXIT_SUCCESS;
+    }
+    const char *trace = std::getenv("TRACE_PELVA");
+    trace_enabled = trace && std::strcmp(trace, "1") == 0;
+    trace_log("Tracing and message logging enabled.");
+
+    if (app_init(&the_app) != 0)
+        return EXIT_FAILURE;
+    std::atexit(on_exit_cleanup);
+
+    gtk_init(&argc, &argv);
+    gtk_window_set_default_icon_from_file(window_icon, nullptr);
+    if (app_init_gui(&the_app) != 0)
+        return EXIT_FAILURE;
+    warn_missing_board(&the_app);
+    gtk_widget_show(the_app.window);
+    gtk_main();
+    lock.reset();
+    return EXIT_SUCCESS;
 }

@@ -1,0 +1,166 @@
+#include "dialogs.h"
+
+#include "common/owned.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <gtk/gtk.h>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using buttons = std::vector<std::pair<const char *, int>>;
+
+// A text wider than this is wrapped, so that no message leaves the screen.
+constexpr int message_width_chars = 90;
+// The scrolled list grows with its text up to this size, in pixels.
+constexpr int list_max_width = 640;
+constexpr int list_max_height = 320;
+constexpr int border = 12;
+
+const buttons yes_no = {{GTK_STOCK_YES, GTK_RESPONSE_YES}, {GTK_STOCK_NO, GTK_RESPONSE_NO}};
+
+GtkWidget *make_dialog(GtkWidget *parent, const char *title, const buttons &choices)
+{
+    GtkWidget *dialog = gtk_dialog_new_with_buttons(title, parent ? GTK_WINDOW(parent) : nullptr,
+                                                    GTK_DIALOG_MODAL, nullptr, nullptr);
+    for (const auto &[stock, response] : choices)
+        gtk_dialog_add_button(GTK_DIALOG(dialog), stock, response);
+    GtkWindow *window = GTK_WINDOW(dialog);
+    gtk_window_set_resizable(window, FALSE);
+    // A parent that is not on the screen yet has no centre to speak of.
+    const bool parent_shown = parent && gtk_widget_get_visible(parent);
+    gtk_window_set_position(window, parent_shown ? GTK_WIN_POS_CENTER_ON_PARENT : GTK_WIN_POS_CENTER);
+    gtk_window_set_decorated(window, TRUE);
+    gtk_window_set_deletable(window, FALSE);
+    gtk_container_set_border_width(GTK_CONTAINER(dialog), border / 2);
+    gtk_box_set_spacing(GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog))), border);
+    return dialog;
+}
+
+// File names are bytes; a label takes UTF-8 only.
+GtkWidget *make_label(const char *text)
+{
+    const owned_gchar shown(g_utf8_make_valid(text, -1));
+    GtkWidget *label = gtk_label_new(shown.get());
+    gtk_label_set_selectable(GTK_LABEL(label), FALSE);
+    return label;
+}
+
+GtkWidget *make_message_label(const char *text)
+{
+    GtkWidget *label = make_label(text);
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    gtk_label_set_line_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
+    gtk_label_set_max_width_chars(GTK_LABEL(label), message_width_chars);
+    gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.5F);
+    gtk_misc_set_padding(GTK_MISC(label), border, border);
+    return label;
+}
+
+int run_and_destroy(GtkWidget *dialog)
+{
+    const int response = gtk_dialog_run(GTK_DIALOG(dialog));
+    gtk_widget_destroy(dialog);
+    return response;
+}
+
+int ask(GtkWidget *parent, const char *title, const buttons &choices, const char *format,
+        std::va_list arguments) __attribute__((format(printf, 4, 0)));
+
+int ask(GtkWidget *parent, const char *title, const buttons &choices, const char *format,
+        std::va_list arguments)
+{
+    GtkWidget *dialog = make_dialog(parent, title, choices);
+    const owned_gchar text(g_strdup_vprintf(format, arguments));
+    GtkWidget *label = make_message_label(text.get());
+    gtk_container_add(GTK_CONTAINER(gtk_dialog_get_content_area(GTK_DIALOG(dialog))), label);
+    gtk_widget_show(label);
+    return run_and_destroy(dialog);
+}
+
+// The list as labels below each other. The text layout takes time that grows with the square of a label's
+// lines: 10,000 lines cost seconds in one label, and nothing to speak of in pieces of this many.
+GtkWidget *make_detail(std::string_view text)
+{
+    constexpr int lines_per_label = 100;
+    GtkWidget *box = gtk_vbox_new(FALSE, 0);
+    for (std::size_t begin = 0; begin <= text.size();) {
+        std::size_t end = begin;
+        for (int line = 0; line < lines_per_label && end != std::string_view::npos; ++line)
+            end = text.find('\n', line == 0 ? begin : end + 1);
+        const std::string piece(text.substr(begin, end == std::string_view::npos ? end : end - begin));
+        GtkWidget *label = make_label(piece.c_str());
+        gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.0F);
+        gtk_box_pack_start(GTK_BOX(box), label, FALSE, FALSE, 0);
+        begin = end == std::string_view::npos ? text.size() + 1 : end + 1;
+    }
+    gtk_widget_show_all(box);
+    return box;
+}
+
+// A scrolled window around the list, as large as the list until that becomes too large for a dialog.
+GtkWidget *make_list_area(GtkWidget *detail)
+{
+    GtkWidget *scrolled = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
+    gtk_scrolled_window_add_with_viewport(GTK_SCROLLED_WINDOW(scrolled), detail);
+    GtkRequisition needed;
+    gtk_widget_size_request(detail, &needed);
+    constexpr int room_for_scroll_bar = 32;
+    gtk_widget_set_size_request(scrolled, std::min(needed.width + room_for_scroll_bar, list_max_width),
+                                std::min(needed.height + room_for_scroll_bar, list_max_height));
+    return scrolled;
+}
+
+} // namespace
+
+void dialog_ok(GtkWidget *parent, const char *title, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    ask(parent, title, {{GTK_STOCK_OK, GTK_RESPONSE_OK}}, format, arguments);
+    va_end(arguments);
+}
+
+int dialog_yes_no(GtkWidget *parent, const char *title, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int response = ask(parent, title, yes_no, format, arguments);
+    va_end(arguments);
+    return response;
+}
+
+int dialog_yes_no_cancel(GtkWidget *parent, const char *title, const char *format, ...)
+{
+    buttons choices = yes_no;
+    choices.emplace_back(GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL);
+    va_list arguments;
+    va_start(arguments, format);
+    const int response = ask(parent, title, choices, format, arguments);
+    va_end(arguments);
+    return response;
+}
+
+int dialog_yes_no_list(GtkWidget *parent, const char *title, const char *question, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const owned_gchar text(g_strdup_vprintf(format, arguments));
+    va_end(arguments);
+
+    GtkWidget *dialog = make_dialog(parent, title, yes_no);
+    GtkWidget *question_label = make_message_label(question);
+    GtkWidget *scrolled = make_list_area(make_detail(text.get()));
+
+    GtkBox *content = GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog)));
+    gtk_box_pack_start(content, question_label, TRUE, TRUE, 0);
+    gtk_box_pack_start(content, scrolled, TRUE, TRUE, 0);
+    gtk_widget_show(question_label);
+    gtk_widget_show(scrolled);
+    return run_and_destroy(dialog);
+}

@@ -1,0 +1,205 @@
+#include "main_window.h"
+
+#include "app.h"
+#include "callbacks.h"
+#include "common/board.h"
+#include "common/host.h"
+#include "dialogs.h"
+#include "diskbrowser.h"
+#include "filebrowser.h"
+#include "i18n.h"
+#include "infobrowser.h"
+#include "report.h"
+#include "trace_log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <glade/glade.h>
+#include <gtk/gtk.h>
+
+namespace {
+
+constexpr const char *glade_file = "/usr/share/gtk-tarnel//gtk-tarnel.glade";
+
+struct tree_icon {
+    const char *file;
+    GdkPixbuf *app::*field;
+};
+
+constexpr tree_icon tree_icons[] = {
+    {"/usr/share/gtk-tarnel//images/folder_normal.png", &app::folder_normal},
+    {"/usr/share/gtk-tarnel//images/folder_marked.png", &app::folder_marked},
+    {"/usr/share/gtk-tarnel//images/file_normal.png", &app::file_normal},
+    {"/usr/share/gtk-tarnel//images/file_marked.png", &app::file_marked},
+    {"/usr/share/gtk-tarnel//images/disk_normal.png", &app::disk_normal},
+    {"/usr/share/gtk-tarnel//images/disk_marked.png", &app::disk_marked},
+};
+
+struct handler {
+    const char *name;
+    GCallback function;
+};
+
+const handler handlers[] = {
+    {"delete_event", G_CALLBACK(delete_event)},
+    {"on_close", G_CALLBACK(on_close)},
+    {"on_files_save_clicked", G_CALLBACK(on_files_save_clicked)},
+    {"on_sectors_save_clicked", G_CALLBACK(on_sectors_save_clicked)},
+    {"on_files_clear_clicked", G_CALLBACK(on_files_clear_clicked)},
+    {"on_sectors_clear_clicked", G_CALLBACK(on_sectors_clear_clicked)},
+    {"on_files_default_clicked", G_CALLBACK(on_files_default_clicked)},
+    {"on_sectors_default_clicked", G_CALLBACK(on_sectors_default_clicked)},
+    {"on_report_button_clicked", G_CALLBACK(on_report_button_clicked)},
+};
+
+// An image that cannot be loaded leaves its field empty; the tree then shows rows without it.
+void load_pixbufs(struct app *app)
+{
+    for (const tree_icon &icon : tree_icons)
+        app->*icon.field = gdk_pixbuf_new_from_file(host_path(icon.file).c_str(), nullptr);
+}
+
+void free_pixbufs(struct app *app)
+{
+    for (const tree_icon &icon : tree_icons) {
+        if (app->*icon.field)
+            g_object_unref(app->*icon.field);
+        app->*icon.field = nullptr;
+    }
+}
+
+void connect_signals(struct app *app)
+{
+    for (const handler &h : handlers)
+        glade_xml_signal_connect_data(app->xml, h.name, h.function, app);
+}
+
+// Gives the named widgets that exist the width of the widest of them. `names` ends with a null.
+void equalize_widths(GladeXML *xml, const char *const *names)
+{
+    gint widest = -1;
+    for (const char *const *name = names; *name; ++name) {
+        if (GtkWidget *widget = glade_xml_get_widget(xml, *name)) {
+            GtkAllocation allocation;
+            gtk_widget_get_allocation(widget, &allocation);
+            widest = std::max(widest, allocation.width);
+        }
+    }
+    for (const char *const *name = names; *name; ++name) {
+        if (GtkWidget *widget = glade_xml_get_widget(xml, *name))
+            gtk_widget_set_size_request(widget, widest, -1);
+    }
+}
+
+[[noreturn]] void end_with_failure()
+{
+    gtk_exit(EXIT_FAILURE);
+    std::abort(); // not reached: GTK declares its exit without saying that it does not return
+}
+
+// Loads the description and everything of it that this module uses itself.
+bool load_windows(struct app *app)
+{
+    app->xml = glade_xml_new(host_path(glade_file).c_str(), nullptr, TEXT_DOMAIN);
+    if (!app->xml) {
+        trace_log("Cannot load glade file, aborting");
+        return false;
+    }
+    load_pixbufs(app);
+    connect_signals(app);
+    app->progress_window = glade_xml_get_widget(app->xml, "progress_window");
+    app->progressbar = glade_xml_get_widget(app->xml, "progressbar");
+    if (!app->progress_window || !app->progressbar) {
+        trace_log("Cannot find progress widget, aborting");
+        return false;
+    }
+    app->window = glade_xml_get_widget(app->xml, "window");
+    static constexpr const char *pages[] = {"vbox_files", "vbox_sectors", "vbox_info", nullptr};
+    equalize_widths(app->xml, pages);
+    return true;
+}
+
+bool init_pages(struct app *app)
+{
+    if (!filebrowser_init(app)) {
+        std::puts("Cannot initialize file browser, aborting");
+        trace_log("Cannot initialize file browser, aborting");
+        return false;
+    }
+    if (!diskbrowser_init(app)) {
+        trace_log("Cannot initialize disk browser, aborting");
+        return false;
+    }
+    static_cast<void>(infobrowser_init(app)); // it always succeeds
+    if (!report_init(app)) {
+        trace_log("Cannot initialize report browser, aborting");
+        return false;
+    }
+    return true;
+}
+
+bool keeps_running(int response)
+{
+    return response == GTK_RESPONSE_CANCEL || response == GTK_RESPONSE_DELETE_EVENT;
+}
+
+} // namespace
+
+int app_init_gui(struct app *app)
+{
+    trace_log("* Enter");
+    if (!load_windows(app) || !init_pages(app)) {
+        trace_log("* Failed");
+        end_with_failure();
+    }
+    trace_log("* Success");
+    return 0;
+}
+
+void warn_missing_board(struct app *app)
+{
+    if (pvisCard() == 0)
+        return;
+    trace_log("Pelva device is not found");
+    dialog_ok(app->window, _("Warning"), "%s", _("Pelva device is not found."));
+}
+
+int confirm_save_changes(struct app *app)
+{
+    const int response = dialog_yes_no_cancel(app->window, _("Confirm"), "%s",
+                                              _("In data model were changes made. Save it before exiting?"));
+    if (response == GTK_RESPONSE_YES) {
+        // Each save clears its own flag; one that could not be written keeps it.
+        on_files_save_clicked(nullptr, app);
+        on_sectors_save_clicked(nullptr, app);
+    } else if (response == GTK_RESPONSE_NO) {
+        files_changed = 0;
+        sectors_changed = 0;
+    }
+    return response;
+}
+
+int delete_event(GtkWidget *, GdkEvent *, struct app *app)
+{
+    std::puts("Delete event occurred");
+    if (!files_changed && !sectors_changed)
+        return FALSE;
+    // A template that could not be saved keeps the window too: closing it would lose the marks.
+    return keeps_running(confirm_save_changes(app)) || files_changed || sectors_changed;
+}
+
+void on_close(GtkWidget *, struct app *app)
+{
+    std::puts("Destroy signal was sent");
+    if ((!files_changed && !sectors_changed) || !keeps_running(confirm_save_changes(app)))
+        gtk_main_quit();
+}
+
+void app_cleanup(struct app *app)
+{
+    filebrowser_release(app);
+    diskbrowser_release(app);
+    umount_partitions(app);
+    free_pixbufs(app);
+}

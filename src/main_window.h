@@ -1,0 +1,24 @@
+// The main window: window description, icons, handlers, exit question, and what shutdown releases.
+#pragma once
+
+struct app;
+typedef struct _GtkWidget GtkWidget;
+typedef union _GdkEvent GdkEvent;
+
+// Builds all windows. Returns 0; on any failure it ends the process with status 1 through GTK's own exit.
+[[nodiscard]] int app_init_gui(struct app *app);
+
+// Warns, over the main window, when the board library finds no board.
+void warn_missing_board(struct app *app);
+
+// Close request of the main window: true keeps the window.
+int delete_event(GtkWidget *widget, GdkEvent *event, struct app *app);
+
+// Destruction of the main window: ends the main loop unless the user cancels.
+void on_close(GtkWidget *widget, struct app *app);
+
+// Asks whether to save unsaved marks, does what the user chose and returns the response.
+[[nodiscard]] int confirm_save_changes(struct app *app);
+
+// Releases the browsers, unmounts what the program mounted and drops the icons.
+void app_cleanup(struct app *app);

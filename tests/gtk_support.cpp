@@ -1,0 +1,82 @@
+#include "gtk_support.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+bool have_display()
+{
+    static const bool started = gtk_init_check(nullptr, nullptr);
+    return started;
+}
+
+void settle()
+{
+    while (gtk_events_pending())
+        gtk_main_iteration();
+}
+
+namespace {
+
+void collect(GtkWidget *widget, gpointer data)
+{
+    auto *dialog = static_cast<seen_dialog *>(data);
+    if (GTK_IS_BUTTON(widget)) {
+        GtkAllocation place;
+        gtk_widget_get_allocation(widget, &place);
+        const char *name = gtk_button_get_label(GTK_BUTTON(widget));
+        dialog->buttons.emplace(place.x, name ? name : "?");
+    } else if (GTK_IS_LABEL(widget)) {
+        dialog->text += std::string(gtk_label_get_text(GTK_LABEL(widget))) + "\n";
+    } else if (GTK_IS_CONTAINER(widget)) {
+        gtk_container_foreach(GTK_CONTAINER(widget), collect, data);
+    }
+}
+
+GtkWidget *open_dialog()
+{
+    GList *windows = gtk_window_list_toplevels();
+    GtkWidget *found = nullptr;
+    for (GList *at = windows; at; at = at->next) {
+        auto *window = static_cast<GtkWidget *>(at->data);
+        if (GTK_IS_DIALOG(window) && gtk_widget_get_mapped(window))
+            found = window;
+    }
+    g_list_free(windows);
+    return found;
+}
+
+} // namespace
+
+answered_dialogs::answered_dialogs(std::vector<int> responses)
+    : responses_(std::move(responses)), timer_(g_timeout_add(10, look, this))
+{
+}
+
+answered_dialogs::~answered_dialogs()
+{
+    g_source_remove(timer_);
+}
+
+gboolean answered_dialogs::look(gpointer data)
+{
+    auto *self = static_cast<answered_dialogs *>(data);
+    GtkWidget *dialog = open_dialog();
+    if (!dialog)
+        return TRUE;
+    seen_dialog record = {gtk_window_get_title(GTK_WINDOW(dialog)), "", {}, 0, 0};
+    collect(gtk_dialog_get_content_area(GTK_DIALOG(dialog)), &record);
+    gtk_window_get_size(GTK_WINDOW(dialog), &record.width, &record.height);
+    self->seen.push_back(record);
+    if (self->inspect)
+        self->inspect(dialog);
+    int response = GTK_RESPONSE_DELETE_EVENT;
+    if (!self->responses_.empty()) {
+        response = self->responses_.front();
+        self->responses_.erase(self->responses_.begin());
+    }
+    if (response == GTK_RESPONSE_DELETE_EVENT)
+        g_signal_emit_by_name(dialog, "close");
+    else
+        gtk_dialog_response(GTK_DIALOG(dialog), response);
+    return TRUE;
+}
