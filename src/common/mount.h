@@ -1,11 +1,11 @@
-// Mounting: the kernel's mount table, the partitions that the program mounts for itself under a private
-// temporary directory, and their undoing.
+// Mounting: the partitions that the program mounts for itself under a private temporary directory, and their
+// undoing. Lookups in the kernel's mount table are in mount_table.h.
 #pragma once
 
 #include "common/disk.h"
+#include "common/mount_table.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 // One usable partition, with the directory under which its files are seen.
@@ -18,22 +18,7 @@ struct mount_entry {
     std::int32_t mounted = 0; // 1 when this program mounted it and must unmount it at exit
 };
 
-// One line of /proc/mounts.
-struct mount_data {
-    std::string device;
-    std::string directory;
-    std::string type;
-    std::string options;
-};
-
 struct app;
-
-// The mount whose directory is the longest prefix of the path; nothing when there is none or the mount table
-// cannot be read.
-[[nodiscard]] std::optional<mount_data> mount_data_find(const std::string &path);
-
-// The first mount directory whose st_dev is the device number.
-[[nodiscard]] std::optional<std::string> find_mountpoint_for_device(std::uint64_t dev);
 
 // Unmounts and removes what an earlier run left behind.
 void umount_rm_tmpdir();

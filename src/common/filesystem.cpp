@@ -1,0 +1,133 @@
+#include "common/filesystem.h"
+
+#include "trace_log.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <magic.h>
+#include <memory>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <type_traits>
+#include <unistd.h>
+
+namespace {
+
+struct known_file_system {
+    std::uint32_t magic;
+    const char *trace_text;
+};
+
+// f_type values of statfs(2).
+constexpr std::array<known_file_system, 9> known_file_systems = {{
+    {0x137D, "File system: ext"},
+    {0xEF51, "File system: ext2"},
+    {0xEF53, "File system: ext2/ext3"}, // and ext4
+    {0x4006, "File system: fat"},
+    {0x4D44, "File system: msdos"},
+    {0x5346544E, "File system: ntfs"},
+    {0x65735546, "File system: ntfs"}, // FUSE: mounted through ntfs-3g
+    {0x00011954, "File system: ufs"},
+    {0x54190100, "File system: ufs"}, // byte-swapped
+}};
+
+struct magic_closer {
+    void operator()(magic_t cookie) const { magic_close(cookie); }
+};
+using owned_magic = std::unique_ptr<std::remove_pointer_t<magic_t>, magic_closer>;
+
+} // namespace
+
+std::uint32_t check_fs_type(const std::string &path)
+{
+    struct statfs status;
+    if (statfs(path.c_str(), &status) != 0)
+        return 0;
+    const auto magic = static_cast<std::uint32_t>(status.f_type);
+    trace_log("File %s has FS type: 0x%x", path.c_str(), magic);
+    for (const known_file_system &known : known_file_systems) {
+        if (known.magic == magic) {
+            trace_log("%s", known.trace_text);
+            return magic;
+        }
+    }
+    return 0;
+}
+
+int check_mime_type(const std::string &path, const std::string &expected)
+{
+    trace_log("* Enter");
+    int answer = 0;
+    const owned_magic cookie(magic_open(MAGIC_MIME));
+    if (cookie && magic_load(cookie.get(), nullptr) == 0) {
+        // Null when the file cannot be read.
+        const char *description = magic_file(cookie.get(), path.c_str());
+        trace_log("textual description of %s : %s", path.c_str(), description ? description : "");
+        answer = description && std::string_view(description).find(expected) != std::string_view::npos;
+    }
+    trace_log("* Exit");
+    return answer;
+}
+
+int check_symlink(const std::string &path)
+{
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1)) {
+        const std::string directory = path.substr(0, slash);
+        trace_log("Check directory:  %s", directory.c_str());
+        std::array<char, 256> target;
+        if (readlink(directory.c_str(), target.data(), target.size()) >= 0) {
+            trace_log("Find symlink:  %s", directory.c_str());
+            trace_log("* Exit");
+            return 0;
+        }
+    }
+    return 1;
+}
+
+int is_symlink(const std::string &path, mode_t mode)
+{
+    if (S_ISLNK(mode)) {
+        trace_log("File %s is symbol link", path.c_str());
+        return 0;
+    }
+    trace_log("File %s is not symbol link", path.c_str());
+    return 1;
+}
+
+int is_directory(const std::string &path, mode_t mode)
+{
+    if (S_ISDIR(mode)) {
+        trace_log("File %s is directory", path.c_str());
+        return 0;
+    }
+    trace_log("File %s is not directory", path.c_str());
+    return 1;
+}
+
+int is_regular(const std::string &path, mode_t mode)
+{
+    if (S_ISREG(mode)) {
+        trace_log("File %s is regular file", path.c_str());
+        return 0;
+    }
+    trace_log("File %s is not regular file", path.c_str());
+    return 1;
+}
+
+const char *static_sprintf(const char *format, ...)
+{
+    static std::array<char, 1024> buffer;
+    buffer.fill('\0');
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(buffer.data(), buffer.size(), format, arguments);
+    va_end(arguments);
+    return buffer.data();
+}
+
+int has_prefix(std::string_view text, std::string_view prefix)
+{
+    return text.starts_with(prefix) ? 1 : 0;
+}
