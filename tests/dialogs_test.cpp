@@ -82,6 +82,7 @@ TEST(dialogs, scroll_a_list_of_ten_thousand_lines)
     };
     EXPECT_EQ(dialog_yes_no_list(nullptr, "Confirm", "Delete?", "%s", list.c_str()), -9);
     ASSERT_EQ(user.seen.size(), 1U);
+    EXPECT_EQ(user.seen[0].text, "Delete?\n" + list + "\n");
     EXPECT_LE(user.seen[0].height, 600);
     EXPECT_GT(scrollable, 300);
 }
