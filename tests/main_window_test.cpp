@@ -1,0 +1,189 @@
+// The main window: what a damaged description does to the start, the exit question, and that nothing is cut
+// off.
+#include "main_window.h"
+
+#include "app.h"
+#include "gtk_support.h"
+#include "support.h"
+#include "trace_log.h"
+
+#include <fstream>
+#include <glade/glade.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <sstream>
+
+namespace {
+
+std::string description()
+{
+    std::stringstream text;
+    text << std::ifstream(DATA_DIR "/gtk-tarnel.glade").rdbuf();
+    return text.str();
+}
+
+// A machine whose window description is the given text; it has no disks.
+struct installed {
+    explicit installed(const std::string &glade) : host(root.path())
+    {
+        root.write("usr/share/gtk-tarnel/gtk-tarnel.glade", glade);
+        root.write("proc/mounts", "");
+    }
+    scratch_directory root;
+    replaced_host host;
+};
+
+// Runs the set-up in a process of its own, as a start does; it ends with the status of the process.
+void start_with(const std::string &glade)
+{
+    if (!have_display())
+        std::exit(9);
+    const installed machine(glade);
+    struct app app;
+    trace_enabled = 1;
+    std::exit(app_init_gui(&app) == 0 ? 0 : 8);
+}
+
+TEST(main_window_death, a_description_that_lacks_something_ends_the_start)
+{
+    NEED_DISPLAY();
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const struct {
+        const char *missing;
+        const char *traced;
+    } cases[] = {
+        {"progress_window", "Cannot find progress widget, aborting"},
+        {"progressbar", "Cannot find progress widget, aborting"},
+        {"filebrowser", "Cannot initialize file browser, aborting"},
+        {"total_files_size", "Cannot initialize file browser, aborting"},
+        {"diskbrowser", "Cannot initialize disk browser, aborting"},
+        {"total_sectors_selected", "Cannot initialize disk browser, aborting"},
+        {"report", "Cannot initialize report browser, aborting"},
+        {"sector_report", "Cannot initialize report browser, aborting"},
+        {"report_save_button", "Cannot initialize report browser, aborting"},
+    };
+    for (const auto &c : cases) {
+        const std::string id = "id=\"" + std::string(c.missing) + "\"";
+        const std::string damaged = std::regex_replace(description(), std::regex(id), "id=\"gone\"");
+        ASSERT_NE(damaged, description()) << c.missing;
+        EXPECT_EXIT(start_with(damaged), testing::ExitedWithCode(1), c.traced) << c.missing;
+    }
+    EXPECT_EXIT(start_with("<glade-interface><widget"), testing::ExitedWithCode(1),
+                "Cannot load glade file, aborting");
+    EXPECT_EXIT(start_with(description()), testing::ExitedWithCode(0), "app_init_gui\\] \\* Success");
+}
+
+class main_window : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        NEED_DISPLAY();
+        app.pelva_db_path = templates.path().string();
+        app.short_path = "/pelva";
+        app.separator = '/';
+        app.mounts.emplace_back().letter = 'C';
+        app.pelva_db_mt = &app.mounts.back();
+        ASSERT_EQ(app_init_gui(&app), 0);
+    }
+    void TearDown() override
+    {
+        if (app.window)
+            gtk_widget_destroy(app.window);
+        files_changed = sectors_changed = 0;
+    }
+
+    bool saved(const char *name) const { return std::filesystem::exists(templates.path() / name); }
+
+    scratch_directory templates;
+    installed machine{description()};
+    struct app app;
+};
+
+TEST_F(main_window, asks_before_it_closes_over_unsaved_marks)
+{
+    const struct {
+        int files, sectors; // flags
+        int response;       // of the user; 0 when nothing may be asked
+        bool keeps, saves;
+        int flags_after;
+    } cases[] = {
+        {0, 0, 0, false, false, 0},
+        {1, 0, GTK_RESPONSE_CANCEL, true, false, 1},
+        {0, 1, GTK_RESPONSE_DELETE_EVENT, true, false, 1},
+        {1, 1, GTK_RESPONSE_NO, false, false, 0},
+        {0, 1, GTK_RESPONSE_YES, false, true, 0},
+    };
+    for (const auto &c : cases) {
+        files_changed = c.files;
+        sectors_changed = c.sectors;
+        answered_dialogs user({c.response});
+        EXPECT_EQ(delete_event(app.window, nullptr, &app), c.keeps);
+        EXPECT_EQ(user.seen.size(), c.response ? 1U : 0U);
+        EXPECT_EQ(files_changed | sectors_changed, c.flags_after);
+        EXPECT_EQ(saved("bootfile.nam"), c.saves);
+        EXPECT_EQ(saved("bootsect.chk"), c.saves);
+    }
+}
+
+TEST_F(main_window, stays_when_the_marks_cannot_be_saved)
+{
+    app.pelva_db_path += "/gone";
+    files_changed = 1;
+    answered_dialogs user({GTK_RESPONSE_YES, GTK_RESPONSE_OK, GTK_RESPONSE_OK});
+    EXPECT_TRUE(delete_event(app.window, nullptr, &app));
+    EXPECT_EQ(files_changed, 1);
+}
+
+TEST_F(main_window, ends_the_loop_when_it_is_destroyed)
+{
+    answered_dialogs user({});
+    g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);
+    gtk_main();
+    app.window = nullptr;
+    EXPECT_TRUE(user.seen.empty());
+}
+
+TEST_F(main_window, every_button_has_its_handler)
+{
+    for (const char *name :
+         {"files_save", "files_clear", "files_default", "sectors_save", "sectors_clear", "sectors_default",
+          "report_button", "report_save_button", "report_close_button"}) {
+        GtkWidget *button = glade_xml_get_widget(app.xml, name);
+        ASSERT_NE(button, nullptr) << name;
+        const guint clicked = g_signal_lookup("clicked", GTK_TYPE_BUTTON);
+        EXPECT_TRUE(g_signal_has_handler_pending(button, clicked, 0, TRUE)) << name;
+    }
+}
+
+TEST(main_window_layout, fits_a_small_screen_with_texts_half_as_long_again)
+{
+    NEED_DISPLAY();
+    std::string longer;
+    const std::string text = description();
+    const std::regex translatable("translatable=\"yes\">([^<]*)<");
+    std::size_t done = 0;
+    for (std::sregex_iterator at(text.begin(), text.end(), translatable), end; at != end; ++at) {
+        const std::string message = (*at)[1];
+        const auto stop = static_cast<std::size_t>(at->position(1) + at->length(1));
+        longer += text.substr(done, stop - done) + std::string(message.size() / 2, 'w');
+        done = stop;
+    }
+    longer += text.substr(done);
+    const installed machine(longer);
+    GladeXML *xml = glade_xml_new((machine.root.path() / "usr/share/gtk-tarnel/gtk-tarnel.glade").c_str(),
+                                  nullptr, nullptr);
+    ASSERT_NE(xml, nullptr);
+    for (const char *name : {"window", "report", "progress_window"}) {
+        GtkWidget *window = glade_xml_get_widget(xml, name);
+        gtk_widget_show(window);
+        settle();
+        GtkRequisition needed;
+        gtk_widget_size_request(window, &needed);
+        EXPECT_LE(needed.width, 1000) << name; // the frame of a window manager takes some of 1024x768
+        EXPECT_LE(needed.height, 720) << name;
+        gtk_widget_destroy(window);
+    }
+    g_object_unref(xml);
+}
+
+} // namespace

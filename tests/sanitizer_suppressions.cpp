@@ -1,0 +1,20 @@
+// What the sanitizers find inside libraries of others, named one by one. Linked into every test program, so
+// that it holds however the program is started.
+
+extern "C" {
+
+const char *__asan_default_suppressions();
+const char *__lsan_default_suppressions();
+
+const char *__asan_default_suppressions()
+{
+    // While it is loaded, libparted searches the kernel's command line one byte beyond its buffer.
+    return "interceptor_via_fun:ped_disk_gpt_init\n";
+}
+
+const char *__lsan_default_suppressions()
+{
+    // Its font patterns live until the process ends.
+    return "leak:libfontconfig.so\n";
+}
+}
