@@ -1,0 +1,37 @@
+// Reads a disk's partition table with libparted. The library ends or overruns its process on some damaged
+// tables, so it runs in a child process with limits on time and memory, which cannot open anything for
+// writing and which hands plain values back.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct table_entry {
+    std::int32_t number = 0;
+    std::int32_t type = 0;              // libparted's: 0 normal, 1 logical, 2 extended
+    std::int64_t start = 0, length = 0; // in logical sectors
+    bool boot = false, lvm = false, swap = false;
+    std::optional<std::string> fs_name;
+};
+
+struct partition_table {
+    bool openable = true; // false: libparted could not open the device
+    std::string path;     // libparted's name for the device; the name that was asked for when it gave none
+    std::string model;
+    std::int64_t sector_size = 0;                       // logical, in bytes
+    std::uint64_t length = 0;                           // whole disk, in logical sectors
+    std::int32_t cylinders = 0, heads = 0, sectors = 0; // BIOS geometry
+    std::string type;                                   // "msdos", "gpt", ...; empty when no table was read
+    std::vector<table_entry> entries;                   // without free space and metadata, in table order
+    std::string failure;                                // why no table was read, for the trace
+};
+
+enum class table_depth { device_only, whole_table };
+
+// Everything that can be learned about a device within the time. Never changes the device. Facts that were
+// not reached (no table, the reader died or hung) stay at their defaults; `failure` then says why.
+[[nodiscard]] partition_table read_partition_table(const std::string &device, table_depth depth,
+                                                   std::chrono::milliseconds time = std::chrono::seconds(30));

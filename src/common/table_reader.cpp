@@ -1,0 +1,200 @@
+#include "common/table_reader.h"
+
+#include "common/owned.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <parted/parted.h>
+#include <span>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+
+namespace {
+
+constexpr rlim_t cpu_seconds = 10;
+constexpr rlim_t stack_bytes = 8 << 20;
+constexpr rlim_t memory_bytes = 256 << 20; // beyond what the process has mapped when it starts
+
+constexpr int report_fd = 3;
+
+void put_text(std::span<char> field, const char *text)
+{
+    if (text)
+        std::snprintf(field.data(), field.size(), "%s", text);
+}
+
+void send(const table_record &r)
+{
+    ssize_t written;
+    do {
+        written = write(report_fd, &r, sizeof(r));
+    } while (written < 0 && errno == EINTR);
+    if (written != sizeof(r))
+        _exit(1);
+}
+
+void send_kind(record_kind kind)
+{
+    table_record r{};
+    r.kind = kind;
+    send(r);
+}
+
+// Answers what carries on with the data as they are: never "fix", "yes" or "retry". A read error offers to
+// retry or ignore; ignoring it would parse a buffer that was never filled.
+PedExceptionOption answer(PedException *exception)
+{
+    table_record r{};
+    r.kind = record_kind::message;
+    put_text(r.text, exception->message);
+    send(r);
+
+    const unsigned options = exception->options;
+    if (options & PED_EXCEPTION_RETRY)
+        return PED_EXCEPTION_CANCEL;
+    for (const PedExceptionOption harmless : {PED_EXCEPTION_IGNORE, PED_EXCEPTION_NO, PED_EXCEPTION_OK}) {
+        if (options & harmless)
+            return harmless;
+    }
+    return options & PED_EXCEPTION_CANCEL ? PED_EXCEPTION_CANCEL : PED_EXCEPTION_UNHANDLED;
+}
+
+// libparted opens disks for reading and writing, and for reading only when that fails; to flush their caches
+// it opens partitions for writing, too. Here this always fails: nothing can be written, and udev, which
+// watches devices for the closing of a writer, does not scan them all again. On a kernel without filters the
+// answers above are what keeps libparted from writing.
+void forbid_opening_for_writing()
+{
+    constexpr std::uint32_t low_half = std::endian::native == std::endian::big ? 4 : 0;
+    constexpr std::uint32_t openat_flags = offsetof(seccomp_data, args[2]) + low_half;
+    std::array<sock_filter, 6> program = {{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 2),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, openat_flags),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_WRONLY | O_RDWR, 1, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EROFS),
+    }};
+    const sock_fprog filter = {program.size(), program.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter);
+}
+
+void limit_resource(__rlimit_resource resource, rlim_t most)
+{
+    rlimit limit{};
+    if (getrlimit(resource, &limit) != 0)
+        return;
+    limit.rlim_max = std::min(limit.rlim_max, most);
+    limit.rlim_cur = std::min(limit.rlim_cur, most);
+    setrlimit(resource, &limit);
+}
+
+rlim_t mapped_bytes()
+{
+    const owned_file statm(std::fopen("/proc/self/statm", "re"));
+    unsigned long long pages = 0;
+    if (!statm || std::fscanf(statm.get(), "%llu", &pages) != 1)
+        return 0;
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Keeps of the parent's descriptors only the pipe: an inherited lock must not outlive the parent.
+void keep_only_pipe(int pipe)
+{
+    const int kept = fcntl(pipe, F_DUPFD, report_fd + 1);
+    const int null = open("/dev/null", O_RDWR);
+    for (int standard = 0; standard < report_fd; standard++)
+        dup2(null, standard);
+    dup2(kept, report_fd);
+    close_range(report_fd + 1, ~0U, 0);
+}
+
+void confine(int pipe, pid_t parent)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+        _exit(1);
+    prctl(PR_SET_DUMPABLE, 0); // no core dump, not even to a collecting program
+    limit_resource(RLIMIT_CORE, 0);
+    limit_resource(RLIMIT_CPU, cpu_seconds);
+    limit_resource(RLIMIT_STACK, stack_bytes);
+    if (const rlim_t mapped = mapped_bytes())
+        limit_resource(RLIMIT_AS, mapped + memory_bytes);
+    keep_only_pipe(pipe);
+    forbid_opening_for_writing();
+}
+
+void send_device(const PedDevice &device)
+{
+    table_record r{};
+    r.kind = record_kind::device;
+    r.cylinders = device.bios_geom.cylinders;
+    r.heads = device.bios_geom.heads;
+    r.sectors = device.bios_geom.sectors;
+    r.sector_size = device.sector_size;
+    r.device_length = device.length;
+    put_text(r.text, device.path);
+    put_text(r.model, device.model);
+    send(r);
+}
+
+void send_entry(const PedPartition &partition)
+{
+    table_record r{};
+    r.kind = record_kind::entry;
+    r.number = partition.num;
+    r.type = static_cast<std::int32_t>(partition.type);
+    r.start = partition.geom.start;
+    r.length = partition.geom.length;
+    r.boot = ped_partition_get_flag(&partition, PED_PARTITION_BOOT) != 0;
+    r.lvm = ped_partition_get_flag(&partition, PED_PARTITION_LVM) != 0;
+    r.swap = ped_partition_get_flag(&partition, PED_PARTITION_SWAP) != 0;
+    r.has_fs = partition.fs_type != nullptr;
+    if (partition.fs_type)
+        put_text(r.text, partition.fs_type->name);
+    send(r);
+}
+
+// libparted's objects end with the process: releasing those of a damaged table could fail after all is said.
+void report_device(const std::string &path, table_depth depth)
+{
+    ped_exception_set_handler(answer);
+    PedDevice *device = ped_device_get(path.c_str());
+    if (!device) {
+        send_kind(record_kind::no_device);
+        return;
+    }
+    send_device(*device);
+    PedDisk *disk = depth == table_depth::whole_table ? ped_disk_new(device) : nullptr;
+    if (disk) {
+        table_record r{};
+        r.kind = record_kind::table;
+        put_text(r.text, disk->type->name);
+        send(r);
+        PedPartition *partition = nullptr;
+        while ((partition = ped_disk_next_partition(disk, partition))) {
+            if (!(partition->type & PED_PARTITION_METADATA) && partition->num >= 0)
+                send_entry(*partition);
+        }
+    }
+    send_kind(record_kind::end);
+}
+
+} // namespace
+
+void run_table_reader(int pipe, pid_t parent, const std::string &path, table_depth depth)
+{
+    confine(pipe, parent);
+    report_device(path, depth);
+    _exit(0);
+}
