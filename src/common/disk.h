@@ -6,6 +6,7 @@
 #include <list>
 #include <optional>
 #include <string>
+#include <vector>
 
 // One partition. Sector numbers and lengths are in logical sectors of the disk, cut to 32 bits.
 struct part {
@@ -36,6 +37,23 @@ struct disk {
     std::uint64_t length = 0;                           // whole disk, in logical sectors
     std::list<part> parts;                              // ascending partition number
 };
+
+// Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk. A disk whose
+// table cannot be read stays in the list without partitions: the firmware numbers it too.
+[[nodiscard]] int get_disk_list(std::list<disk> &disks);
+
+// The whole disks and md arrays that the kernel lists, without members of arrays, as ascending device paths
+// (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.
+[[nodiscard]] std::vector<std::string> get_device_from_proc();
+
+// 1 when the disk (such as sda) holds the root file system, else 0.
+[[nodiscard]] int is_system_disk(const std::string &name);
+
+// The kernel's "removable" flag of a device such as /dev/sda; -1 when it cannot be read.
+[[nodiscard]] int is_removable(const std::string &device);
+
+// The active md array (such as md0) that has the whole disk (such as sdb) as a member.
+[[nodiscard]] std::optional<std::string> find_raid_mapping_for_device(const std::string &name);
 
 // "p" for md arrays, whose partitions are named md0p1; nothing for sda1.
 const char *partition_separator(const std::string &disk_name);

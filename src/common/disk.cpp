@@ -1,0 +1,257 @@
+#include "common/disk.h"
+
+#include "common/gpt.h"
+#include "common/host.h"
+#include "common/letters.h"
+#include "common/mount_table.h"
+#include "common/owned.h"
+#include "common/partition_table.h"
+#include "trace_log.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr std::uint32_t first_drive_number = 0x80;
+// Partition numbers 0 to 127.
+constexpr std::size_t part_slots = 128;
+using part_slot = std::array<std::optional<part>, part_slots>;
+
+std::string base_name(const std::string &path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+// Passes over the rest of the line. False when the file ends first.
+bool skip_line(std::FILE *stream)
+{
+    int c;
+    do {
+        c = std::getc(stream);
+    } while (c != '\n' && c != EOF);
+    return c == '\n';
+}
+
+// Whole disks sda to sdz, and arrays, whose partitions have a "p" in their names (md0p1).
+bool is_disk_name(const std::string &name)
+{
+    if (name.starts_with("sd"))
+        return name.size() <= 3 && !find_raid_mapping_for_device(name);
+    return name.starts_with("md") && name.find('p') == std::string::npos;
+}
+
+// The format of /proc/partitions: two lines of heading, then "   8        0  488386584 sda".
+std::vector<std::string> parse_partitions(std::FILE *stream)
+{
+    std::vector<std::string> devices;
+    if (!skip_line(stream) || !skip_line(stream))
+        return devices;
+    int major, minor;
+    long long blocks;
+    std::array<char, 256> name;
+    while (std::fscanf(stream, "%3d %3d %20lld %255s", &major, &minor, &blocks, name.data()) == 4) {
+        skip_line(stream);
+        if (!is_disk_name(name.data()))
+            continue;
+        trace_log("add device %s", name.data());
+        std::string device = "/dev/" + std::string(name.data());
+        devices.insert(std::ranges::upper_bound(devices, device), std::move(device));
+    }
+    return devices;
+}
+
+// The format of /proc/mdstat: "md0 : active raid1 sdb[1](F) sda[0]".
+std::optional<std::string> parse_mdstat(std::FILE *stream, const std::string &member)
+{
+    std::array<char, 255> line;
+    while (std::fgets(line.data(), line.size(), stream)) {
+        line[std::strcspn(line.data(), "\r\n")] = '\0';
+        char *rest = nullptr;
+        const char *array = strtok_r(line.data(), " :", &rest);
+        const char *state = strtok_r(nullptr, " :", &rest);
+        if (!state || std::strcmp(state, "active") != 0)
+            continue;
+        while (const char *token = strtok_r(nullptr, " :", &rest)) {
+            if (std::string_view(token, std::strcspn(token, "[")) == member)
+                return array;
+        }
+    }
+    return std::nullopt;
+}
+
+// The board's first disk is the one that the system starts from.
+void move_system_disk_first(std::vector<std::string> &devices)
+{
+    if (devices.size() < 2)
+        return;
+    for (auto device = devices.begin(); device != devices.end(); ++device) {
+        if (!is_system_disk(base_name(*device)) || device == devices.begin())
+            continue;
+        std::rotate(devices.begin(), device, std::next(device));
+        return;
+    }
+}
+
+// What the device node says about the partition: its device number and where it is mounted.
+void examine_node(part &p)
+{
+    struct stat status;
+    if (lstat(host_path("/dev/" + partition_name(p)).c_str(), &status) == 0) {
+        p.dev = status.st_rdev;
+        p.mount_point = find_mountpoint_for_device(p.dev);
+    }
+    if (p.mount_point)
+        trace_log("Detected mount point %s for partition %s%d", p.mount_point->c_str(), p.device.c_str(),
+                  p.index);
+    else
+        trace_log("Cannot find mountpoint for partition %s%d", p.device.c_str(), p.index);
+}
+
+part make_part(const table_entry &entry, const std::string &device, const std::string &path)
+{
+    part p;
+    p.index = entry.number;
+    p.sect_before = static_cast<std::uint32_t>(entry.start);
+    p.sect_total = static_cast<std::uint32_t>(entry.length);
+    p.device = device;
+    p.extended = entry.type == 2;
+    p.logical = entry.type == 1;
+    p.lvm = entry.lvm;
+    p.swap = entry.swap;
+    if (p.lvm)
+        trace_log("Partition: %s%d is lvm", path.c_str(), p.index);
+    p.boot = entry.boot;
+    if (entry.fs_name) {
+        trace_log("File system of %s%d: %s", device.c_str(), p.index, entry.fs_name->c_str());
+        p.fs_name = entry.fs_name;
+        p.fs_type = entry.fs_name;
+    }
+    p.type = entry.type;
+    examine_node(p);
+    return p;
+}
+
+void add_parts(disk &d, const partition_table &table)
+{
+    std::vector<std::uint32_t> supported;
+    if (d.is_gpt) {
+        supported = readGpt(table.path);
+        if (supported.empty())
+            trace_log("Cannot get supported partition form gpt table of %s", table.path.c_str());
+    }
+    part_slot slots;
+    for (const table_entry &entry : table.entries) {
+        const auto number = static_cast<std::uint32_t>(entry.number);
+        trace_log("Found partition: %s%d", table.path.c_str(), entry.number);
+        if (d.is_gpt && !std::ranges::binary_search(supported, number))
+            trace_log("Partition: %s%d is not supported, skipping", table.path.c_str(), entry.number);
+        else if (number >= slots.size())
+            trace_log("Partition: %s%d is beyond the last number %zu, skipping", table.path.c_str(),
+                      entry.number, slots.size() - 1);
+        else
+            slots[number] = make_part(entry, d.name, table.path);
+    }
+    for (std::optional<part> &slot : slots) {
+        if (slot)
+            d.parts.push_back(std::move(*slot));
+    }
+}
+
+// The disk with its partitions; nothing when it cannot be opened or is removable.
+std::optional<disk> read_disk(const std::string &device, std::uint32_t drive_number)
+{
+    const bool removable = is_removable(device) != 0;
+    const partition_table table =
+        read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
+    if (!table.openable) {
+        trace_log_open("Cant open device %s", device.c_str());
+        return std::nullopt;
+    }
+    trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
+    if (removable) {
+        trace_log("Device %s is removable, skipping", table.path.c_str());
+        return std::nullopt;
+    }
+    if (table.failure.empty())
+        trace_log("Partition table is : %s", table.type.c_str());
+    else
+        trace_log("Cannot read the partition table of %s: %s", table.path.c_str(), table.failure.c_str());
+
+    disk d;
+    d.name = base_name(table.path);
+    d.drive_number = drive_number;
+    d.is_gpt = table.type == "gpt";
+    d.cylinders = table.cylinders;
+    d.heads = table.heads;
+    d.sectors = table.sectors;
+    d.sector_size = table.sector_size;
+    d.length = table.length;
+    add_parts(d, table);
+    return d;
+}
+
+} // namespace
+
+std::optional<std::string> find_raid_mapping_for_device(const std::string &name)
+{
+    const owned_file mdstat(std::fopen(host_path("/proc/mdstat").c_str(), "re"));
+    if (!mdstat) {
+        trace_log("Cannot open /proc/mdstat");
+        return std::nullopt;
+    }
+    return parse_mdstat(mdstat.get(), name);
+}
+
+std::vector<std::string> get_device_from_proc()
+{
+    const owned_file partitions(std::fopen(host_path("/proc/partitions").c_str(), "re"));
+    if (!partitions) {
+        trace_log("Unable to open /proc/partitions");
+        return {};
+    }
+    return parse_partitions(partitions.get());
+}
+
+int is_system_disk(const std::string &name)
+{
+    std::array<char, 256> command;
+    std::snprintf(command.data(), command.size(), "lsblk | grep \"%s.*/$\" 1>/dev/null 2>&1", name.c_str());
+    const int is_system = run_command(command.data()) == 0;
+    if (is_system)
+        trace_log("Disk %s is system disk", name.c_str());
+    else
+        trace_log("Disk %s not system disk", name.c_str());
+    return is_system;
+}
+
+int is_removable(const std::string &device)
+{
+    const owned_file flag(
+        std::fopen(host_path("/sys/block/" + base_name(device) + "/removable").c_str(), "re"));
+    const int first = flag ? std::getc(flag.get()) : EOF;
+    return first == EOF ? -1 : first - '0';
+}
+
+int get_disk_list(std::list<disk> &disks)
+{
+    std::vector<std::string> devices = get_device_from_proc();
+    if (devices.empty()) {
+        trace_log("Error: cannot get any devices from /proc/partitions");
+        return -1;
+    }
+    move_system_disk_first(devices);
+    disks.clear();
+    std::uint32_t drive_number = first_drive_number;
+    for (const std::string &device : devices) {
+        if (std::optional<disk> d = read_disk(device, drive_number)) {
+            disks.push_back(std::move(*d));
+            drive_number++;
+        }
+    }
+    assign_letters(disks);
+    return 0;
+}
