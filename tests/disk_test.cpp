@@ -1,0 +1,255 @@
+// Discovery on machines whose disks are image files: what the kernel lists, what libparted reads of sound,
+// damaged and deadly tables, and what comes out as the disk list.
+#include "common/disk.h"
+#include "common/host.h"
+#include "common/partition_table.h"
+#include "support.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <sys/stat.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+struct boot_entry {
+    std::uint32_t type, start, length;
+};
+
+// A master or extended boot record.
+std::string boot_record(std::initializer_list<boot_entry> entries)
+{
+    std::string sector(446, '\0');
+    for (const boot_entry &e : entries) {
+        for (const std::uint32_t value : {0U, e.type, e.start, e.length})
+            for (int shift = 0; shift < 32; shift += 8)
+                sector += static_cast<char>(value >> shift & 0xff);
+    }
+    sector.resize(510);
+    return sector + "\x55\xaa";
+}
+
+class machine : public testing::Test {
+protected:
+    machine()
+    {
+        commands.status = [this](const std::string &c) { return c.find(system_disk) == std::string::npos; };
+    }
+
+    // A fixed disk of 16 MiB, partitioned by a shell command in which $D is the image.
+    void add_disk(const std::string &name, const std::string &command = ":")
+    {
+        listed += "   8        0  16384 " + name + "\n";
+        root.write("proc/partitions", listed);
+        root.write("sys/block/" + name + "/removable", "0\n");
+        root.write("dev/" + name, "");
+        run_tool("D=" + root.path().string() + "/dev/" + name + "; truncate -s 16M $D && " + command);
+    }
+
+    void write_sector(const std::string &name, std::uint32_t sector, const std::string &bytes, int size = 512)
+    {
+        std::fstream image(root.path() / "dev" / name, std::ios::binary | std::ios::in | std::ios::out);
+        image.seekp(std::streamoff(sector) * size) << bytes;
+    }
+
+    // A line for each disk: "80 sda 32768*512:", then number, letter, start, length and file system of its
+    // partitions; x and l for extended and logical, * for boot, v for LVM, s for swap.
+    std::string list()
+    {
+        std::list<disk> disks;
+        EXPECT_EQ(get_disk_list(disks), 0);
+        std::ostringstream text;
+        for (const disk &d : disks) {
+            text << std::hex << d.drive_number << std::dec << " " << d.name << (d.is_gpt ? " gpt " : " ")
+                 << d.length << "*" << d.sector_size << ":";
+            for (const part &p : d.parts)
+                text << " " << p.index << (p.letter ? p.letter : '-') << p.sect_before << "+" << p.sect_total
+                     << (p.extended ? "x" : "") << (p.logical ? "l" : "") << (p.boot ? "*" : "")
+                     << (p.lvm ? "v" : "") << (p.swap ? "s" : "") << p.fs_type.value_or("");
+            text << "\n";
+        }
+        return text.str();
+    }
+
+    scratch_directory root;
+    replaced_host host{root.path()};
+    recorded_commands commands;
+    std::string system_disk = "none", listed = "major minor  #blocks  name\n\n";
+};
+
+TEST_F(machine, lists_whole_disks_and_arrays)
+{
+    const std::string heading = "major minor  #blocks  name\n\n";
+    EXPECT_THAT(get_device_from_proc(), ElementsAre()) << "no file";
+    root.write("proc/partitions", "major minor  #blocks  name\n");
+    EXPECT_THAT(get_device_from_proc(), ElementsAre()) << "no disks";
+    root.write("proc/partitions",
+               heading +
+                   "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n 259 0 9 nvme0n1\n"
+                   "   9      127 99999999999 md127 more\n 259 1 9 md127p1\n 8 0 9 sda" +
+                   std::string(300, 'a') + "\n 8 0 9 md" + std::string(253, 'p') +
+                   "\n 8 0 9 sda\n 8 32 9 sdc\n 8 48 9 sdd\n 11 0 9 sr0\n 9 0 9 md0\n 8 64");
+    EXPECT_THAT(get_device_from_proc(),
+                ElementsAre("/dev/md0", "/dev/md127", "/dev/sda", "/dev/sdb", "/dev/sdc", "/dev/sdd"));
+    root.write("proc/mdstat",
+               "Personalities : [raid1] [raid6]\n"
+               "md0 : active raid1 sdb[1](F) sda1[0]\r\n      976630464 blocks [2/1] [U_]\n\n"
+               "md3 : inactive sda[0](S)\nmd127 : active (auto-read-only) raid1 sdc[2](S) sdf[0]");
+    captured_trace trace;
+    EXPECT_THAT(get_device_from_proc(), ElementsAre("/dev/md0", "/dev/md127", "/dev/sda", "/dev/sdd"));
+    EXPECT_EQ(trace.messages(), "add device md127\nadd device sda\nadd device sdd\nadd device md0\n");
+    EXPECT_EQ(find_raid_mapping_for_device("sdc"), "md127");
+}
+
+TEST_F(machine, system_disk_comes_first)
+{
+    std::list<disk> disks;
+    captured_trace trace;
+    EXPECT_EQ(get_disk_list(disks), -1);
+    EXPECT_EQ(trace.messages(), "Unable to open /proc/partitions\n"
+                                "Error: cannot get any devices from /proc/partitions\n");
+    add_disk("sda");
+    list();
+    EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
+    add_disk("sdb");
+    add_disk("sdc");
+    system_disk = "sdb";
+    EXPECT_EQ(list(), "80 sdb 32768*512:\n81 sda 32768*512:\n82 sdc 32768*512:\n");
+    EXPECT_THAT(commands.commands, ElementsAre("lsblk | grep \"sda.*/$\" 1>/dev/null 2>&1",
+                                               "lsblk | grep \"sdb.*/$\" 1>/dev/null 2>&1"));
+    system_disk = "sd"; // all of them: the second is moved before the first
+    EXPECT_THAT(list(), HasSubstr("80 sdb 32768*512:\n81 sda"));
+}
+
+TEST_F(machine, disk_list)
+{
+    add_disk("sda",
+             "printf '1:start=2048,size=8192,bootable\\n2:start=10240,size=9000,type=5\\n"
+             "5:start=12288,size=2048,type=82\\n6:start=16384,size=2048,type=8e\\n"
+             "3:start=20000,size=2000,type=7\\n' | sfdisk -q $D && mke2fs -qt ext4 -E offset=1048576 $D 4M");
+    add_disk("sdb", "sgdisk -S 256 -n 3:8192:+1M -n 7:4096:+1M -t 7:0700 -n 130:2048:+1M -t 130:0700 $D");
+    add_disk("md0", "printf '2048,2048,83' | sfdisk -q $D && ln -s md0 ${D}p1");
+    add_disk("sdc");
+    root.write("sys/block/sdc/removable", "1\n");
+    add_disk("sdd", "rm $D");
+    add_disk("sde", "sgdisk -n 1:2048:+1M $D");
+    captured_trace trace;
+    EXPECT_EQ(list(),
+              "80 md0 32768*512: 1C2048+2048\n"
+              "81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3H20000+2000 5F12288+2048ls 6G16384+2048lv\n"
+              "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n");
+    const std::string text = std::regex_replace(trace.messages(), std::regex("libparted on [^\n]*\n"), "");
+    for (const char *lines :
+         {"Found device: /dev/md0; model: \nPartition table is : msdos\nFound partition: /dev/md01\n"
+          "Find mount point for device with rdev = 0\nCannot open /proc/mounts\n"
+          "Cannot find mountpoint for partition md01\nFound device: /dev/sda; model: \n",
+          "Found partition: /dev/sda1\nFile system of sda1: ext4\nCannot find mountpoint for partition "
+          "sda1\n",
+          "Found partition: /dev/sda6\nPartition: /dev/sda6 is lvm\n",
+          "Found partition: /dev/sdb130\nPartition: /dev/sdb130 is beyond the last number 127, skipping\n",
+          "Found partition: /dev/sdb3\nPartition: /dev/sdb3 is not supported, skipping\n"
+          "Found device: /dev/sdc; model: \nDevice /dev/sdc is removable, skipping\nCant open device /dev/sdd"
+          "Found device: /dev/sde; model: \nPartition table is : gpt\n***Start***\n***End***\n"
+          "Cannot get supported partition form gpt table of /dev/sde\n"})
+        EXPECT_THAT(text, HasSubstr(lines));
+}
+
+TEST_F(machine, partition_node_leads_to_its_mount_point)
+{
+    add_disk("md0", "printf '2048,2048,83' | sfdisk -q $D");
+    const std::string directory = root.path();
+    root.write("proc/mounts", "/dev/md0p1 " + directory + " ext4 rw 0 0\n");
+    struct stat mounted;
+    ASSERT_EQ(stat(directory.c_str(), &mounted), 0);
+    if (mknod((directory + "/dev/md0p1").c_str(), S_IFBLK, mounted.st_dev) != 0)
+        GTEST_SKIP() << "device nodes cannot be made here";
+    std::list<disk> disks;
+    captured_trace trace;
+    ASSERT_EQ(get_disk_list(disks), 0);
+    EXPECT_EQ(disks.front().parts.front().dev, mounted.st_dev);
+    EXPECT_EQ(disks.front().parts.front().mount_point, directory);
+    EXPECT_THAT(trace.messages(), HasSubstr("Detected mount point " + directory + " for partition md01\n"));
+}
+
+TEST_F(machine, sectors_of_4096_bytes)
+{
+    add_disk("sda");
+    write_sector("sda", 0, boot_record({{0x83, 256, 512}, {5, 1024, 3000}}), 4096);
+    write_sector("sda", 1024, boot_record({{0x83, 2, 100}, {5, 1000, 200}}), 4096);
+    write_sector("sda", 2024, boot_record({{0x83, 3, 100}}), 4096);
+    setenv("PARTED_SECTOR_SIZE", "4096", 1); // libparted's sector size of image files
+    EXPECT_EQ(list(), "80 sda 4096*4096: 1C256+512 2-1024+3000x 5D1026+100l 6E2027+100l\n");
+    unsetenv("PARTED_SECTOR_SIZE");
+}
+
+// Makes $N the count of entries in a GPT header, with checksums that make libparted believe it.
+const std::string set_gpt_count =
+    "sgdisk -n 1:2048:+1M -t 1:0700 $D && put() { dd of=$D bs=1 seek=$1 conv=notrunc; } &&"
+    "zeros='\\0\\0\\0\\0' && printf $zeros | put 528 && printf $zeros | put 600 && printf $N | put 592 &&"
+    "dd if=$D bs=4 skip=128 count=23 | gzip | tail -c 8 | head -c 4 | put 528";
+
+TEST_F(machine, damaged_tables)
+{
+    add_disk("sda"); // the second logical drive's record names itself as the next one
+    write_sector("sda", 0, boot_record({{5, 2048, 20000}}));
+    for (const std::uint32_t at : {0U, 1000U})
+        write_sector("sda", 2048 + at, boot_record({{0x83, 1, 100}, {5, 1000, 500}}));
+    add_disk("sdb"); // a chain of empty records that name each other
+    write_sector("sdb", 0, boot_record({{5, 2048, 20000}}));
+    for (const auto &[at, next] : {std::pair{0U, 10U}, {10U, 20U}, {20U, 10U}})
+        write_sector("sdb", 2048 + at, boot_record({{0, 0, 0}, {5, next, 500}}));
+    add_disk("sdc", "N='\\0\\0\\0\\0' && " + set_gpt_count);
+    add_disk("sdd", "N='\\0\\0\\0\\2' && " + set_gpt_count);
+    for (const auto &[name, drives] : {std::pair{"sde", 61U}, {"sdf", 30U}}) {
+        add_disk(name); // the last record names one that is not there
+        write_sector(name, 0, boot_record({{5, 2048, 30000}}));
+        for (std::uint32_t i = 0; i < drives; i++)
+            write_sector(name, 2048 + i * 400, boot_record({{0x83, 1, 399}, {5, (i + 1) * 400, 400}}));
+    }
+    add_disk("sdg", "sgdisk -n 1:2048:+1M -t 1:0700 $D && dd if=/dev/zero of=$D bs=512 seek=32767 count=1");
+    add_disk("sdh"); // overlapping partitions, and one that ends beyond the disk
+    write_sector("sdh", 0, boot_record({{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}}));
+
+    captured_trace trace;
+    const std::string disks = list(), text = trace.messages();
+    for (const char *lines :
+         {"80 sda 32768*512: 1-2048+20000x 5E2049+100l 6F3049+100l\n81 sdb 32768*512:\n82 sdc 32768*512:\n"
+          "83 sdd 32768*512:\n84 sde 32768*512:\n85 sdf 32768*512: 1-2048+30000x 5G2049+399l 6H",
+          " 24Z9649+399l 25[10049+399l ", "\n86 sdg gpt 32768*512: 1C2048+2048\n",
+          "\n87 sdh 32768*512: 1D2048+2048 2e3000+2048 3f9000+1073741824\n"})
+        EXPECT_THAT(disks, HasSubstr(lines));
+    for (const char *why : {"b: the reader ", "c: the reader was ended by a signal: ",
+                            "d: the reader was ended by a signal: ", "e: libparted found none that it could"})
+        EXPECT_THAT(text, HasSubstr(std::string("Cannot read the partition table of /dev/sd") + why));
+}
+
+TEST_F(machine, hanging_device_is_given_up)
+{
+    add_disk("sda", "rm $D && mkfifo $D");
+    const partition_table table =
+        read_partition_table("/dev/sda", table_depth::whole_table, std::chrono::milliseconds(300));
+    EXPECT_TRUE(table.openable);
+    EXPECT_EQ(table.path + table.type, "/dev/sda");
+    EXPECT_EQ(table.failure, "the reader did not finish within 300 ms");
+}
+
+TEST_F(machine, reading_changes_nothing)
+{
+    // A backup that libparted offers to move, and a partition node, which it opens to flush its cache.
+    add_disk("sda", "sgdisk -n 1:2048:+1M -t 1:0700 $D && truncate -s 20M $D && cp $D ${D}1 &&"
+                    "touch -d 2001-01-01 $D ${D}1 && cp -p $D $D.old");
+    captured_trace trace;
+    testing::internal::CaptureStdout();
+    std::printf("unflushed ");
+    EXPECT_EQ(list(), "80 sda gpt 40960*512: 1C2048+2048\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "unflushed ") << "written by the child, too";
+    EXPECT_THAT(trace.messages(), HasSubstr("libparted on /dev/sda: Not all of the space"));
+    run_tool("cd " + root.path().string() +
+             "/dev && cmp sda sda.old && ! find sda sda1 -newer sda.old | grep .");
+}
+
+} // namespace
