@@ -11,7 +11,7 @@
 
 scratch_directory::scratch_directory()
 {
-    std::string name = testing::TempDir() + "tarnel-test-XXXXXX";
+    std::string name = testing::TempDir() + "gtk-tarnel-test-XXXXXX";
     path_ = mkdtemp(name.data());
 }
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <map>
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -83,7 +84,12 @@ struct open_table {
     std::string path;
     owned_fd file;
     mount_table table;
+    // Directories by st_dev, as found in this reading of the table: some machines have hundreds of mounts,
+    // and a directory gets another device only with a change of the table.
+    std::map<std::uint64_t, std::string> known_devices;
 };
+
+open_table opened;
 
 // Whether the table has changed since it was opened or last asked for: the kernel tells each descriptor once
 // per change, see proc(5).
@@ -117,8 +123,9 @@ bool signals_changes(int file)
     return fstatfs(file, &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
 }
 
-const mount_table *read_table(open_table &opened)
+const mount_table *read_table()
 {
+    opened.known_devices.clear();
     std::string text;
     bool settled = false;
     // A change during the reading can tear the text, so it is read again.
@@ -155,16 +162,15 @@ mount_table parse_mount_table(std::string_view text)
 
 const mount_table *current_mount_table()
 {
-    static open_table opened;
     const std::string path = host_path("/proc/mounts");
     if (opened.file && opened.path == path) {
         if (!has_changed(opened.file.get()))
             return &opened.table;
-        return read_table(opened);
+        return read_table();
     }
     opened.path = path;
     opened.file = owned_fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    return opened.file ? read_table(opened) : nullptr;
+    return opened.file ? read_table() : nullptr;
 }
 
 std::optional<mount_data> mount_data_find(const std::string &path)
@@ -191,11 +197,15 @@ std::optional<std::string> find_mountpoint_for_device(std::uint64_t dev)
         trace_log("Cannot open /proc/mounts");
         return std::nullopt;
     }
+    if (const auto known = opened.known_devices.find(dev); known != opened.known_devices.end())
+        return known->second;
     for (std::size_t i = 0; i < table->scanned; i++) {
         struct stat status;
         const std::string &directory = table->lines[i].directory;
-        if (stat(directory.c_str(), &status) == 0 && status.st_dev == dev)
+        if (stat(directory.c_str(), &status) == 0 && status.st_dev == dev) {
+            opened.known_devices[dev] = directory;
             return directory;
+        }
     }
     return std::nullopt;
 }
