@@ -1,11 +1,97 @@
-// The file browser page: a tree of the usable partitions, their directories and regular files.
+// The file browser: the tree of partitions, directories and files, read from disk as it is unfolded; the
+// marks on it with their totals; and the marks that the saved template brings back.
+//
+// Rows are `file_node`s of the `file_store` that the tree view shows. All functions except filebrowser_init
+// and the signal handlers work without a display, with null widgets in `app`.
 #pragma once
 
-struct app;
+#include "app.h"
+#include "file_store.h"
 
-// Builds the page; called once, after the window description is loaded. Returns 1, or 0 when the description
-// lacks a widget of the page.
+#include <dirent.h>
+#include <string>
+#include <string_view>
+
+// Builds the browser in the loaded window description and pre-marks it; asks about missing files and warns of
+// unreadable NTFS partitions. 1 on success, 0 when a widget is missing.
 [[nodiscard]] int filebrowser_init(struct app *app);
 
-// Called at shutdown; the tree view owns everything that there is to release.
+// At shutdown, before the images are released and while `app` still stands.
 void filebrowser_release(struct app *app);
+
+// The store behind the tree view; null before filebrowser_init and after the window is gone.
+[[nodiscard]] file_store *filebrowser_store(struct app *app);
+
+// --- Rows and loading ---
+
+// A new store with the partition rows; the caller owns the reference.
+[[nodiscard]] file_store *create_model(struct app *app);
+
+// A directory row with its placeholder child; a partition row when `parent` is the top node.
+file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount);
+file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size);
+
+// The choice among the entries of a directory: by the type that the directory itself gives, links not
+// followed.
+[[nodiscard]] int dir_filter(const dirent *entry);
+[[nodiscard]] int file_filter(const dirent *entry);
+
+// Reads the directory of a row unless that was done before; a failure is traced and leaves the row empty.
+void load_iter(struct app *app, file_store *store, file_node *row);
+int load_directory_content(struct app *app, file_store *store, file_node *row);
+
+// 1 when the directory lies on a mount of a device other than the given device node, else 0.
+[[nodiscard]] int check_dir_mount(const std::string &directory, const std::string &device);
+
+// The row of an absolute local path, reading the directories on the way. 0 and the row, or -1: the path
+// cannot be examined, -2: on no partition of the tree, -3: its device is not mounted, -4: it has no row.
+[[nodiscard]] int find_iter_for_file(struct app *app, file_store *store, const std::string &path,
+                                     file_node **row);
+
+// Its steps: from *row down a relative path, or by one name. 0, or -1 when there is no such row.
+[[nodiscard]] int find_iter_from(struct app *app, file_store *store, std::string_view path, file_node **row);
+[[nodiscard]] int find_iter_go_down(struct app *app, file_store *store, const std::string &name,
+                                    file_node **row);
+
+// The first child with this name among those already read; null when there is none.
+[[nodiscard]] file_node *find_child(const file_node &row, const std::string &name);
+
+// --- Marks and totals ---
+
+// Sets the mark of one row to 0 or 1. For a file it also keeps the counts, marks and images of the rows above
+// and the totals in `app`; the labels follow before the next repaint. During a long operation (progress.h) it
+// may let the main loop run. Always 1.
+int mark_iter(struct app *app, file_store *store, file_node *row, int value);
+
+// Flips one row; a directory or partition with everything below it. The new mark of a file, 0 for a
+// directory.
+int toggle_iter(struct app *app, file_store *store, file_node *row);
+
+// Sets every file below a directory or partition; marking reads what was not read yet.
+void mark_recursive(struct app *app, file_store *store, file_node *directory, int value);
+
+// Sets the siblings from one row to another, both included; `from` comes first.
+void mark_range(struct app *app, file_store *store, file_node *from, file_node *to, int value);
+
+// Shows the totals in their labels at once.
+void show_file_totals(struct app *app);
+
+// Drops an update of the labels that is due.
+void forget_file_totals();
+
+// Right button: marks; with Shift or Control everything from the cursor to the clicked row.
+gboolean on_filebrowser_button_press(GtkWidget *view, GdkEventButton *event, struct app *app);
+void multiple_select(struct app *app, GtkTreeView *view, file_store *store, file_node *clicked);
+
+// --- The saved template ---
+
+// Marks the files that the saved template lists and collects in `missing_files` those that are gone.
+// 0; -1: no name file, -2: the headers are not valid, -3: a name could not be converted.
+int fill_model(struct app *app, file_store *store);
+
+// Marks the file of one board path, in UTF-8 and with long names. 0; -1: no partition with the letter, -2: no
+// such file, -3: it exists but the tree does not show it.
+int mark_file(struct app *app, file_store *store, const std::string &board_path);
+
+// Offers to save the template without `missing_files`, and empties the list.
+void ask_delete_missing_files(struct app *app);

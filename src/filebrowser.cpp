@@ -1,0 +1,334 @@
+// The file page: its widgets, the view's column, and the lookup from a path to its row.
+#include "filebrowser.h"
+
+#include "common/disk.h"
+#include "common/mount_table.h"
+#include "common/owned.h"
+#include "dialogs.h"
+#include "display_text.h"
+#include "gtk_owned.h"
+#include "i18n.h"
+#include "progress.h"
+#include "trace_log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <glade/glade.h>
+#include <sys/stat.h>
+
+namespace {
+
+// Room right of the longest name, in pixels.
+constexpr int column_margin = 24;
+// How many of the longest names of a directory are measured.
+constexpr std::ptrdiff_t measured_rows = 200;
+
+struct page_widget {
+    const char *name;
+    GtkWidget *app::*field;
+    const char *missing;
+};
+
+// --- The view ---
+
+// A name that is not valid UTF-8, or holds control characters, is shown in a form that GTK can draw.
+void set_shown_name(GtkTreeViewColumn *, GtkCellRenderer *renderer, GtkTreeModel *, GtkTreeIter *iter,
+                    gpointer)
+{
+    g_object_set(renderer, "text", display_text(file_store_row(iter)->name).c_str(), nullptr);
+}
+
+glong display_length(const std::string &name)
+{
+    return g_utf8_strlen(name.data(), static_cast<gssize>(name.size()));
+}
+
+// Width that the widest of the rows, all on one level, needs in the view.
+int width_of(const struct app *app, const std::vector<const file_node *> &rows)
+{
+    const owned_object<PangoLayout> layout(gtk_widget_create_pango_layout(app->filebrowser, nullptr));
+    int widest = 0, expander_size = 0, separator = 0;
+    for (const file_node *row : rows) {
+        int width = 0;
+        pango_layout_set_text(layout.get(), display_text(row->name).c_str(), -1);
+        pango_layout_get_pixel_size(layout.get(), &width, nullptr);
+        widest = std::max(widest, width);
+    }
+    gtk_widget_style_get(app->filebrowser, "expander-size", &expander_size, "horizontal-separator",
+                         &separator, nullptr);
+    widest += column_margin + (app->folder_normal ? gdk_pixbuf_get_width(app->folder_normal) : 0);
+    for (const file_node *up = rows.front(); up->parent; up = up->parent)
+        widest += expander_size + 2 * separator;
+    return widest;
+}
+
+// All rows have one height and the column has a fixed width, so that a directory of any size unfolds at once.
+// The column grows here with the longest of the names that have just appeared.
+void make_room_for_children(const struct app *app, const file_node &parent)
+{
+    std::vector<const file_node *> rows;
+    for (const auto &child : parent.children)
+        rows.push_back(child.get());
+    if (rows.empty())
+        return;
+    if (rows.size() > measured_rows) {
+        std::ranges::nth_element(rows, rows.begin() + measured_rows, std::greater{},
+                                 [](const file_node *row) { return display_length(row->name); });
+        rows.resize(measured_rows);
+    }
+    GtkTreeViewColumn *column = gtk_tree_view_get_column(GTK_TREE_VIEW(app->filebrowser), 0);
+    const int width = width_of(app, rows);
+    if (width > gtk_tree_view_column_get_fixed_width(column))
+        gtk_tree_view_column_set_fixed_width(column, width);
+}
+
+void add_column(GtkTreeView *view)
+{
+    GtkTreeViewColumn *column = gtk_tree_view_column_new();
+    gtk_tree_view_column_set_title(column, _("File"));
+    gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_FIXED);
+    GtkCellRenderer *image = gtk_cell_renderer_pixbuf_new();
+    gtk_tree_view_column_pack_start(column, image, FALSE);
+    gtk_tree_view_column_add_attribute(column, image, "pixbuf", file_column_icon);
+    GtkCellRenderer *text = gtk_cell_renderer_text_new();
+    g_object_set(text, "single-paragraph-mode", TRUE, nullptr);
+    gtk_tree_view_column_pack_start(column, text, TRUE);
+    gtk_tree_view_column_add_attribute(column, text, "text", file_column_name);
+    gtk_tree_view_column_set_cell_data_func(column, text, set_shown_name, nullptr, nullptr);
+    gtk_tree_view_append_column(view, column);
+    gtk_tree_view_set_fixed_height_mode(view, TRUE);
+}
+
+void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)
+{
+    trace_log("Enter *");
+    file_node *row = file_store_row(iter);
+    load_iter(app, filebrowser_store(app), row);
+    make_room_for_children(app, *row);
+    trace_log("Success *");
+}
+
+gboolean keep_open(GtkWidget *, GdkEvent *, gpointer)
+{
+    return TRUE;
+}
+
+constexpr page_widget page_widgets[] = {
+    {"filebrowser", &app::filebrowser, "Cannot find 'filebrowser' widget"},
+    {"total_files_selected", &app::total_files_selected_label, "Cannot find 'total_files_selected' widget"},
+    {"total_files_size", &app::total_files_size_label, "Cannot find 'total_files_size' widget"},
+};
+
+// The fields become null when their widget is destroyed: a long operation can outlive the window.
+void keep_widget(GtkWidget *&field, GtkWidget *widget)
+{
+    field = widget;
+    g_object_add_weak_pointer(G_OBJECT(widget), reinterpret_cast<gpointer *>(&field));
+}
+
+bool find_widgets(struct app *app)
+{
+    for (const page_widget &widget : page_widgets) {
+        GtkWidget *found = glade_xml_get_widget(app->xml, widget.name);
+        if (!found) {
+            trace_log("%s", widget.missing);
+            return false;
+        }
+        keep_widget(app->*widget.field, found);
+    }
+    return true;
+}
+
+void fill_view(struct app *app)
+{
+    GtkTreeView *view = GTK_TREE_VIEW(app->filebrowser);
+    file_store *store = create_model(app);
+    static_cast<void>(fill_model(app, store)); // without a template the tree starts with no marks
+    trace_log("* 4");
+    gtk_tree_view_set_model(view, GTK_TREE_MODEL(store));
+    gtk_tree_view_set_rules_hint(view, TRUE);
+    gtk_tree_selection_set_mode(gtk_tree_view_get_selection(view), GTK_SELECTION_BROWSE);
+    add_column(view);
+    trace_log("* 5");
+    g_signal_connect(view, "button-press-event", G_CALLBACK(on_filebrowser_button_press), app);
+    g_signal_connect(view, "row-expanded", G_CALLBACK(on_row_expanded), app);
+    trace_log("* 6");
+    g_object_unref(store); // the view holds it now
+    trace_log("* 7");
+}
+
+// One warning for each NTFS partition that neither the system nor this program could mount.
+void warn_ntfs(struct app *app)
+{
+    for (const disk &d : app->disks) {
+        for (const part &p : d.parts) {
+            if (p.fs_type == "ntfs" && !p.mount_point)
+                dialog_ok(app->window, _("Warning"),
+                          _("Cannot read files on partition %s%s%d with NTFS.\n"
+                            "Perhaps the ntfs-3g package is not installed."),
+                          p.device.c_str(), partition_separator(p.device), p.index);
+        }
+    }
+}
+
+// --- Lookup ---
+
+// The partition whose files carry this device number; null when the tree has none.
+file_node *find_root(file_store *store, std::uint64_t dev)
+{
+    for (const auto &root : file_store_top(store)->children) {
+        if (root->mount->dev == dev)
+            return root.get();
+    }
+    return nullptr;
+}
+
+// What follows the mount directory and one '/' in the path; nothing when the path lies elsewhere, as it does
+// below the second of two mounts of one device.
+std::optional<std::string_view> path_below(std::string_view path, std::string_view mountpoint)
+{
+    if (!path.starts_with(mountpoint))
+        return std::nullopt;
+    path.remove_prefix(mountpoint.size());
+    if (!mountpoint.ends_with('/')) {
+        if (!path.starts_with('/'))
+            return std::nullopt;
+        path.remove_prefix(1);
+    }
+    return path;
+}
+
+} // namespace
+
+file_node *find_child(const file_node &row, const std::string &name)
+{
+    const auto &children = row.children;
+    // The directories, and then the files, stand in the order of this comparison. Where the C library's
+    // collation contradicts itself, as it may on bytes that are no text, only the search of all rows is sure.
+    const auto before = [&name](const auto &child) {
+        return std::strcoll(child->name.c_str(), name.c_str()) < 0;
+    };
+    const auto files =
+        std::ranges::partition_point(children, [](const auto &child) { return child->is_dir(); });
+    for (const auto &[from, to] : {std::pair(children.begin(), files), std::pair(files, children.end())}) {
+        const auto place = std::partition_point(from, to, before);
+        if (place != to && (*place)->name == name)
+            return place->get();
+    }
+    const auto found = std::ranges::find(
+        children, name, [](const auto &child) -> const std::string & { return child->name; });
+    return found == children.end() ? nullptr : found->get();
+}
+
+int find_iter_go_down(struct app *app, file_store *store, const std::string &name, file_node **row)
+{
+    trace_log("Enter *");
+    load_directory_content(app, store, *row);
+    file_node *child = find_child(**row, name);
+    if (!child) {
+        trace_log("Exit *");
+        return -1;
+    }
+    *row = child;
+    return 0;
+}
+
+int find_iter_from(struct app *app, file_store *store, std::string_view path, file_node **row)
+{
+    trace_log("* Enter");
+    for (std::size_t start = 0; start <= path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string word(path.substr(start, end - start));
+        trace_log("Search for word %s", word.c_str());
+        if (find_iter_go_down(app, store, word, row) != 0) {
+            trace_log("Not found");
+            trace_log("* Failed");
+            return -1;
+        }
+        start = end + 1;
+    }
+    trace_log("* Success");
+    return 0;
+}
+
+int find_iter_for_file(struct app *app, file_store *store, const std::string &path, file_node **row)
+{
+    trace_log("* Enter");
+    trace_log("Path: %s", path.c_str());
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0) {
+        trace_log("stat() failed: %s", std::strerror(errno));
+        trace_log("* Failed");
+        return -1;
+    }
+    file_node *root = find_root(store, status.st_dev);
+    if (!root) {
+        trace_log("Requested file is not present on supported file systems and devices");
+        trace_log("* Failed");
+        return -2;
+    }
+    trace_log("Mountpoint found");
+    trace_log("Device: /dev/%s%d", root->mount->disk->name.c_str(), root->mount->partition->index);
+    const std::optional<std::string> mountpoint = find_mountpoint_for_device(status.st_dev);
+    if (!mountpoint) {
+        trace_log("Is not mounted");
+        trace_log("* Failed");
+        return -3;
+    }
+    trace_log("Mounted: [%s]", mountpoint->c_str());
+    const std::optional<std::string_view> rest = path_below(path, *mountpoint);
+    if (rest)
+        trace_log("Short path: %s", rest->data());
+    if (!rest || find_iter_from(app, store, *rest, &root) != 0) {
+        trace_log("Path not found");
+        trace_log("* Failed");
+        return -4;
+    }
+    *row = root;
+    trace_log("* Success");
+    return 0;
+}
+
+file_store *filebrowser_store(struct app *app)
+{
+    GtkTreeModel *model =
+        app->filebrowser ? gtk_tree_view_get_model(GTK_TREE_VIEW(app->filebrowser)) : nullptr;
+    return model ? FILE_STORE(model) : nullptr;
+}
+
+int filebrowser_init(struct app *app)
+{
+    trace_log("* Enter");
+    app->total_files_selected = 0;
+    app->total_files_size = 0;
+    progress_stop(app);
+    gtk_window_set_modal(GTK_WINDOW(app->progress_window), TRUE);
+    gtk_window_set_transient_for(GTK_WINDOW(app->progress_window), GTK_WINDOW(app->window));
+    g_signal_connect(app->progress_window, "delete-event", G_CALLBACK(keep_open), nullptr);
+    trace_log("* 1");
+    if (!find_widgets(app)) {
+        trace_log("* Failed");
+        return 0;
+    }
+    trace_log("* 2");
+    show_file_totals(app);
+    trace_log("* 3");
+    fill_view(app);
+    ask_delete_missing_files(app);
+    warn_ntfs(app);
+    gtk_widget_grab_focus(app->filebrowser);
+    trace_log("* Success");
+    return 1;
+}
+
+void filebrowser_release(struct app *app)
+{
+    forget_file_totals();
+    for (const page_widget &widget : page_widgets) {
+        GtkWidget *&field = app->*widget.field;
+        if (field)
+            g_object_remove_weak_pointer(G_OBJECT(field), reinterpret_cast<gpointer *>(&field));
+        field = nullptr;
+    }
+}

@@ -1,0 +1,292 @@
+// Rows of the file tree and how they are read from disk.
+#include "filebrowser.h"
+
+#include "common/disk.h"
+#include "common/filesystem.h"
+#include "common/host.h"
+#include "common/mount_table.h"
+#include "common/owned.h"
+#include "i18n.h"
+#include "progress.h"
+#include "trace_log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <vector>
+
+namespace {
+
+// The board's limit for the path of a file below its mount directory.
+constexpr std::size_t longest_relative_path = 253;
+
+// The entries that scandir chose. Empty when the directory cannot be read.
+class directory_list {
+public:
+    directory_list(const std::string &directory, int (*filter)(const dirent *))
+        : count_(scandir(directory.c_str(), &entries_, filter, alphasort))
+    {
+        if (count_ < 0) {
+            const int reason = errno;
+            trace_log("scandir() failed");
+            errno = reason;
+            std::perror("scandir");
+        }
+    }
+    ~directory_list()
+    {
+        for (int i = 0; i < count_; i++)
+            std::free(entries_[i]); // NOLINT: scandir allocates with malloc
+        std::free(entries_);        // NOLINT
+    }
+    directory_list(const directory_list &) = delete;
+    directory_list &operator=(const directory_list &) = delete;
+
+    dirent **begin() const { return entries_; }
+    dirent **end() const { return entries_ + std::max(count_, 0); }
+
+private:
+    dirent **entries_ = nullptr;
+    int count_;
+};
+
+// A directory being read. What is the same for all its entries is found out once for entries on the
+// directory's own device, as long as no mount lies below the directory.
+struct open_directory {
+    std::string path;
+    std::string device; // node of the partition that it belongs to
+    owned_fd file;
+    bool uniform = false; // the rest is valid
+    dev_t dev = 0;
+    bool known_fs = false;
+    bool other_device = false;
+    std::size_t mount_length = 0; // of the mount directory
+};
+
+bool is_below(const std::string &path, const std::string &directory)
+{
+    return path.starts_with(build_path(directory, ""));
+}
+
+// Length of the directory of the mount that holds the path; 0 for the root.
+std::size_t mount_length(const std::string &path)
+{
+    const std::optional<mount_data> mount = mount_data_find(path);
+    return mount && mount->directory != "/" ? mount->directory.size() : 0;
+}
+
+open_directory open_for_rows(const file_node &row)
+{
+    open_directory directory = {full_path(row), "", owned_fd()};
+    if (row.mount && row.mount->partition)
+        directory.device = "/dev/" + partition_name(*row.mount->partition);
+    directory.file = owned_fd(open(directory.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat status;
+    const mount_table *table = current_mount_table();
+    // The trace tells of every step for every entry.
+    if (trace_enabled || !table || !directory.file || fstat(directory.file.get(), &status) != 0 ||
+        std::ranges::any_of(table->lines, [&directory](const mount_data &mount) {
+            return is_below(mount.directory, directory.path);
+        }))
+        return directory;
+    directory.dev = status.st_dev;
+    directory.known_fs = check_fs_type(directory.path) != 0;
+    directory.other_device = check_dir_mount(directory.path, directory.device) != 0;
+    directory.mount_length = mount_length(directory.path);
+    directory.uniform = true;
+    return directory;
+}
+
+// Links are not followed. An entry whose whole path the system would refuse is no entry.
+bool get_status(const open_directory &directory, const char *name, struct stat &status)
+{
+    return directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
+           fstatat(directory.file.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool shows_directory(const open_directory &directory, const char *name)
+{
+    struct stat status;
+    trace_log("Directory: %s", build_path(directory.path, name).c_str());
+    trace_log("cur_dev = %s", directory.device.c_str());
+    if (!get_status(directory, name, status))
+        return false;
+    if (directory.uniform && status.st_dev == directory.dev)
+        return !directory.other_device && directory.known_fs && S_ISDIR(status.st_mode);
+    const std::string path = build_path(directory.path, name);
+    return check_dir_mount(path, directory.device) == 0 && check_fs_type(path) != 0 &&
+           S_ISDIR(status.st_mode);
+}
+
+bool shows_file(const open_directory &directory, const char *name, struct stat &status)
+{
+    if (!get_status(directory, name, status))
+        return false;
+    std::size_t length = build_path(directory.path, "").size() + std::strlen(name);
+    if (directory.uniform && status.st_dev == directory.dev) {
+        if (!directory.known_fs)
+            return false;
+        length -= directory.mount_length;
+    } else {
+        const std::string path = build_path(directory.path, name);
+        if (check_fs_type(path) == 0)
+            return false;
+        length -= mount_length(path);
+        trace_log("Template file name lenght: %d", static_cast<int>(length));
+    }
+    return length <= longest_relative_path && S_ISREG(status.st_mode);
+}
+
+void load_directories(struct app *app, file_store *store, file_node *row, const open_directory &directory)
+{
+    trace_log("Loading directory list...");
+    for (const dirent *entry : directory_list(directory.path, dir_filter)) {
+        if (shows_directory(directory, entry->d_name))
+            append_dir(store, row, entry->d_name, row->mount);
+        progress_run_main_loop(app);
+    }
+}
+
+void load_files(struct app *app, file_store *store, file_node *row, const open_directory &directory)
+{
+    trace_log("Loading file list...");
+    struct stat status;
+    for (const dirent *entry : directory_list(directory.path, file_filter)) {
+        if (shows_file(directory, entry->d_name, status))
+            append_file(store, row, entry->d_name, static_cast<std::uint64_t>(status.st_size));
+        progress_run_main_loop(app);
+    }
+}
+
+bool is_dot_entry(const dirent *entry)
+{
+    return std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0;
+}
+
+// Device number of a device node; 0 when there is no such node.
+dev_t node_number(const std::string &device)
+{
+    struct stat status;
+    return lstat(host_path(device).c_str(), &status) == 0 ? status.st_rdev : 0;
+}
+
+// The mount of a device that holds the directory: the deepest, and of several on one directory the last,
+// which hides the others. The root mount does not count.
+const mount_data *find_device_mount(const mount_table &table, const std::string &directory)
+{
+    const mount_data *found = nullptr;
+    for (const mount_data &mount : table.lines) {
+        if (mount.directory.size() >= 2 && has_prefix(mount.device, "/dev/") &&
+            (mount.directory == directory || is_below(directory, mount.directory)) &&
+            (!found || mount.directory.size() >= found->directory.size()))
+            found = &mount;
+    }
+    return found;
+}
+
+std::unique_ptr<file_node> make_row(file_kind kind, std::string name, mount_entry *mount)
+{
+    auto row = std::make_unique<file_node>();
+    row->kind = kind;
+    row->name = std::move(name);
+    row->mount = mount;
+    return row;
+}
+
+} // namespace
+
+file_store *create_model(struct app *app)
+{
+    file_store *store = file_store_new({app->folder_normal, app->folder_marked, app->file_normal,
+                                        app->file_marked, app->disk_normal, app->disk_marked});
+    trace_log("* 8");
+    for (mount_entry &mount : app->mounts) {
+        if (!is_supported_fs(*mount.partition))
+            continue;
+        trace_log("* 9");
+        append_dir(store, file_store_top(store), "/dev/" + partition_name(*mount.partition), &mount);
+    }
+    return store;
+}
+
+file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount)
+{
+    const file_kind kind = parent->kind == file_kind::top ? file_kind::root : file_kind::directory;
+    auto row = make_row(kind, std::move(name), mount);
+    row->not_loaded = true;
+    file_node *added = file_store_append(store, parent, std::move(row));
+    auto placeholder = make_row(file_kind::placeholder, _("Loading, please wait..."), nullptr);
+    placeholder->not_loaded = true;
+    file_store_append(store, added, std::move(placeholder));
+    return added;
+}
+
+file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size)
+{
+    auto row = make_row(file_kind::file, std::move(name), parent->mount);
+    row->size = size;
+    return file_store_append(store, parent, std::move(row));
+}
+
+int dir_filter(const dirent *entry)
+{
+    trace_log("dir_filter: %s", entry->d_name);
+    return !is_dot_entry(entry) && entry->d_type == DT_DIR;
+}
+
+int file_filter(const dirent *entry)
+{
+    return !is_dot_entry(entry) && entry->d_type != DT_DIR;
+}
+
+void load_iter(struct app *app, file_store *store, file_node *row)
+{
+    trace_log("* Enter");
+    load_directory_content(app, store, row);
+    trace_log("* Success");
+}
+
+int load_directory_content(struct app *app, file_store *store, file_node *row)
+{
+    trace_log("* Enter");
+    trace_log("Loading directory content: %s", full_path(*row).c_str());
+    if (!row->not_loaded || !row->is_dir())
+        return 0;
+    row->not_loaded = false; // before reading: a directory that fails is not tried again
+    file_store_changed(store, row);
+    const open_directory directory = open_for_rows(*row);
+    load_directories(app, store, row, directory);
+    load_files(app, store, row, directory);
+    row->children.shrink_to_fit();
+    if (!row->children.empty())
+        file_store_remove(store, row->children.front().get()); // the placeholder
+    return 0;
+}
+
+int check_dir_mount(const std::string &directory, const std::string &device)
+{
+    trace_log("* Enter");
+    trace_log("current directory = %s len = %d current device = %s len %d", directory.c_str(),
+              static_cast<int>(directory.size()), device.c_str(), static_cast<int>(device.size()));
+    const dev_t own = node_number(device);
+    trace_log("bg_dev.st_rdev = %d", static_cast<int>(own));
+    const mount_table *table = current_mount_table();
+    if (!table) {
+        // Nothing is known of mounts then; hiding every directory would help nobody.
+        std::printf("Unable to open /proc/mounts: %s\n", std::strerror(errno));
+        return 0;
+    }
+    const mount_data *mount = find_device_mount(*table, directory);
+    if (!mount) {
+        trace_log("* Exit");
+        return 0;
+    }
+    const dev_t mounted = node_number(mount->device);
+    trace_log("bg_dev_m.st_rdev = %d", static_cast<int>(mounted));
+    trace_log("Find mount point: dev = %s mount_point = %s", mount->device.c_str(), mount->directory.c_str());
+    return mounted != own;
+}
