@@ -1,0 +1,84 @@
+// The template files that the board's firmware reads: a name file, which lists files or sectors, and a check
+// file with one check value for each of them. docs/template-format.md describes every byte.
+#pragma once
+
+#include "common/owned.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+// The list kind as the headers hold it.
+enum class list_kind : std::uint32_t { sectors = 1, files = 2 };
+
+constexpr std::size_t template_header_size = 1024;
+constexpr std::size_t file_record_size = 256; // text and at least one NUL
+constexpr std::size_t check_value_size = 4;
+using template_header = std::array<std::uint8_t, template_header_size>;
+
+struct template_layout {
+    const char *name_file;  // "bootfile.nam"
+    const char *check_file; // "bootfile.chk"
+    std::uint32_t record_size;
+};
+template_layout layout_of(list_kind kind);
+
+// The header fields that both files of a pair share.
+struct template_fields {
+    std::uint32_t kind;
+    std::uint32_t count;
+    std::uint32_t record_size;
+    bool operator==(const template_fields &) const = default;
+};
+template_fields fields_of(const template_header &header);
+
+// One record of the sector list, exactly as it lies in the file.
+struct sector_record {
+    std::uint8_t drive_number; // BIOS drive number, 0x80 for the first disk
+    std::array<std::uint8_t, 4> little_endian;
+};
+static_assert(sizeof(sector_record) == 5);
+sector_record make_sector_record(std::uint32_t drive_number, std::uint32_t sector);
+std::uint32_t sector_of(const sector_record &record); // LBA
+
+// The firmware's path of the pair's name file, such as C:/boot/pelva/bootfile.nam. `directory_path` ends with
+// its separator. Nothing when the header's field cannot hold it: the limit is 127 bytes.
+[[nodiscard]] std::optional<std::string> template_name_path(const std::string &directory_path,
+                                                            list_kind kind);
+
+// Writes both headers, the name file's first. The streams stay open and belong to the caller.
+// Returns 1, or 0 when the name path is too long (nothing is written then) or a header was not taken whole.
+[[nodiscard]] int fill_structures(std::FILE *nam, std::FILE *chk, const std::string &directory_path,
+                                  std::uint32_t count, list_kind kind);
+
+// Replaces the record count in a header that is already written; the position in the stream is lost.
+[[nodiscard]] bool rewrite_record_count(std::FILE *stream, std::uint32_t count);
+
+// Reads both headers, the name file's first. Returns 1 when both are whole and carry their magics, else 0.
+// A null check stream counts as a header that cannot be read.
+[[nodiscard]] int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
+                                  template_header &chk_header);
+
+using count_callback = void (*)(std::uint32_t count, void *user);
+using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading
+
+// Passes every record's text, in file order, to `on_record`; the count in the header, which the file need not
+// keep, goes to `on_count` first when that is given. Returns 0, also when the file ends early, -1 when
+// bootfile.nam cannot be opened, -2 when a header is bad or the check file is missing.
+[[nodiscard]] int read_file_list(const std::string &directory, count_callback on_count,
+                                 record_callback on_record, void *user);
+
+// The records of bootsect.nam, or null when the pair cannot be opened, a header is bad or a record is
+// missing. `count` is set as soon as the headers are valid, also when null is returned after that.
+[[nodiscard]] std::unique_ptr<sector_record[]> read_sector_list(const std::string &directory,
+                                                                std::uint32_t &count);
+
+// Opens a regular file of a template directory (a descriptor, or AT_FDCWD) for reading; null for anything
+// else. Never waits, as opening a named pipe would.
+[[nodiscard]] owned_file open_template_file(int directory, const std::string &name, int flags = 0);
+
+// Bytes behind the header; 0 when the file has no whole header.
+[[nodiscard]] std::uint64_t body_size(std::FILE *stream);
