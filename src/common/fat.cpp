@@ -92,6 +92,13 @@ std::optional<matched_entry> find_entry(fat_directory &directory, const address_
     return std::nullopt;
 }
 
+void join_strings(std::string &path, char separator, const std::string &name)
+{
+    if (!path.empty())
+        path += separator;
+    path += name;
+}
+
 // Finds the next part and moves it to the path. Nothing for a directory in the last place or a file before
 // it.
 std::optional<matched_entry> take_next_part(fat_directory &directory, address &to)
@@ -100,9 +107,7 @@ std::optional<matched_entry> take_next_part(fat_directory &directory, address &t
     to.parts.pop_front();
     if (!found || found->is_directory == to.parts.empty())
         return std::nullopt;
-    if (!to.path.empty())
-        to.path += to.direction == fat_direction::long_to_short ? '\\' : '/';
-    to.path += found->name;
+    join_strings(to.path, to.direction == fat_direction::long_to_short ? '\\' : '/', found->name);
     if (to.path.size() > longest_path) {
         trace_log("Converted path is longer than %zu bytes", longest_path);
         return std::nullopt;

@@ -35,18 +35,22 @@ std::optional<std::u16string> to_utf16(const std::string &name)
     return std::u16string(units.get(), units.get() + length);
 }
 
-// The characters of one long-name entry, up to the first zero one.
-std::u16string piece_text(const fat_entry &entry)
+// A long name that grows to the front, as its parts are stored last part first.
+struct name_in_reverse {
+    std::array<char16_t, most_pieces * 13> units;
+    std::size_t start = units.size();
+};
+
+// Puts the characters of one long-name entry, up to the first zero one, before the name.
+void prepend_piece(name_in_reverse &name, const fat_entry &entry)
 {
     static constexpr std::array<std::uint8_t, 13> offsets = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
-    std::u16string text;
-    for (const std::uint8_t offset : offsets) {
-        const char16_t unit = le16(entry, offset);
-        if (unit == 0)
-            break;
-        text += unit;
-    }
-    return text;
+    std::size_t length = 0;
+    while (length < offsets.size() && le16(entry, offsets[length]) != 0)
+        ++length;
+    name.start -= length;
+    for (std::size_t i = 0; i < length; ++i)
+        name.units[name.start + i] = le16(entry, offsets[i]);
 }
 
 // A field of a short name without the blanks that pad it.
@@ -55,14 +59,6 @@ std::string remove_spaces(byte_span field)
     std::string text(field.begin(), std::find(field.begin(), field.end(), 0));
     text.erase(text.find_last_not_of(' ') + 1);
     return text;
-}
-
-std::u16string join_strings(const std::list<std::u16string> &pieces)
-{
-    std::u16string name;
-    for (const std::u16string &piece : pieces)
-        name += piece;
-    return name;
 }
 
 } // namespace
@@ -151,27 +147,26 @@ bool is_long_name_piece(const fat_entry &entry)
 
 std::optional<std::u16string> readLFN(fat_directory &directory, fat_entry &entry)
 {
-    std::list<std::u16string> pieces;
+    name_in_reverse name;
     std::size_t count = 0;
     while (is_long_name_piece(entry)) {
-        // The last part of the name stands first. A longer run cannot be a name, and is only read to its end.
+        // A longer run cannot be a name, and is only read to its end.
         if (++count <= most_pieces)
-            pieces.push_front(piece_text(entry));
+            prepend_piece(name, entry);
         if (read_next_file_entry(directory, entry) != fat_read::entry) {
             trace_log("End of cluster while LFN reading!");
             entry = {};
             return std::nullopt;
         }
     }
-    std::u16string name = join_strings(pieces);
-    if (count > most_pieces || name.empty()) {
+    if (count > most_pieces || name.start == name.units.size()) {
         trace_log("LFN read error(assembly_name)!");
         return std::nullopt;
     }
     if (is_unused(entry))
         return std::nullopt;
     trace_log("LFN end address:%" PRIx64, directory.position);
-    return name;
+    return std::u16string(name.units.begin() + static_cast<std::ptrdiff_t>(name.start), name.units.end());
 }
 
 std::optional<std::string> long_name_to_utf8(const std::u16string &name)

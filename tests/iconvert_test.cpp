@@ -1,0 +1,88 @@
+#include "common/iconvert.h"
+
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::string_literals;
+
+TEST(pvl_iconv, converts_whole_texts_or_nothing)
+{
+    const std::string longest(4095, 'a');
+    const struct {
+        std::string text;
+        const char *source, *target;
+        std::optional<std::string> expected;
+    } cases[] = {
+        {"Файл №1.txt", "utf8", "cp866", "\x94\xA0\xA9\xAB \xFC"s + "1.txt"},
+        {"\x94\xA0\xA9\xAB", "cp866", "utf-8", "Файл"},
+        {"", "utf8", "cp866", ""},
+        {"before\0after"s, "utf8", "cp866", "before"},
+        {"euro €", "utf8", "cp866", std::nullopt},
+        {"half \xD0", "utf8", "cp866", std::nullopt},
+        {"wrong \xFFy", "utf8", "cp866", std::nullopt},
+        {"text", "no-such-code", "utf-8", std::nullopt},
+        {"a\0b\0\0\0c\0"s, "utf-16le", "utf-8", "ab"},
+        {"A\0\0B\0\0"s, "utf-16le", "utf-8", "A\xE4\x88\x80"}, // a zero pair at an odd offset ends nothing
+        {"\x3D\xD8\x00\xDE"s, "utf-16le", "utf-8", "\U0001F600"},
+        {"\x3D\xD8"s, "utf-16le", "utf-8", std::nullopt},
+        {"a\0b"s, "utf-16le", "utf-8", std::nullopt},
+        {longest, "utf8", "cp866", longest},
+        {longest + "a", "utf8", "cp866", std::nullopt},
+    };
+    for (const auto &[text, source, target, expected] : cases)
+        EXPECT_EQ(pvl_iconv(text, source, target), expected) << text << " from " << source;
+    EXPECT_EQ(pvl_iconv({}, "utf8", "cp866"), std::nullopt);
+}
+
+TEST(pvl_iconv, says_how_it_failed)
+{
+    captured_trace trace;
+    EXPECT_FALSE(pvl_iconv("x€y", "utf8", "cp866"));
+    EXPECT_EQ(trace.messages(),
+              "Convert x€y from utf8 to cp866\n"
+              "code = utf8 len = 5\n"
+              "inbuf =x€y, inbytesleft = 5 , outbuf =, outbytesleft = 4095\n"
+              "iconv failed: Invalid or incomplete multibyte or wide character\n"
+              "Number of changes byte = -1\n"
+              "Max number write bytes = 4095\n"
+              "after convert: buf = x (1)\n"
+              "inbuf =€y, inbytesleft = 4 , outbuf = , outbytesleft = 4094\n"
+              "iconv error: 84\n");
+}
+
+TEST(replace_symbols, replaces_every_occurrence)
+{
+    std::string text = "/mnt//a";
+    captured_trace trace;
+    replace_symbols(text, '/', '\\');
+    EXPECT_EQ(text, "\\mnt\\\\a");
+    EXPECT_EQ(trace.messages(), "Replace / to \\ in /mnt//a\nFind slash... (/)\nFind slash... (/)\n"
+                                "Find slash... (/)\nFinish replase\nConvert: \\mnt\\\\a\n");
+}
+
+TEST(replace_backslash, separates_only_behind_directories)
+{
+    const scratch_directory scratch;
+    scratch.write("data/My\\Files/file", "");
+    std::filesystem::create_symlink("data", scratch.path() / "link");
+    const std::string root = scratch.path().string();
+    std::string board_root = root;
+    replace_symbols(board_root, '/', '\\');
+    const struct {
+        std::string path, expected;
+    } cases[] = {
+        {board_root + "\\data\\My\\Files\\a\\b.txt", root + "/data/My\\Files/a\\b.txt"},
+        {root + "/data\\My\\Files\\file\\x", root + "/data/My\\Files/file\\x"},
+        {root + "\\link\\My\\Files", root + "/link\\My\\Files"},
+        {root + "/\\data\\x", root + "/\\data\\x"},
+        {"\\no\\such\\directory", "/no\\such\\directory"},
+        {"", ""},
+        {"\\" + std::string(4094, 'x'), "/" + std::string(4094, 'x')},
+        {"\\" + std::string(4095, 'x'), "\\" + std::string(4095, 'x')},
+    };
+    for (auto [path, expected] : cases) {
+        replace_backslash(path);
+        EXPECT_EQ(path, expected);
+    }
+}
