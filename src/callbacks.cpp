@@ -1,0 +1,126 @@
+#include "callbacks.h"
+
+#include "app.h"
+#include "common/defaults.h"
+#include "dialogs.h"
+#include "diskbrowser.h"
+#include "filebrowser.h"
+#include "i18n.h"
+#include "progress.h"
+#include "template_save.h"
+#include "trace_log.h"
+
+namespace {
+
+bool confirmed(struct app *app, const char *question)
+{
+    return dialog_yes_no(app->window, _("Confirm"), "%s", question) == GTK_RESPONSE_YES;
+}
+
+GtkTreeStore *disk_store(const struct app *app)
+{
+    return GTK_TREE_STORE(gtk_tree_view_get_model(GTK_TREE_VIEW(app->diskbrowser)));
+}
+
+// Unmarks every row below, as far as the directories were read.
+void clear_files_below(struct app *app, file_store *store, const file_node &above)
+{
+    progress_run_main_loop(app);
+    for (const auto &row : above.children) {
+        mark_iter(app, store, row.get(), 0);
+        if (row->is_dir() && !row->not_loaded)
+            clear_files_below(app, store, *row);
+    }
+}
+
+void clear_file_marks(struct app *app)
+{
+    file_store *store = filebrowser_store(app);
+    progress_start(app);
+    clear_files_below(app, store, *file_store_top(store));
+    progress_stop(app);
+}
+
+// Unmarks a row, the siblings after it and everything below them.
+void clear_sectors_from(struct app *app, GtkTreeStore *store, GtkTreeIter row)
+{
+    GtkTreeModel *model = GTK_TREE_MODEL(store);
+    do {
+        disk_mark_iter(app, store, &row, 0);
+        GtkTreeIter child;
+        if (gtk_tree_model_iter_children(model, &child, &row))
+            clear_sectors_from(app, store, child);
+    } while (gtk_tree_model_iter_next(model, &row));
+}
+
+void clear_sector_marks(struct app *app)
+{
+    GtkTreeStore *store = disk_store(app);
+    GtkTreeIter first;
+    if (gtk_tree_model_get_iter_first(GTK_TREE_MODEL(store), &first))
+        clear_sectors_from(app, store, first);
+}
+
+} // namespace
+
+void on_files_save_clicked(GtkWidget *widget, struct app *app)
+{
+    if (!widget || confirmed(app, _("Do you really want to overwrite existing template?")))
+        save_file_template(app, filebrowser_store(app));
+}
+
+void on_sectors_save_clicked(GtkWidget *widget, struct app *app)
+{
+    if (!widget || confirmed(app, _("Do you really want to overwrite existing template?")))
+        save_sector_template(app, GTK_TREE_MODEL(disk_store(app)));
+}
+
+void on_files_clear_clicked(GtkWidget *, struct app *app)
+{
+    if (!confirmed(app, _("Do you really want to clear files selection?")))
+        return;
+    clear_file_marks(app);
+    files_changed = 1;
+}
+
+void on_sectors_clear_clicked(GtkWidget *, struct app *app)
+{
+    if (!confirmed(app, _("Do you really want to clear sectors selection?")))
+        return;
+    clear_sector_marks(app);
+    sectors_changed = 1;
+}
+
+void on_files_default_clicked(GtkWidget *, struct app *app)
+{
+    if (!confirmed(app, _("Do you really want to set default selection?")))
+        return;
+    clear_file_marks(app);
+    file_store *store = filebrowser_store(app);
+    for (const std::string &path : generate_defaults()) {
+        trace_log("File: %s", path.c_str());
+        file_node *row = nullptr;
+        if (find_iter_for_file(app, store, path, &row) == 0) {
+            trace_log("Mark file %s", path.c_str());
+            mark_iter(app, store, row, 1);
+        }
+    }
+    files_changed = 1;
+}
+
+void on_sectors_default_clicked(GtkWidget *, struct app *app)
+{
+    if (!confirmed(app, _("Do you really want to set default selection?")))
+        return;
+    clear_sector_marks(app);
+    GtkTreeStore *store = disk_store(app);
+    GtkTreeModel *model = GTK_TREE_MODEL(store);
+    GtkTreeIter top;
+    for (gboolean more = gtk_tree_model_get_iter_first(model, &top); more;
+         more = gtk_tree_model_iter_next(model, &top)) {
+        GtkTreeIter first;
+        if (gtk_tree_model_iter_children(model, &first, &top))
+            disk_mark_all(app, store, &first);
+    }
+    sectors_changed = 1;
+}

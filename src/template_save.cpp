@@ -1,0 +1,209 @@
+#include "template_save.h"
+
+#include "common/fat.h"
+#include "common/template_pair.h"
+#include "dialogs.h"
+#include "filebrowser.h"
+#include "i18n.h"
+#include "progress.h"
+#include "trace_log.h"
+#include "tree_walk.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace {
+
+// The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
+std::unique_ptr<template_pair> current;
+
+void tell_failure(struct app *app)
+{
+    progress_stop(app);
+    dialog_ok(app->window, _("Error"), "%s",
+              _("Cannot write the template. The previous template stays in use."));
+}
+
+// The template directory as the firmware names it, with its final separator: "C:/boot/pelva/".
+std::string board_directory(const struct app *app, const char *location_of)
+{
+    std::string path = app->short_path;
+    std::ranges::replace(path, '/', app->separator);
+    trace_log("%s check templates location: %c:%s", location_of, app->pelva_db_mt->letter, path.c_str());
+    return std::string{app->pelva_db_mt->letter, ':'} + path + app->separator;
+}
+
+int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
+{
+    trace_log("Enter");
+    const std::string directory = board_directory(app, kind == list_kind::files ? "File" : "Sector");
+    if (!template_name_path(directory, kind)) {
+        dialog_ok(app->window, _("Error"), "%s",
+                  _("The path of the template directory is too long for the board."));
+        trace_log("* Failed");
+        return 0;
+    }
+    current = open_template_pair(app->pelva_db_path, kind);
+    if (!current) {
+        trace_log("* Failed");
+        return 0;
+    }
+    if (!write_template_headers(*current, directory, count)) {
+        current.reset();
+        trace_log("Cannot write file headers");
+        trace_log("Failed");
+        tell_failure(app);
+        return 0;
+    }
+    app->fsnon = current->nam.get();
+    app->fsncv = current->chk.get();
+    trace_log("* Success");
+    return 1;
+}
+
+void write_record(byte_span record)
+{
+    if (write_template_record(*current, record)) {
+        trace_log("* Success");
+        return;
+    }
+    trace_log("Write failed");
+    trace_log("* Failed");
+}
+
+// The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
+std::optional<std::string> short_name_text(const struct app *app, const part &p)
+{
+    constexpr std::size_t drive_prefix = 3; // letter, colon, back-slash
+    trace_log("fs = %s, start convert filename to sfn-path:, path_buf = %s", p.fs_type->c_str(),
+              app->path_buf);
+    const std::string path = app->path_buf;
+    const std::optional<std::string> names = get_sfn_path(partition_name(p), path.substr(drive_prefix));
+    if (!names) {
+        trace_log("Get sfn-path error!");
+        return std::nullopt;
+    }
+    return path.substr(0, drive_prefix) + *names;
+}
+
+std::optional<std::string> code_page_text(const struct app *app)
+{
+    const owned_gchar text(g_convert(app->path_buf, -1, "CP866", "UTF-8", nullptr, nullptr, nullptr));
+    if (!text) {
+        trace_log("Cannot convert filename to codepage 866: %s", app->path_buf);
+        trace_log("* Failed");
+        return std::nullopt;
+    }
+    return text.get();
+}
+
+// The file at `path_buf` as the firmware names it on its kind of file system.
+std::optional<std::string> record_text(const struct app *app, const part &p)
+{
+    if (is_ext_fs(p))
+        return app->path_buf;
+    return p.fs_type->find("fat") != std::string::npos ? short_name_text(app, p) : code_page_text(app);
+}
+
+void refuse_long_name(struct app *app, file_store *store, file_node *row)
+{
+    progress_stop(app);
+    dialog_ok(app->window, _("Warning"), "%s", _("File name is too long."));
+    progress_start(app);
+    mark_iter(app, store, row, 0);
+    trace_log("File name is too long (max length is %zu)", file_record_size);
+    trace_log("* Failed");
+    trace_log("app->total_files_selected = %u", app->total_files_selected);
+}
+
+} // namespace
+
+int file_save_init(struct app *app)
+{
+    return begin_pair(app, list_kind::files, app->total_files_selected);
+}
+
+int sector_save_init(struct app *app)
+{
+    return begin_pair(app, list_kind::sectors, app->total_sectors_selected);
+}
+
+void save_file(struct app *app, file_store *store, file_node *row)
+{
+    progress_run_main_loop(app);
+    trace_log("* Enter");
+    trace_log("Saving file: %s", app->path_buf);
+    const part &p = *row->mount->partition;
+    trace_log("fs_path = %s, mount_point = %s fs = %s", full_path(*row).c_str(),
+              row->mount->mountpoint.c_str(), p.fs_type->c_str());
+    const std::optional<std::string> text = record_text(app, p);
+    if (!text)
+        return;
+    trace_log("filename = %s len = %zu", text->c_str(), text->size());
+    if (text->size() >= file_record_size) {
+        refuse_long_name(app, store, row);
+        return;
+    }
+    std::array<std::uint8_t, file_record_size> record{};
+    std::ranges::copy(*text, record.begin());
+    trace_log("Write file %s in themplates", text->c_str());
+    write_record(record);
+}
+
+void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *)
+{
+    trace_log("* Enter");
+    trace_log("Saving sector: %u", sector);
+    trace_log("Sector path: %s", app->path_buf);
+    const sector_record record = make_sector_record(disk->drive_number, sector);
+    std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
+    std::ranges::copy(record.little_endian, bytes.begin() + 1);
+    write_record(bytes);
+}
+
+int save_done(struct app *app)
+{
+    g_assert(app->fsnon != nullptr);
+    g_assert(app->fsncv != nullptr);
+    app->fsnon = app->fsncv = nullptr;
+    return replace_template(std::move(current)) ? 1 : 0;
+}
+
+void save_file_template(struct app *app, file_store *store)
+{
+    if (!file_save_init(app))
+        return;
+    progress_start(app);
+    for (const auto &top : file_store_top(store)->children) {
+        if (!top->mount || top->not_loaded)
+            continue;
+        begin_path(app, {top->mount->letter, ':'});
+        walk_file_rows(app, store, *top, save_file, is_ext_fs(*top->mount->partition) ? '/' : '\\');
+    }
+    const int saved = save_done(app);
+    progress_stop(app);
+    if (saved)
+        files_changed = 0;
+    else
+        tell_failure(app);
+}
+
+void save_sector_template(struct app *app, GtkTreeModel *disks)
+{
+    if (!sector_save_init(app))
+        return;
+    GtkTreeIter top;
+    for (gboolean more = gtk_tree_model_get_iter_first(disks, &top); more;
+         more = gtk_tree_model_iter_next(disks, &top)) {
+        GtkTreeIter first;
+        if (!gtk_tree_model_iter_children(disks, &first, &top))
+            continue;
+        begin_path(app, "");
+        walk_sector_rows(app, disks, &first, save_sector);
+    }
+    if (save_done(app))
+        sectors_changed = 0;
+    else
+        tell_failure(app);
+}
