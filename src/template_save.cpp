@@ -1,5 +1,6 @@
 #include "template_save.h"
 
+#include "common/bytes.h"
 #include "common/fat.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
