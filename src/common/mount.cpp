@@ -57,6 +57,8 @@ std::vector<std::string> cleanup_places()
             only_own = false;
         }
     }
+    if (error && error != std::errc::no_such_file_or_directory)
+        only_own = false;
     return only_own ? std::vector<std::string>{"/tmp/tarnel*"} : own;
 }
 
