@@ -126,33 +126,37 @@ class fat_geometry_test : public fat_test, public testing::WithParamInterface<ge
 TEST_P(fat_geometry_test, agrees_with_mtools_on_every_name)
 {
     make_volume(GetParam().size, GetParam().options);
-    const names directories = {
-        "", "Program Files/", "lower/", "Каталог с файлами/", "PROGRA~1.DIR/", "lower/.nested/"};
+    const names directories = {"", "Program Files", "lower~1", "Каталог с файлами", "lower~1/.nested"};
     run_on("mmd", "", {directories.begin() + 1, directories.end()});
-    // Number by number, so that the directories grow in turn and their clusters lie scattered. Some files
-    // lose their attribute, others leave holes for names of other lengths.
-    for (int number = 10; number < 18; ++number)
+    // Round by round, so that the directories grow in turn and their clusters lie scattered. Some files lose
+    // their attribute, others leave holes for names of other lengths.
+    names files;
+    for (int number = 10; number < 18; number += 2) {
+        names round = numbered_names(number, GetParam().longest);
+        const names more = numbered_names(number + 1, GetParam().longest);
+        round.insert(round.end(), more.begin(), more.end());
         for (const std::string &directory : directories)
-            copy(directory, numbered_names(number, GetParam().longest));
+            copy(directory + "/", round);
+        files.insert(files.end(), round.begin(), round.end());
+    }
+    const names added = {"short.new", "a new file with quite a long name.text"};
     const names removed = {"lower13.txt", "exactly twenty-six 13.text", "ВЕРХ13.ТХТ",
                            "Длинное имя файла 13.документ"};
-    names files = {"short.new", "a new file with quite a long name.text"};
+    for (const std::string &name : removed)
+        files.erase(std::find(files.begin(), files.end(), name));
     for (const std::string &directory : directories) {
-        run_on("mattrib -a", directory, numbered_names(14, GetParam().longest));
-        run_on("mdel", directory, removed);
-        copy(directory, files);
+        run_on("mattrib -a", directory + "/", numbered_names(14, GetParam().longest));
+        run_on("mdel", directory + "/", removed);
+        copy(directory + "/", added);
     }
-    for (int number = 10; number < 18; ++number)
-        for (const std::string &name : numbered_names(number, GetParam().longest))
-            if (std::find(removed.begin(), removed.end(), name) == removed.end())
-                files.push_back(name);
-    for (const std::string &directory : directories) {
-        std::string parent = directory.starts_with("lower/.") ? "lower/" : "";
-        const std::string self = directory.substr(parent.size());
-        const std::string above = parent.empty() ? "" : "LOWER\\";
-        compare(directory, self.empty() ? "" : above + short_names(parent, {self})[0] + "\\", files);
+    files.insert(files.end(), added.begin(), added.end());
+    names shorts = short_names("", {directories.begin() + 1, directories.end()});
+    shorts.insert(shorts.begin(), "");
+    shorts.back() = shorts[2] + "\\" + shorts.back();
+    for (std::size_t i = 0; i < directories.size(); ++i) {
+        compare(directories[i] + (i ? "/" : ""), shorts[i] + (i ? "\\" : ""), files);
         for (const std::string &name : removed)
-            EXPECT_EQ(get_sfn_path("sda1", directory + "\\" + name), std::nullopt);
+            EXPECT_EQ(get_sfn_path("sda1", directories[i] + "\\" + name), std::nullopt);
     }
 }
 

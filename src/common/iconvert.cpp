@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iconv.h>
+#include <map>
 #include <sys/stat.h>
 
 namespace {
@@ -34,6 +35,24 @@ private:
     iconv_t descriptor_;
 };
 
+// Opened once for each pair of code sets: opening loads a module of the C library, closing drops it again,
+// and both take far longer than a file name's conversion. Null, with errno set, when there is no such
+// conversion.
+const converter *find_converter(const char *target, const char *source)
+{
+    static std::map<std::pair<std::string, std::string>, converter> opened;
+    const auto [found, added] =
+        opened.try_emplace(std::pair<std::string, std::string>(target, source), target, source);
+    if (found->second) {
+        iconv(found->second.get(), nullptr, nullptr, nullptr, nullptr);
+        return &found->second;
+    }
+    const int error = errno;
+    opened.erase(found);
+    errno = error;
+    return nullptr;
+}
+
 // The bytes before the first zero 16-bit unit; a pair of zeros at an odd offset is half of two characters.
 std::size_t utf16_length(std::string_view text)
 {
@@ -60,7 +79,7 @@ std::optional<std::string> pvl_iconv(std::string_view text, const char *source, 
     const bool utf16 = std::strstr(source, "utf-16") != nullptr;
     std::string input(text.substr(0, utf16 ? utf16_length(text) : text.find('\0')));
     trace_log("Convert %s from %s to %s", input.c_str(), source, target);
-    const converter conversion(target, source);
+    const converter *const conversion = find_converter(target, source);
     if (!conversion) {
         trace_log("iconv_open failed: %s", std::strerror(errno));
         return std::nullopt;
@@ -78,7 +97,7 @@ std::optional<std::string> pvl_iconv(std::string_view text, const char *source, 
     trace_log("inbuf =%s, inbytesleft = %d , outbuf =%s, outbytesleft = %d", in, static_cast<int>(in_left),
               out, static_cast<int>(out_left));
     errno = 0;
-    const std::size_t changes = iconv(conversion.get(), &in, &in_left, &out, &out_left);
+    const std::size_t changes = iconv(conversion->get(), &in, &in_left, &out, &out_left);
     const int error = changes == static_cast<std::size_t>(-1) ? errno : 0;
     if (error)
         trace_log("iconv failed: %s", std::strerror(error));
