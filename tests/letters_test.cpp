@@ -2,17 +2,20 @@
 #include "common/letters.h"
 #include "support.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <sstream>
 
 namespace {
 
 // Disks sda, sdb, ... from their partition numbers, separated by "|". A number of 5 and up is a logical
-// drive; "x" marks the extended partition, "s" one without a supported file system.
+// drive; "x" marks the extended partition, "s" one without a supported file system. A partition has 100
+// sectors, an extended one 1,000; 4 ends with the last sector that 32 bits can count.
 std::list<disk> make_disks(const std::string &text)
 {
     std::list<disk> disks;
     disks.emplace_back().name = "sda";
+    disks.front().length = 5000;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         const std::string name = disks.back().name;
@@ -25,6 +28,9 @@ std::list<disk> make_disks(const std::string &text)
         p.index = std::stoi(word);
         p.extended = word.back() == 'x';
         p.letter = '?';
+        p.sect_before =
+            std::array{0U, 100U, 1000U, 3000U, ~99U, 1010U, 1200U}[static_cast<unsigned>(p.index % 7)];
+        p.sect_total = p.extended ? 1000 : 100;
         if (!p.extended && word.back() != 's')
             p.fs_type = "ext4";
     }
@@ -55,16 +61,16 @@ TEST(letters, are_those_of_the_firmware)
                                 "device = sda index = 5 letter = D\n");
 }
 
-TEST(letters, beyond_z_are_given_once_but_name_nothing)
+TEST(letters, end_before_they_repeat)
 {
     std::list<disk> disks = make_disks("");
     disks.front().parts.resize(300);
     assign_letters(disks);
-    std::string letters;
-    for (const part &p : disks.front().parts)
-        letters += p.letter;
-    EXPECT_EQ(letters.substr(23, 2), "Z[");
-    EXPECT_EQ(letters.substr(188), '\xff' + std::string(111, '\0'));
+    int running = 'C';
+    for (const part &p : disks.front().parts) {
+        EXPECT_EQ(p.letter, running > 0xff ? '\0' : static_cast<char>(running));
+        running++;
+    }
     EXPECT_EQ(find_part_by_label(disks, '['), nullptr);
 }
 
@@ -105,13 +111,13 @@ TEST(letters, and_names_and_numbers_lead_to_partitions)
         {"md127p1", "md127p1@md127\nThe partition md1271 was defined\n"},
         {"md0p1", "-@-\nWrong device name: md0p1\n"},
     };
-    for (const auto &[name, expected] : cases) {
-        EXPECT_EQ(found_by(disks,
-                           [&](disk **owner) {
-                               return name.size() == 1 ? find_part_by_label(disks, name[0], owner)
-                                                       : find_part_by_name(disks, name, owner);
-                           }),
-                  expected);
+    for (const auto &c : cases) {
+        const std::string &name = c.first;
+        const auto find = [&](disk **owner) {
+            return name.size() == 1 ? find_part_by_label(disks, name[0], owner)
+                                    : find_part_by_name(disks, name, owner);
+        };
+        EXPECT_EQ(found_by(disks, find), c.second);
     }
     const std::uint64_t dev = disks.back().parts.back().dev = 0x1'0000'0805;
     EXPECT_EQ(found_by(disks, [&](disk **) { return find_part_for_file(disks, dev); }),
@@ -121,20 +127,6 @@ TEST(letters, and_names_and_numbers_lead_to_partitions)
     disks.back().drive_number = 0x81;
     EXPECT_EQ(find_disk_by_number(disks, 0x81), &disks.back());
     EXPECT_EQ(find_disk_by_number(disks, 0x82), nullptr);
-}
-
-// A disk with partitions of 100 sectors at the places below; the extended one has 1,000 sectors, and 4 ends
-// with the last sector that 32 bits can count.
-std::list<disk> make_sectors(const std::string &numbers)
-{
-    std::list<disk> disks = make_disks(numbers);
-    disks.front().length = 5000;
-    for (part &p : disks.front().parts) {
-        p.sect_before =
-            std::array{0U, 100U, 1000U, 3000U, ~99U, 1010U, 1200U}[static_cast<unsigned>(p.index)];
-        p.sect_total = p.extended ? 1000 : 100;
-    }
-    return disks;
 }
 
 TEST(letters, sectors_lead_to_partitions)
@@ -147,7 +139,7 @@ TEST(letters, sectors_lead_to_partitions)
         {"4", "4294967195:0 4294967196:4 4294967295:4"},
     };
     for (const auto &[numbers, lookups] : cases) {
-        std::list<disk> disks = make_sectors(numbers);
+        std::list<disk> disks = make_disks(numbers);
         std::istringstream words(lookups);
         std::uint32_t sector;
         int index; // 0 for none
@@ -156,7 +148,7 @@ TEST(letters, sectors_lead_to_partitions)
             EXPECT_EQ(p ? p->index : 0, index) << numbers << ", sector " << sector;
         }
     }
-    std::list<disk> disks = make_sectors("1 2x 5");
+    std::list<disk> disks = make_disks("1 2x 5");
     EXPECT_EQ(found_by(disks, [&](disk **) { return find_part_by_sector(disks.front().parts, 1050); }),
               "sda5@sda\nsect_before = 1000 pt->sect_total = 1000\nindex = 2\n"
               "sect_before = 1010 pt->sect_total = 100\nindex = 5\n");
@@ -164,9 +156,9 @@ TEST(letters, sectors_lead_to_partitions)
 
 TEST(letters, sector_range)
 {
-    std::list<disk> disks = make_sectors("1 2x 5 6");
+    std::list<disk> disks = make_disks("1 2x 5 6");
     for (const char *array : {"md0", "md127"})
-        disks.emplace_back(make_sectors("1").front()).name = array;
+        disks.emplace_back(make_disks("1").front()).name = array;
     const char *const answers[] = {
         "sda 0 sda 4999 sda5 0 sda5 99 sda2 999 sda9 -1 sdz -1 md0 4999 md0p1 99 md127p1 99 md127p7 -1",
         "sda 5000 sda -1 sda5 100 sda5 -2147483648 sda2 1000 md0 5000 md0p1 100 md127p1 -1 md127 5000",

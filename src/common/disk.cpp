@@ -48,8 +48,10 @@ bool is_disk_name(const std::string &name)
 std::vector<std::string> parse_partitions(std::FILE *stream)
 {
     std::vector<std::string> devices;
-    if (!skip_line(stream) || !skip_line(stream))
-        return devices;
+    for (int heading = 0; heading < 2; heading++) {
+        if (!skip_line(stream))
+            return devices;
+    }
     int major, minor;
     long long blocks;
     std::array<char, 256> name;
@@ -124,7 +126,7 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
     p.swap = entry.swap;
     if (p.lvm)
         trace_log("Partition: %s%d is lvm", path.c_str(), p.index);
-    p.boot = entry.boot;
+    p.boot = entry.boot ? 1 : 0;
     if (entry.fs_name) {
         trace_log("File system of %s%d: %s", device.c_str(), p.index, entry.fs_name->c_str());
         p.fs_name = entry.fs_name;

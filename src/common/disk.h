@@ -32,6 +32,7 @@ struct disk {
     std::int32_t removable = 0;
     std::uint32_t drive_number = 0; // BIOS drive number, 0x80 for the first disk
     std::int32_t is_gpt = 0;
+    // All 0 when the disk could not be read.
     std::int32_t cylinders = 0, heads = 0, sectors = 0; // BIOS geometry
     std::int64_t sector_size = 0;                       // logical, in bytes
     std::uint64_t length = 0;                           // whole disk, in logical sectors
