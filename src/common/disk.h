@@ -67,7 +67,3 @@ int is_ext_fs(const part &p);
 
 // 1 for the file systems that can be mounted and browsed: ext2, ext3, ext4, fat16, fat32, ntfs.
 int is_supported_fs(const part &p);
-
-// Builds the disk list from /proc/partitions and assigns the drive letters. Returns 0, or -1 when there is no
-// disk at all.
-[[nodiscard]] int get_disk_list(std::list<disk> &disks);
