@@ -143,8 +143,8 @@ bool is_ntfs(const mount_entry &mount)
 // `tail` is the board path from its separator on.
 std::string convert_path(const std::string &mountpoint, std::string tail)
 {
-    if (!tail.empty())
-        std::ranges::replace(tail, tail[0], '/');
+    const char separator = tail.empty() ? '/' : tail[0];
+    std::ranges::replace(tail, separator, '/');
     return mountpoint + tail;
 }
 

@@ -18,7 +18,6 @@ browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host
     p.letter = 'C';
     p.fs_name = p.fs_type = fs_type;
     p.mount_point = files.path();
-    p.dev = status.st_dev;
     app.mounts.push_back({&d, &p, status.st_dev, files.path(), 'C', 0});
     app.pelva_db_path = (host.path() / "boot").string();
     mount("/dev/sda1 " + files.path().string() + " " + fs_type + " rw 0 0\n");
@@ -29,19 +28,17 @@ browsed_partition::~browsed_partition()
 {
     progress_stop(&app);
     filebrowser_release(&app);
-    for (GtkWidget *window : {app.window, app.progress_window}) {
-        if (window)
-            gtk_widget_destroy(window);
+    if (app.window) {
+        gtk_widget_destroy(app.window);
+        gtk_widget_destroy(app.progress_window);
+        g_object_unref(app.xml);
     }
     g_object_unref(store);
-    if (app.xml)
-        g_object_unref(app.xml);
 }
 
 void browsed_partition::mount(const std::string &lines)
 {
-    table_ += lines;
-    host.write("proc/mounts", table_);
+    host.write("proc/mounts", mounts += lines);
 }
 
 file_node *browsed_partition::row(const std::string &path) const
@@ -54,14 +51,12 @@ file_node *browsed_partition::row(const std::string &path) const
 
 file_node *browsed_partition::loaded(const std::string &path)
 {
-    file_node *at = root();
-    load_iter(&app, store, at);
-    for (const std::filesystem::path &name : std::filesystem::path(path)) {
-        at = at ? find_child(*at, name) : nullptr;
-        if (at)
-            load_iter(&app, store, at);
+    load_iter(&app, store, root());
+    for (std::size_t end = 0; end < path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        load_iter(&app, store, row(path.substr(0, end)));
     }
-    return at;
+    return row(path);
 }
 
 void browsed_partition::show()
@@ -87,4 +82,38 @@ std::string outline(const file_node &row)
             text += "[" + outline(*child) + "]";
     }
     return text;
+}
+
+owned_path path_of(file_store *store, file_node *row)
+{
+    GtkTreeIter iter = file_store_iter(store, row);
+    return owned_path(gtk_tree_model_get_path(GTK_TREE_MODEL(store), &iter));
+}
+
+void press(browsed_partition &partition, file_node *row, guint button, guint state, GdkEventType type)
+{
+    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GdkRectangle area = {0, GTK_WIDGET(view)->allocation.height - 60, 0, 0};
+    if (row) {
+        const owned_path path = path_of(partition.store, row);
+        gtk_tree_view_scroll_to_cell(view, path.get(), nullptr, TRUE, 0.5, 0);
+        settle();
+        gtk_tree_view_get_cell_area(view, path.get(), gtk_tree_view_get_column(view, 0), &area);
+    }
+    GdkEvent *event = gdk_event_new(type);
+    event->button.window = GDK_WINDOW(g_object_ref(gtk_tree_view_get_bin_window(view)));
+    event->button.x = area.x + 2.9;
+    event->button.y = area.y + 2.9;
+    event->button.button = button;
+    event->button.state = state;
+    gdk_event_put(event);
+    event->type = GDK_BUTTON_RELEASE;
+    gdk_event_put(event);
+    gdk_event_free(event);
+}
+
+fatal_warnings::fatal_warnings()
+    : before(g_log_set_always_fatal(
+          static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_FATAL_MASK)))
+{
 }

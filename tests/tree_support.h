@@ -1,13 +1,12 @@
 // For tests of the file tree: a partition as start-up would have prepared it.
 #pragma once
 
+#include "common/filesystem.h"
 #include "filebrowser.h"
+#include "gtk_owned.h"
 #include "support.h"
 
-#include "common/filesystem.h"
-
 #include <string>
-#include <vector>
 
 // Its root is a scratch directory, which the replaced /proc/mounts lists as /dev/sda1; drive letter C.
 struct browsed_partition {
@@ -17,25 +16,32 @@ struct browsed_partition {
     browsed_partition &operator=(const browsed_partition &) = delete;
 
     file_node *root() const { return file_store_top(store)->children.front().get(); }
-    // The row at a relative path, through loaded rows only; null when there is none.
-    file_node *row(const std::string &path) const;
-    file_node *loaded(const std::string &path); // the same, and loaded
-    // Adds lines to the replaced /proc/mounts.
-    void mount(const std::string &lines);
-    // Loads the window description, shows the window and builds the page; what follows needs a display.
-    void show();
+    file_node *row(const std::string &path) const; // null when no such row is loaded
+    file_node *loaded(const std::string &path);    // the same after reading all directories on the path
+    void mount(const std::string &lines);          // adds lines to the replaced /proc/mounts
+    void show();                                   // builds the page and shows the window
 
     scratch_directory files, host;
     replaced_host replaced;
     struct app app;
     file_store *store = nullptr;
-
-private:
-    std::string table_;
+    std::string mounts;
 };
 
 // Names of the children, each followed by its own in brackets when it has some.
 std::string outline(const file_node &row);
+
+owned_path path_of(file_store *store, file_node *row);
+
+// Sends the press and release of a mouse button on a row, after scrolling to it, or below the rows (null).
+void press(browsed_partition &partition, file_node *row, guint button, guint state, GdkEventType type);
+
+// While it lives, a warning of GTK or GLib ends the test program.
+struct fatal_warnings {
+    fatal_warnings();
+    ~fatal_warnings() { g_log_set_always_fatal(before); }
+    GLogLevelFlags before;
+};
 
 #define NEED_FILE_SYSTEM(partition)                            \
     if (check_fs_type((partition).files.path().string()) == 0) \
