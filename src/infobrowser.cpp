@@ -1,0 +1,81 @@
+#include "infobrowser.h"
+
+#include "app.h"
+#include "common/board.h"
+#include "common/iconvert.h"
+#include "common/owned.h"
+#include "i18n.h"
+#include "trace_log.h"
+
+#include <glade/glade.h>
+#include <gtk/gtk.h>
+
+namespace {
+
+constexpr const char *os_name = "ROSA Linux";
+
+// A label takes UTF-8 only, and the template directory's name may be any bytes.
+void set_label(GtkWidget *label, owned_gchar text)
+{
+    const owned_gchar valid(g_utf8_make_valid(text.get(), -1));
+    gtk_label_set_text(GTK_LABEL(label), valid.get());
+}
+
+bool ask_board(pelva_version &version)
+{
+    if (pvisCard() == 0 && pvGetVersion(&version) == 0)
+        return true;
+    trace_log("pvGetVersion() failed");
+    version = {};
+    return false;
+}
+
+owned_gchar version_text(bool present, const pelva_version &version)
+{
+    if (!present)
+        return owned_gchar(g_strdup_printf(_("Software version: %s\nHardware absent                  "),
+                                           get_package_version()));
+    return owned_gchar(g_strdup_printf(_("Software version: %s\nBIOS board version: %u.%u.%u"),
+                                       get_package_version(), version.major, version.minor, version.build));
+}
+
+owned_gchar template_paths_text(const struct app &app)
+{
+    std::string board_path = app.short_path;
+    if (app.separator != '/')
+        replace_symbols(board_path, '/', app.separator);
+    return owned_gchar(
+        g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %c:%s"), os_name,
+                        app.pelva_db_path.c_str(), app.pelva_db_mt->letter, board_path.c_str()));
+}
+
+} // namespace
+
+const char *get_package_version()
+{
+    return TARNEL_VERSION;
+}
+
+int infobrowser_init(struct app *app)
+{
+    pelva_version version{};
+    const bool present = ask_board(version);
+    trace_log("Package version: %s", get_package_version());
+    trace_log("HW version: %u.%u.%u", version.major, version.minor, version.build);
+
+    GtkWidget *label = glade_xml_get_widget(app->xml, "label_version");
+    if (!label) {
+        trace_log("Cannot find 'label_version' widget");
+        trace_log("* Failed");
+        return 1;
+    }
+    set_label(label, version_text(present, version));
+
+    label = glade_xml_get_widget(app->xml, "path_pelva");
+    if (!label) {
+        trace_log("* Failed");
+        return 1;
+    }
+    set_label(label, template_paths_text(*app));
+    return 1;
+}
