@@ -6,6 +6,7 @@
 #include "common/owned.h"
 #include "i18n.h"
 #include "trace_log.h"
+#include "widgets.h"
 
 #include <glade/glade.h>
 #include <gtk/gtk.h>
@@ -63,12 +64,9 @@ int infobrowser_init(struct app *app)
     trace_log("Package version: %s", get_package_version());
     trace_log("HW version: %u.%u.%u", version.major, version.minor, version.build);
 
-    GtkWidget *label = glade_xml_get_widget(app->xml, "label_version");
-    if (!label) {
-        trace_log("Cannot find 'label_version' widget");
-        trace_log("* Failed");
+    GtkWidget *label = find_widget(app->xml, "label_version");
+    if (!label)
         return 1;
-    }
     set_label(label, version_text(present, version));
 
     label = glade_xml_get_widget(app->xml, "path_pelva");

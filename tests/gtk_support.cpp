@@ -15,6 +15,24 @@ void settle()
         gtk_main_iteration();
 }
 
+loaded_windows::loaded_windows() : xml(glade_xml_new(DATA_DIR "/gtk-tarnel.glade", nullptr, nullptr))
+{
+    EXPECT_TRUE(xml);
+}
+
+loaded_windows::~loaded_windows()
+{
+    for (const char *name : {"report", "progress_window", "window"})
+        if (GtkWidget *window = widget(name))
+            gtk_widget_destroy(window);
+    g_object_unref(xml);
+}
+
+std::string loaded_windows::label(const char *name) const
+{
+    return gtk_label_get_text(GTK_LABEL(widget(name)));
+}
+
 namespace {
 
 void collect(GtkWidget *widget, gpointer data)
@@ -27,6 +45,8 @@ void collect(GtkWidget *widget, gpointer data)
         dialog->buttons.emplace(place.x, name ? name : "?");
     } else if (GTK_IS_LABEL(widget)) {
         dialog->text += std::string(gtk_label_get_text(GTK_LABEL(widget))) + "\n";
+    } else if (GTK_IS_ENTRY(widget)) {
+        dialog->text += std::string(gtk_entry_get_text(GTK_ENTRY(widget))) + "\n";
     } else if (GTK_IS_CONTAINER(widget)) {
         gtk_container_foreach(GTK_CONTAINER(widget), collect, data);
     }
@@ -63,6 +83,14 @@ gboolean answered_dialogs::look(gpointer data)
     GtkWidget *dialog = open_dialog();
     if (!dialog)
         return TRUE;
+    if (GTK_IS_FILE_CHOOSER(dialog) && !self->file_names.empty()) {
+        self->choose(GTK_FILE_CHOOSER(dialog));
+        return TRUE;
+    }
+    if (self->chooser_ == chooser_state::accepted) { // a question about the chosen name
+        self->file_names.erase(self->file_names.begin());
+        self->chooser_ = chooser_state::untouched;
+    }
     seen_dialog record = {gtk_window_get_title(GTK_WINDOW(dialog)), "", {}, 0, 0};
     collect(gtk_dialog_get_content_area(GTK_DIALOG(dialog)), &record);
     gtk_window_get_size(GTK_WINDOW(dialog), &record.width, &record.height);
@@ -80,3 +108,39 @@ gboolean answered_dialogs::look(gpointer data)
         gtk_dialog_response(GTK_DIALOG(dialog), response);
     return TRUE;
 }
+
+// The chooser looks at folders in the background, so it takes a name and a click in steps.
+void answered_dialogs::choose(GtkFileChooser *chooser)
+{
+    const std::string &name = file_names.front();
+    const auto slash = name.rfind('/');
+    gchar *taken = gtk_file_chooser_get_filename(chooser);
+    if (chooser_ == chooser_state::untouched) {
+        gtk_file_chooser_set_current_folder(chooser, name.substr(0, slash).c_str());
+        gtk_file_chooser_set_current_name(chooser, name.substr(slash + 1).c_str());
+        chooser_ = chooser_state::named;
+    } else if (chooser_ == chooser_state::named && taken && name == taken) {
+        gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_ACCEPT);
+        chooser_ = chooser_state::accepted;
+    }
+    g_free(taken);
+}
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizer's own names; absent from other builds
+extern "C" {
+__attribute__((weak)) void __lsan_disable();
+__attribute__((weak)) void __lsan_enable();
+}
+
+forgiven_leaks::forgiven_leaks()
+{
+    if (__lsan_disable)
+        __lsan_disable();
+}
+
+forgiven_leaks::~forgiven_leaks()
+{
+    if (__lsan_enable)
+        __lsan_enable();
+}
+// NOLINTEND(bugprone-reserved-identifier)

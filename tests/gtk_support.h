@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <glade/glade.h>
 #include <gtk/gtk.h>
 #include <map>
 #include <string>
@@ -17,9 +18,22 @@ bool have_display();
 // Runs the main loop until nothing is waiting.
 void settle();
 
+// The program's windows as described, not shown; destroyed at the end of the scope.
+class loaded_windows {
+public:
+    loaded_windows();
+    ~loaded_windows();
+    loaded_windows(const loaded_windows &) = delete;
+    loaded_windows &operator=(const loaded_windows &) = delete;
+
+    GladeXML *xml;
+    GtkWidget *widget(const char *name) const { return glade_xml_get_widget(xml, name); }
+    std::string label(const char *name) const;
+};
+
 struct seen_dialog {
     std::string title;
-    std::string text;                   // all label texts, one per line, in order
+    std::string text;                   // of all labels and entries, one per line, in order
     std::map<int, std::string> buttons; // stock identifiers from left to right
     int width, height;                  // pixels
 };
@@ -35,9 +49,22 @@ public:
 
     std::vector<seen_dialog> seen;
     std::function<void(GtkWidget *)> inspect; // called with each dialog before it is answered
+    std::vector<std::string>
+        file_names; // a file chooser is answered with the next of these, while there are any
 
 private:
     static gboolean look(gpointer self);
+    void choose(GtkFileChooser *chooser);
     std::vector<int> responses_;
+    enum class chooser_state { untouched, named, accepted } chooser_ = chooser_state::untouched;
     guint timer_;
+};
+
+// While it lives, what is allocated is not searched for leaks: the toolkit's own file chooser has some.
+class forgiven_leaks {
+public:
+    forgiven_leaks();
+    ~forgiven_leaks();
+    forgiven_leaks(const forgiven_leaks &) = delete;
+    forgiven_leaks &operator=(const forgiven_leaks &) = delete;
 };

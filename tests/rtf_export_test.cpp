@@ -35,7 +35,7 @@ std::string document(const lines &files, const lines &sectors)
     return {bytes, size};
 }
 
-TEST(RtfExport, WritesEveryPieceByteForByte)
+TEST(rtf_export, writes_every_piece_byte_for_byte)
 {
     EXPECT_EQ(document({}, {}), std::string(head) + "{\\b Report}\\par\n"
                                                     "{\\i File list:}\\par\n"
@@ -58,7 +58,7 @@ TEST(RtfExport, WritesEveryPieceByteForByte)
                                   "}}\n");
 }
 
-TEST(RtfExport, WhatTheCodePageLacksLeavesAnEmptyPiece)
+TEST(rtf_export, what_the_code_page_lacks_leaves_an_empty_piece)
 {
     for (const std::string name : {"漢字", "lone\xFF", "cut\xD0", "\x80{"}) {
         captured_trace trace;
@@ -70,7 +70,7 @@ TEST(RtfExport, WhatTheCodePageLacksLeavesAnEmptyPiece)
     }
 }
 
-TEST(RtfExport, TextsComeFromTheCatalogueInCodePage1251)
+TEST(rtf_export, texts_come_from_the_catalogue)
 {
     if (!std::setlocale(LC_ALL, "C.UTF-8"))
         GTEST_SKIP() << "no C.UTF-8 locale";
@@ -91,7 +91,7 @@ TEST(RtfExport, TextsComeFromTheCatalogueInCodePage1251)
     EXPECT_THAT(text, testing::HasSubstr("\n\xD4\xE0\xE9\xEB x (9)\\line\n"));
 }
 
-TEST(RtfExport, AnotherReaderFindsEveryRow)
+TEST(rtf_export, another_reader_finds_every_row)
 {
     if (!have_tool("unrtf"))
         GTEST_SKIP() << "unrtf is not installed";

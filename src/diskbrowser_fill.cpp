@@ -1,0 +1,157 @@
+// Building the sector tree: the rows of every disk, their marks from the saved template, and the question
+// about records that fit nothing.
+#include "app.h"
+#include "callbacks.h"
+#include "common/letters.h"
+#include "common/owned.h"
+#include "dialogs.h"
+#include "diskbrowser.h"
+#include "i18n.h"
+#include "trace_log.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int free_space_type = 4; // libparted's PED_PARTITION_FREESPACE
+
+struct tree_filler {
+    struct app *app;
+    GtkTreeStore *store;
+    std::span<const sector_record> records;
+    std::vector<bool> unmatched; // one flag for each record
+};
+
+// What stands in the name of a partition's row: "/dev/md0p1, ext4" comes from these four.
+owned_gchar row_name(const char *format, const disk &disk, const part &part)
+{
+    return owned_gchar(g_strdup_printf(format, disk.name.c_str(), partition_separator(disk.name), part.index,
+                                       part.fs_name.value_or("").c_str()));
+}
+
+GtkTreeIter append_group(const tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk,
+                         part *part)
+{
+    GtkTreeIter row;
+    gtk_tree_store_append(filler.store, &row, parent);
+    gtk_tree_store_set(filler.store, &row, disk_column_icon,
+                       part ? filler.app->folder_normal : filler.app->disk_normal, disk_column_name, name,
+                       disk_column_is_group, TRUE, disk_column_disk, &disk, disk_column_part, part, -1);
+    return row;
+}
+
+// The sector is marked when the template lists it. Only the first of equal records is used up by that.
+void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk, part *part)
+{
+    const std::uint32_t sector = part ? part->sect_before : 0;
+    GtkTreeIter row;
+    gtk_tree_store_append(filler.store, &row, parent);
+    gtk_tree_store_set(filler.store, &row, disk_column_icon, filler.app->file_normal, disk_column_name, name,
+                       disk_column_disk, &disk, disk_column_part, part, disk_column_sector, sector, -1);
+    const std::int64_t record = find_sector_record(filler.records, disk.drive_number, sector);
+    if (record >= 0) {
+        disk_mark_iter(filler.app, filler.store, &row, 1);
+        filler.unmatched[static_cast<std::size_t>(record)] = false;
+    }
+}
+
+// Whether the board can check a sector of this partition.
+bool has_row(const part &part)
+{
+    if (part.type == free_space_type || part.swap || part.lvm)
+        return false;
+    return part.fs_type ? is_supported_fs(part) != 0 : part.extended != 0;
+}
+
+void append_disk(tree_filler &filler, disk &disk)
+{
+    const owned_gchar name(g_strdup_printf(_("/dev/%s"), disk.name.c_str()));
+    GtkTreeIter disk_iter = append_group(filler, nullptr, name.get(), disk, nullptr);
+    append_sector(filler, &disk_iter, _("Master boot record"), disk, nullptr);
+
+    GtkTreeIter extended = disk_iter; // a logical drive without an extended partition stays below its disk
+    for (part &part : disk.parts) {
+        if (!has_row(part))
+            continue;
+        if (part.extended) {
+            const owned_gchar text = row_name(_("Extended partition (/dev/%s%s%d)"), disk, part);
+            extended = append_group(filler, &disk_iter, text.get(), disk, &part);
+            append_sector(filler, &extended, _("Secondary MBR"), disk, &part);
+        } else if (part.logical) {
+            const owned_gchar text = row_name(_("Logical drive (/dev/%s%s%d, %s)"), disk, part);
+            GtkTreeIter logical = append_group(filler, &extended, text.get(), disk, &part);
+            append_sector(filler, &logical, _("Secondary MBR"), disk, &part);
+        } else {
+            const owned_gchar text = row_name(_("Boot Sector (/dev/%s%s%d, %s)"), disk, part);
+            append_sector(filler, &disk_iter, text.get(), disk, &part);
+        }
+    }
+}
+
+// Whether a record without a row lies on a disk of this machine all the same.
+bool lies_on_known_disk(std::list<disk> &disks, const sector_record &record)
+{
+    disk *disk = find_disk_by_number(disks, record.drive_number);
+    if (!disk)
+        return false;
+    const std::uint32_t sector = sector_of(record);
+    const part *part = find_part_by_sector(disk->parts, sector);
+    const std::string name = part ? partition_name(*part) : disk->name;
+    const std::uint32_t relative = part ? sector - part->sect_before : sector;
+    return check_sector_range(disks, name, static_cast<std::int32_t>(relative)) == 0;
+}
+
+void ask_delete_unmatched(const tree_filler &filler)
+{
+    std::string list;
+    for (std::size_t i = 0; i < filler.records.size(); ++i) {
+        const sector_record &record = filler.records[i];
+        if (!filler.unmatched[i] || lies_on_known_disk(filler.app->disks, record))
+            continue;
+        const owned_gchar line(g_strdup_printf("0x%x : %d\n", record.drive_number,
+                                               static_cast<std::int32_t>(sector_of(record))));
+        list += line.get();
+    }
+    if (list.empty())
+        return;
+    const int answer = dialog_yes_no_list(
+        filler.app->window, _("Confirm"),
+        _("The following sectors not found. Delete a sectors from a template?"), "%s", list.c_str());
+    if (answer == GTK_RESPONSE_YES)
+        on_sectors_save_clicked(nullptr, filler.app);
+}
+
+} // namespace
+
+std::unique_ptr<sector_record[]> load_template(const struct app *app, std::uint32_t &count)
+{
+    std::uint32_t claimed = 0;
+    auto records = read_sector_list(app->pelva_db_path, claimed);
+    count = records ? claimed : 0;
+    return records;
+}
+
+std::int64_t find_sector_record(std::span<const sector_record> records, std::uint32_t drive_number,
+                                std::uint32_t sector)
+{
+    for (std::size_t i = 0; i < records.size(); ++i)
+        if (records[i].drive_number == static_cast<std::uint8_t>(drive_number) &&
+            sector_of(records[i]) == sector)
+            return static_cast<std::int64_t>(i);
+    return -1;
+}
+
+int fill_tree(struct app *app, GtkTreeStore *store)
+{
+    std::uint32_t count = 0;
+    const auto records = load_template(app, count);
+    if (!records)
+        trace_log("WARNING: cannot read template for sectors");
+    tree_filler filler{app, store, {records.get(), count}, std::vector<bool>(count, true)};
+    for (disk &disk : app->disks)
+        append_disk(filler, disk);
+    ask_delete_unmatched(filler);
+    return 1;
+}

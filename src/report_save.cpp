@@ -1,0 +1,207 @@
+// Saving the report: the file chooser with its questions, and the document.
+#include "app.h"
+#include "common/filesystem.h"
+#include "common/owned.h"
+#include "dialogs.h"
+#include "i18n.h"
+#include "report.h"
+#include "rtf_export.h"
+#include "trace_log.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <gtk/gtk.h>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr std::uint32_t checked_sector_size = 512;
+
+struct report_lists {
+    GtkTreeModel *files;
+    GtkTreeModel *sectors;
+};
+
+std::string base_name(const std::string &path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+GtkWidget *make_chooser(const struct app &app)
+{
+    GtkWidget *chooser = gtk_file_chooser_dialog_new(
+        _("Save report"), GTK_WINDOW(app.report), GTK_FILE_CHOOSER_ACTION_SAVE, GTK_STOCK_CANCEL,
+        GTK_RESPONSE_CANCEL, GTK_STOCK_SAVE, GTK_RESPONSE_ACCEPT, nullptr);
+    gtk_dialog_set_default_response(GTK_DIALOG(chooser), GTK_RESPONSE_ACCEPT);
+
+    GtkFileFilter *rtf = gtk_file_filter_new();
+    gtk_file_filter_set_name(rtf, "Rich Text Format (.rtf)");
+    gtk_file_filter_add_mime_type(rtf, "application/rtf");
+    gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(chooser), rtf);
+    GtkFileFilter *all = gtk_file_filter_new();
+    gtk_file_filter_set_name(all, _("All Files"));
+    gtk_file_filter_add_pattern(all, "*");
+    gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(chooser), all);
+
+    gtk_file_chooser_set_current_name(GTK_FILE_CHOOSER(chooser), _("report.rtf"));
+    return chooser;
+}
+
+// Where the links of an existing path lead; an unresolvable path itself.
+std::string resolved(const std::string &path)
+{
+    const owned_cstring target(realpath(path.c_str(), nullptr));
+    return target ? target.get() : path;
+}
+
+// Whether the report may be written under this name. Nothing but an RTF document is ever overwritten.
+bool accept_name(const struct app &app, const std::string &path)
+{
+    trace_log("Saving report as: %s", path.c_str());
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT)
+            return true;
+        dialog_ok(app.report, _("Error"), "%s", _("Cannot open file for writing"));
+        return false;
+    }
+    const std::string name = base_name(path);
+    if (dialog_yes_no(app.report, _("Warning"), _("File «%s» already exists. Rewrite it?"), name.c_str()) !=
+        GTK_RESPONSE_YES) {
+        trace_log("User has cancelled rewrite file");
+        return false;
+    }
+    if (!check_mime_type(resolved(path), "text/rtf")) {
+        dialog_ok(app.report, _("Error"), _("File «%s» is not rtf-document."), name.c_str());
+        trace_log("File %s is not rtf-document.", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+// Nothing when the user gives up.
+std::optional<std::string> choose_name(const struct app &app)
+{
+    GtkWidget *chooser = make_chooser(app);
+    std::optional<std::string> accepted;
+    while (!accepted) {
+        if (gtk_dialog_run(GTK_DIALOG(chooser)) != GTK_RESPONSE_ACCEPT) {
+            trace_log("User has cancelled report saving");
+            break;
+        }
+        const owned_gchar path(gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser)));
+        if (!path)
+            trace_log("User has't declared file");
+        else if (accept_name(app, path.get()))
+            accepted = path.get();
+    }
+    gtk_widget_destroy(chooser);
+    return accepted;
+}
+
+// A file that becomes visible under its name only when it is complete; dropped before that, it leaves
+// nothing.
+struct new_file {
+    new_file() = default;
+    new_file(const new_file &) = delete;
+    new_file &operator=(const new_file &) = delete;
+    ~new_file()
+    {
+        if (stream)
+            unlink(temporary.c_str());
+    }
+
+    std::string target;
+    std::string temporary;
+    owned_file stream; // null once the file has its name
+};
+
+// Opens a temporary file beside the target. A link is followed, and a file that is there already hands its
+// owner and permissions on.
+bool open_beside(new_file &file, const std::string &path)
+{
+    file.target = resolved(path);
+    file.temporary = file.target.substr(0, file.target.rfind('/') + 1) + ".gtk-tarnel-report-XXXXXX";
+    const int fd = g_mkstemp_full(file.temporary.data(), O_WRONLY | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    struct stat old {};
+    if (stat(file.target.c_str(), &old) == 0 &&
+        (fchown(fd, old.st_uid, old.st_gid) != 0 || fchmod(fd, old.st_mode & 07777) != 0))
+        trace_log("Cannot keep owner and permissions of %s", file.target.c_str());
+    file.stream.reset(fdopen(fd, "wb"));
+    if (!file.stream) {
+        close(fd);
+        unlink(file.temporary.c_str());
+    }
+    return file.stream != nullptr;
+}
+
+// False, with the reason in errno, when not everything has reached the disk.
+bool put_in_place(new_file &file)
+{
+    errno = 0;
+    std::FILE *stream = file.stream.get();
+    if (std::fflush(stream) == 0 && !std::ferror(stream) && fsync(fileno(stream)) == 0 &&
+        std::rename(file.temporary.c_str(), file.target.c_str()) == 0) {
+        file.stream.reset();
+        return true;
+    }
+    if (errno == 0) // an earlier write failed, for a reason that is gone
+        errno = EIO;
+    return false;
+}
+
+void write_rows(rtf_report &report, const report_lists &lists)
+{
+    rtf_files_begin(report);
+    GtkTreeIter row;
+    for (gboolean more = gtk_tree_model_get_iter_first(lists.files, &row); more;
+         more = gtk_tree_model_iter_next(lists.files, &row)) {
+        gchar *path = nullptr;
+        guint64 size = 0;
+        gtk_tree_model_get(lists.files, &row, file_report_path, &path, file_report_size, &size, -1);
+        const owned_gchar owner(path);
+        rtf_file_line(report, path, size);
+    }
+    rtf_files_end(report);
+
+    rtf_sectors_begin(report);
+    for (gboolean more = gtk_tree_model_get_iter_first(lists.sectors, &row); more;
+         more = gtk_tree_model_iter_next(lists.sectors, &row)) {
+        gchar *path = nullptr;
+        gtk_tree_model_get(lists.sectors, &row, sector_report_path, &path, -1);
+        const owned_gchar owner(path);
+        rtf_sector_line(report, path, checked_sector_size);
+    }
+    rtf_sectors_end(report);
+}
+
+} // namespace
+
+void report_save_clicked(GtkWidget *, struct app *app)
+{
+    const report_lists lists = {gtk_tree_view_get_model(GTK_TREE_VIEW(app->file_report)),
+                                gtk_tree_view_get_model(GTK_TREE_VIEW(app->sector_report))};
+    if (!lists.files || !lists.sectors)
+        return;
+    const std::optional<std::string> path = choose_name(*app);
+    new_file file;
+    if (!path || !open_beside(file, *path)) {
+        if (path)
+            trace_log("Cannot open file for writing: %s", path->c_str());
+        return;
+    }
+    auto report = rtf_begin(file.stream.get());
+    if (!report) {
+        dialog_ok(app->report, _("Error"), "%s", _("Memory allocation error"));
+        return;
+    }
+    write_rows(*report, lists);
+    rtf_end(std::move(report));
+    if (!put_in_place(file))
+        dialog_ok(app->report, _("Error"), _("Cannot write file «%s»: %s"), base_name(*path).c_str(),
+                  g_strerror(errno));
+}
