@@ -1,7 +1,7 @@
 // A GTK module (GTK_MODULES) that tells the acceptance tests what a user sees. It listens on the socket that
-// TARNEL_PROBE names and answers a line "look" with the visible windows, texts and rows and where they are on the
-// screen, and a line "picture FILE" by saving the screen as PNG. It only looks: the tests' clicks and keys
-// come from the X server.
+// TARNEL_PROBE names and answers a line "look" with the visible windows, texts and rows and where they are on
+// the screen, and a line "picture FILE" by saving the screen as PNG. It only looks: the tests' clicks and
+// keys come from the X server.
 //
 // Answer: one record a line, fields separated by tabs and escaped like C strings:
 //   window TITLE X Y WIDTH HEIGHT
@@ -10,13 +10,16 @@
 #include <gtk/gtk.h>
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <glib/gstdio.h>
+#include <initializer_list>
+#include <map>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+G_DEFINE_AUTOPTR_CLEANUP_FUNC(GtkTreePath, gtk_tree_path_free)
 
 namespace {
 
@@ -28,10 +31,9 @@ struct rows_walk {
 
 void field(std::string &out, const char *text)
 {
-    char *escaped = g_strescape(text ? text : "", nullptr);
+    g_autofree char *escaped = g_strescape(text ? text : "", nullptr);
     out += escaped;
     out += '\t';
-    g_free(escaped);
 }
 
 void numbers(std::string &out, std::initializer_list<int> values)
@@ -41,84 +43,83 @@ void numbers(std::string &out, std::initializer_list<int> values)
 }
 
 // The name of the installed image that has the same pixels, "other" for any other picture.
-std::string image_name(GdkPixbuf *shown)
+const char *image_name(GdkPixbuf *shown)
 {
+    static const auto installed = [] {
+        std::map<const char *, GdkPixbuf *> images;
+        for (const char *name :
+             {"disk_normal", "disk_marked", "folder_normal", "folder_marked", "file_normal", "file_marked"}) {
+            const std::string path = std::string("/usr/share/gtk-tarnel/images/") + name + ".png";
+            if (GdkPixbuf *image = gdk_pixbuf_new_from_file(path.c_str(), nullptr))
+                images[name] = image;
+        }
+        return images;
+    }();
     if (!shown)
         return "";
-    for (const char *name : {"disk_normal", "disk_marked", "folder_normal", "folder_marked", "file_normal", "file_marked"}) {
-        const std::string path = std::string("/usr/share/gtk-tarnel/images/") + name + ".png";
-        GdkPixbuf *image = gdk_pixbuf_new_from_file(path.c_str(), nullptr);
-        const bool same = image && gdk_pixbuf_get_byte_length(image) == gdk_pixbuf_get_byte_length(shown) &&
-                          std::memcmp(gdk_pixbuf_get_pixels(image), gdk_pixbuf_get_pixels(shown),
-                                      gdk_pixbuf_get_byte_length(image)) == 0;
-        if (image)
-            g_object_unref(image);
-        if (same)
+    const gsize length = gdk_pixbuf_get_byte_length(shown);
+    for (const auto &[name, image] : installed)
+        if (gdk_pixbuf_get_byte_length(image) == length &&
+            std::memcmp(gdk_pixbuf_read_pixels(image), gdk_pixbuf_read_pixels(shown), length) == 0)
             return name;
-    }
     return "other";
 }
 
 // What the cells of one row show, read from the renderers after the view has set them up for it.
-void row_cells(const rows_walk &walk, GtkTreeModel *model, GtkTreeIter *iter, std::string &image, std::string &texts)
+void row_cells(const rows_walk &walk, GtkTreeModel *model, GtkTreeIter *iter, const char *&image,
+               std::string &texts)
 {
-    GList *columns = gtk_tree_view_get_columns(walk.tree);
+    g_autoptr(GList) columns = gtk_tree_view_get_columns(walk.tree);
     for (GList *column = columns; column; column = column->next) {
         auto *view_column = GTK_TREE_VIEW_COLUMN(column->data);
         gtk_tree_view_column_cell_set_cell_data(view_column, model, iter, FALSE, FALSE);
-        GList *cells = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(view_column));
+        g_autoptr(GList) cells = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(view_column));
         for (GList *cell = cells; cell; cell = cell->next) {
             if (GTK_IS_CELL_RENDERER_PIXBUF(cell->data)) {
-                GdkPixbuf *shown = nullptr;
+                g_autoptr(GdkPixbuf) shown = nullptr;
                 g_object_get(cell->data, "pixbuf", &shown, nullptr);
                 image = image_name(shown);
-                if (shown)
-                    g_object_unref(shown);
             } else if (GTK_IS_CELL_RENDERER_TEXT(cell->data)) {
-                char *text = nullptr;
+                g_autofree char *text = nullptr;
                 g_object_get(cell->data, "text", &text, nullptr);
                 field(texts, text);
-                g_free(text);
             }
         }
-        g_list_free(cells);
     }
-    g_list_free(columns);
 }
 
 void rows_below(const rows_walk &walk, GtkTreeModel *model, GtkTreeIter *parent)
 {
-    GtkTreePath *first = nullptr;
-    GtkTreePath *last = nullptr;
+    g_autoptr(GtkTreePath) first = nullptr;
+    g_autoptr(GtkTreePath) last = nullptr;
     if (!gtk_tree_view_get_visible_range(walk.tree, &first, &last))
         return;
     GtkTreeIter iter;
     for (gboolean more = gtk_tree_model_iter_children(model, &iter, parent); more;
          more = gtk_tree_model_iter_next(model, &iter)) {
-        GtkTreePath *path = gtk_tree_model_get_path(model, &iter);
-        char *name = gtk_tree_path_to_string(path);
+        g_autoptr(GtkTreePath) path = gtk_tree_model_get_path(model, &iter);
+        g_autofree char *name = gtk_tree_path_to_string(path);
         const bool expanded = gtk_tree_view_row_expanded(walk.tree, path);
-        const bool in_view = gtk_tree_path_compare(path, first) >= 0 && gtk_tree_path_compare(path, last) <= 0;
+        const bool in_view =
+            gtk_tree_path_compare(path, first) >= 0 && gtk_tree_path_compare(path, last) <= 0;
         GdkRectangle area = {0, 0, 0, 0};
         GtkTreeViewColumn *column = gtk_tree_view_get_expander_column(walk.tree);
         if (in_view)
-            gtk_tree_view_get_cell_area(walk.tree, path, column ? column : gtk_tree_view_get_column(walk.tree, 0), &area);
-        std::string image;
+            gtk_tree_view_get_cell_area(walk.tree, path,
+                                        column ? column : gtk_tree_view_get_column(walk.tree, 0), &area);
+        const char *image = "";
         std::string texts;
         row_cells(walk, model, &iter, image, texts);
         *walk.out += "row\t";
-        field(*walk.out, gtk_buildable_get_name(GTK_BUILDABLE(walk.tree)));
+        field(*walk.out, gtk_widget_get_name(GTK_WIDGET(walk.tree)));
         field(*walk.out, name);
-        numbers(*walk.out, {expanded, in_view, walk.origin_x + area.x, walk.origin_y + area.y, area.width, area.height});
-        field(*walk.out, image.c_str());
+        numbers(*walk.out,
+                {expanded, in_view, walk.origin_x + area.x, walk.origin_y + area.y, area.width, area.height});
+        field(*walk.out, image);
         *walk.out += texts + '\n';
         if (expanded)
             rows_below(walk, model, &iter);
-        g_free(name);
-        gtk_tree_path_free(path);
     }
-    gtk_tree_path_free(first);
-    gtk_tree_path_free(last);
 }
 
 const char *text_of(GtkWidget *widget)
@@ -165,7 +166,7 @@ void look_at(GtkWidget *widget, gpointer data)
 std::string look()
 {
     std::string out;
-    GList *windows = gtk_window_list_toplevels();
+    g_autoptr(GList) windows = gtk_window_list_toplevels();
     for (GList *window = windows; window; window = window->next) {
         auto *widget = GTK_WIDGET(window->data);
         if (!gtk_widget_get_mapped(widget))
@@ -179,18 +180,15 @@ std::string look()
         out += '\n';
         look_at(widget, &out);
     }
-    g_list_free(windows);
     return out;
 }
 
 std::string picture(const char *file)
 {
     GdkWindow *root = gdk_get_default_root_window();
-    GdkPixbuf *screen = gdk_pixbuf_get_from_drawable(nullptr, root, nullptr, 0, 0, 0, 0, gdk_window_get_width(root),
-                                                     gdk_window_get_height(root));
+    g_autoptr(GdkPixbuf) screen = gdk_pixbuf_get_from_drawable(
+        nullptr, root, nullptr, 0, 0, 0, 0, gdk_window_get_width(root), gdk_window_get_height(root));
     const bool saved = screen && gdk_pixbuf_save(screen, file, "png", nullptr, nullptr);
-    if (screen)
-        g_object_unref(screen);
     return saved ? "saved\n" : "not saved\n";
 }
 
@@ -204,8 +202,9 @@ gboolean on_request(GIOChannel *channel, GIOCondition, gpointer)
     if (length > 0) {
         request[static_cast<std::size_t>(length)] = '\0';
         g_strchomp(request.data());
-        const std::string answer =
-            g_str_has_prefix(request.data(), "picture ") ? picture(request.data() + std::strlen("picture ")) : look();
+        const std::string answer = g_str_has_prefix(request.data(), "picture ")
+                                       ? picture(request.data() + std::strlen("picture "))
+                                       : look();
         for (std::size_t sent = 0; sent < answer.size();) {
             const ssize_t count = send(connection, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL);
             if (count <= 0)
@@ -222,14 +221,19 @@ gboolean on_request(GIOChannel *channel, GIOCondition, gpointer)
 extern "C" G_MODULE_EXPORT void gtk_module_init(int *, char ***)
 {
     const char *path = g_getenv("TARNEL_PROBE");
+    if (!path)
+        return;
+    // It gets its name when it answers.
+    const std::string unready = std::string(path) + ".new";
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    if (!path || g_strlcpy(address.sun_path, path, sizeof address.sun_path) >= sizeof address.sun_path)
-        return;
-    g_unlink(path);
+    unready.copy(address.sun_path, sizeof address.sun_path - 1);
+    g_unlink(address.sun_path);
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || listen(listener, 4) != 0)
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        listen(listener, 4) != 0 || g_rename(address.sun_path, path) != 0)
         return;
     // Only when the program has nothing else to do: what is told is what its last event led to.
-    g_io_add_watch_full(g_io_channel_unix_new(listener), G_PRIORITY_LOW, G_IO_IN, on_request, nullptr, nullptr);
+    g_io_add_watch_full(g_io_channel_unix_new(listener), G_PRIORITY_LOW, G_IO_IN, on_request, nullptr,
+                        nullptr);
 }

@@ -1,0 +1,9 @@
+"""Runs the scenarios of all files, or those that are named."""
+
+import sys
+
+import robot
+import startup
+
+scenarios = startup.SCENARIOS
+robot.run([scenario for scenario in scenarios if not sys.argv[1:] or scenario.__name__ in sys.argv[1:]])

@@ -1,0 +1,211 @@
+"""Start-up and shutdown: who may run it, what stops it, what it leaves behind."""
+
+import contextlib
+import glob
+import os
+import re
+import shutil
+import subprocess
+
+from robot import (LOCK, LOG, MAIN, SHARE, TEMPLATES, Tool, check, check_equal, check_left_nothing, mounts, run_tool, shell,
+                   wait)
+
+GLADE = "/usr/share/gtk-tarnel/gtk-tarnel.glade"
+MINE = re.compile(r"/dev/(\S+) /tmp/tarnel\d+/(\S+) (\S+) ")
+
+# What the firmware of this machine would see: the system disk first, arrays before disks, members and the stick hidden.
+DISKS = ["sdb", "md0", "sda", "sdc", "sdg"]
+LETTERS = {"sdb1": "C", "md0p1": "D", "sda1": "E", "sdc2": "F", "md0p2": "G", "sda5": "H", "sda6": "I", "sda7": "J",
+           "sda3": "K", "sda4": "L", "sdc3": "M"}
+MOUNTED = {"md0p1": "ext2", "md0p2": "vfat", "sda1": "vfat", "sda3": "vfat", "sda5": "ext3", "sda6": "fuseblk",
+           "sdc2": "vfat", "sdc3": "vfat"}
+
+
+def check_ended(status, out, err, trace=True, **arguments):
+    check_equal(run_tool(trace=trace, **arguments), status, "exit status")
+    check_equal(Tool.output("out"), out, "standard output")
+    if err is not None:
+        check_equal(Tool.output("err"), err, "standard error")
+
+
+def not_root():
+    """Only root can run it"""
+    check_ended(1, "", "Only root can run this program\n",
+                command=["setpriv", "--reuid=65534", "--clear-groups", "gtk-tarnel"])
+    check_left_nothing()
+
+
+def no_lock():
+    """A lock file that cannot be opened ends it without a word"""
+    if os.path.exists(LOCK):
+        os.unlink(LOCK)
+    os.mkdir(LOCK)
+    try:
+        check_ended(1, "", "")
+    finally:
+        os.rmdir(LOCK)
+
+
+def second_copy():
+    """A second copy ends and leaves the first one alone"""
+    first = Tool()
+    first.start()
+    shell(f"echo log >{LOG}")
+    before = mounts()
+    second = subprocess.run(["gtk-tarnel"], capture_output=True, check=False, timeout=60)
+    check_equal((second.returncode, second.stdout, second.stderr),
+                (0, b"", b"Application gtk-tarnel is already running\n"), "the second copy")
+    check_equal(mounts(), before, "mounts")
+    check(os.path.exists(LOG), "the second copy removed the log file")
+    check(first.look().window(MAIN), "the first copy's window is gone")
+    first.quit()
+    check(os.path.exists(LOCK), "the lock file is gone")
+
+
+def no_parent():
+    """A template directory whose parent is missing stops it with advice"""
+    check_ended(1, "", "Unable to locate database directory (/nowhere/pelva)\nTry to execute following command:\n"
+                "# mkdir -p '/nowhere/pelva'\n", trace=False, PELVADB="/nowhere/pelva")
+    check_equal(run_tool(PELVADB="/nowhere/pelva"), 1, "exit status")
+    check("Cannot create database directory, exiting" in Tool.running.trace(), "not traced")
+
+
+def new_directory():
+    """A template directory of which only the last level is missing is made"""
+    os.rmdir(TEMPLATES)
+    tool = Tool()
+    tool.start()
+    check_equal(oct(os.stat(TEMPLATES).st_mode & 0o7777), "0o644", "mode")
+    check(f"Short path for pelva device: C:{TEMPLATES}" in tool.trace(), "not traced")
+    tool.quit()
+
+
+@contextlib.contextmanager
+def only_disks(*names):
+    """While it lasts, the kernel names no other disks, which saves the time of the others."""
+    with open("/tmp/partitions", "w", encoding="utf-8") as file:
+        file.write("major minor  #blocks  name\n\n" + "".join(f"   8  0  100000 {name}\n" for name in names))
+    shell("mount --bind /tmp/partitions /proc/partitions")
+    try:
+        yield
+    finally:
+        shell("umount /proc/partitions")
+
+
+def no_environment():
+    """Without a mount, a disk list or a known partition it ends; the next start removes the mounts"""
+    check_ended(1, "", None, PELVADB=".")
+    check("Cannot find mountpoint for pelva db path" in Tool.running.trace(), "relative directory: not traced")
+    with only_disks("sr0"):
+        check_ended(1, "", None)
+    check("get_disk_list() failed" in Tool.running.trace(), "no disks: not traced")
+    check_left_nothing()
+    check_ended(1, "", None, PELVADB="/run")
+    check("Unable to determine partition with pelva database, stopping" in Tool.running.trace(), "tmpfs: not traced")
+    check_equal(len(MINE.findall(mounts())), len(MOUNTED), "number of mounts left by the failed start")
+    left = glob.glob("/tmp/tarnel*")
+    tool = Tool()
+    tool.start()
+    check(not any(directory in glob.glob("/tmp/tarnel*") for directory in left), "mounts of the failed start stand")
+    tool.quit()
+
+
+@contextlib.contextmanager
+def damaged_glade(name):
+    """While it lasts, a widget has another name in the window description; a name of "" takes the file away."""
+    with open(GLADE, encoding="utf-8") as file:
+        text = file.read()
+    check(f'id="{name}"' in text or not name, f"no {name} in the description")
+    try:
+        os.unlink(GLADE)
+        if name:
+            with open(GLADE, "w", encoding="utf-8") as file:
+                file.write(text[:len(text) // 2] if name == "window" else text.replace(f'id="{name}"', f'id="my_{name}"'))
+        yield
+    finally:
+        with open(GLADE, "w", encoding="utf-8") as file:
+            file.write(text)
+
+
+def damaged_windows():
+    """A window description that is missing, cut short or lacks a widget ends it, with everything unmounted"""
+    browser = "Cannot initialize file browser, aborting"
+    for name, message in (("", "Cannot load glade file, aborting"), ("window", "Cannot load glade file, aborting"),
+                          ("progressbar", "Cannot find progress widget, aborting"), ("filebrowser", browser),
+                          ("diskbrowser", "Cannot initialize disk browser, aborting"),
+                          ("sector_report", "Cannot initialize report browser, aborting")):
+        with damaged_glade(name), only_disks("sdb", "md0"):
+            check_ended(1, browser + "\n" if message == browser else "", None)
+        check(message in Tool.running.trace(), f'"{name}": not traced')
+        check_left_nothing()
+
+
+def no_board():
+    """The missing board is told before the main window, which opens after it; closing ends it cleanly"""
+    shell(f"echo log >{LOG}")
+    tool = Tool()
+    look = tool.wait_window("Warning")
+    check_equal([window.title for window in look.windows], ["Warning"], "windows")
+    check_equal(look.texts("Warning"), ["Pelva device is not found.", "OK"], "texts")
+    check("Pelva device is not found" in tool.trace(), "not traced")
+    tool.press("Escape")
+    tool.wait_window(MAIN)
+    tool.picture("main")
+    tool.quit()
+    check_equal(Tool.output("out"), "Delete event occurred\nDestroy signal was sent\n", "standard output")
+
+
+def board():
+    """With a board there is no warning"""
+    shutil.copy(f"{SHARE}/libpelva.so", "/usr/lib/x86_64-linux-gnu/libpelva.so")
+    try:
+        tool = Tool()
+        look = tool.wait_window(MAIN)
+        check(not look.window("Warning"), "warned")
+        tool.quit()
+    finally:
+        os.unlink("/usr/lib/x86_64-linux-gnu/libpelva.so")
+
+
+def killed():
+    """The next start removes what a killed one left mounted"""
+    tool = Tool()
+    tool.start()
+    tool.process.kill()
+    tool.process.wait(30)
+    left = glob.glob("/tmp/tarnel*")
+    check_equal({name: kind for name, _, kind in MINE.findall(mounts())}, MOUNTED, "mounts left by the kill")
+    tool = Tool()
+    tool.start()
+    check(not os.path.exists(left[0]), f"{left[0]} stands")
+    check_equal({directory: kind for _, directory, kind in MINE.findall(mounts())}, MOUNTED, "mounts")
+    tool.quit()
+
+
+def discovery():
+    """Disks, letters and mounts of this machine, and the template directory on a FAT volume"""
+    os.makedirs("/mnt/fat", exist_ok=True)
+    shell("mount -t vfat /dev/sda1 /mnt/fat && mkdir -p /mnt/fat/pelva")
+    tool = Tool(PELVADB="/mnt/fat/pelva", ENABLE_REMOVABLE="1")
+    tool.start()
+    trace = tool.trace()
+    check_equal([line[len("Found device: /dev/"):].split(";")[0] for line in trace if line.startswith("Found device")
+                 and "sdf" not in line], DISKS, "disks")
+    check("Device /dev/sdf is removable, skipping" in trace, "the stick was not skipped")
+    check("Partition: /dev/sdc1 is not supported, skipping" in trace, "the Linux partition of the GPT disk was taken")
+    found = {}
+    for line in trace:
+        match = re.fullmatch(r"device = (\S+) index = (\d+) letter = (.)", line)
+        if match:
+            found[match[1] + ("p" if match[1].startswith("md") else "") + match[2]] = match[3]
+    check_equal(found, LETTERS, "letters")
+    check_equal({directory: kind for _, directory, kind in MINE.findall(mounts())},
+                {name: kind for name, kind in MOUNTED.items() if name != "sda1"}, "mounts")
+    check("Short path for pelva device: E:/pelva" in trace, "the template directory on FAT is not named")
+    tool.quit()
+    check("/mnt/fat" in mounts(), "a volume that was mounted before is gone")
+    shell("umount /mnt/fat")
+
+
+SCENARIOS = [not_root, no_lock, second_copy, no_parent, new_directory, no_environment, damaged_windows, no_board, board,
+             killed, discovery]
