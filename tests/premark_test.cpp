@@ -143,23 +143,27 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     EXPECT_EQ(marked(ntfs, *ntfs.root()), "/My\\Files/a\\b.txt /\xd0\x96/x ");
 }
 
-TEST(premarking, asks_about_missing_files)
+TEST(premarking, asks_whether_to_drop_missing_files)
 {
     NEED_DISPLAY();
-    browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
-    partition.files.write("here", "");
-    premark(partition, {"C:/first\xff", "C:/here", "C:/sec\nond"});
-    answered_dialogs user({GTK_RESPONSE_NO});
-    partition.show();
-    ASSERT_EQ(user.seen.size(), 1U);
-    EXPECT_EQ(user.seen[0].title, "Confirm");
-    const std::string top = partition.files.path();
-    EXPECT_EQ(user.seen[0].text, "The following files are missing. Delete these files from a template?\n" +
-                                     top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
-    EXPECT_TRUE(partition.app.missing_files.empty());
-    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
-    EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 3 * 256);
+    for (const int answer : {GTK_RESPONSE_NO, GTK_RESPONSE_YES}) {
+        browsed_partition partition;
+        NEED_FILE_SYSTEM(partition);
+        partition.files.write("here", "");
+        premark(partition, {"C:/first\xff", "C:/here", "C:/sec\nond"});
+        answered_dialogs user({answer});
+        partition.show();
+        ASSERT_EQ(user.seen.size(), 1U);
+        EXPECT_EQ(user.seen[0].title, "Confirm");
+        const std::string top = partition.files.path();
+        EXPECT_EQ(user.seen[0].text,
+                  "The following files are missing. Delete these files from a template?\n" + top +
+                      "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
+        EXPECT_TRUE(partition.app.missing_files.empty());
+        EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
+        EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"),
+                  1024U + 256 * (answer == GTK_RESPONSE_YES ? 1 : 3));
+    }
 }
 
 } // namespace

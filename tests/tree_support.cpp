@@ -20,6 +20,9 @@ browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host
     p.mount_point = files.path();
     app.mounts.push_back({&d, &p, status.st_dev, files.path(), 'C', 0});
     app.pelva_db_path = (host.path() / "boot").string();
+    app.pelva_db_mt = &app.mounts.front();
+    app.short_path = app.pelva_db_path.c_str();
+    app.separator = '/';
     mount("/dev/sda1 " + files.path().string() + " " + fs_type + " rw 0 0\n");
     store = create_model(&app);
 }
