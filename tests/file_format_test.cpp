@@ -4,157 +4,154 @@
 #include "support.h"
 #include "template_bytes.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-using testing::HasSubstr;
+namespace {
+
+int good_reads = -1; // calls of fread that still succeed; -1: all
+const std::string four_billion = "\xFF\xFF\xFF\xFF";
+const std::vector<std::string> three_files = {"C:/boot/vmlinuz", "D:\\EFI\\BOOT\\BOOTX64.EFI",
+                                              "C:/" + std::string(252, 'n')};
+const pair_bytes whole = pair_of(2, "C:/boot/pelva/bootfile.nam", three_files);
+
+} // namespace
+
+extern "C" std::size_t fread(void *data, std::size_t size, std::size_t count, std::FILE *stream)
+{
+    if (good_reads == 0 || (good_reads > 0 && good_reads-- == 0))
+        return 0;
+    return reinterpret_cast<decltype(&fread)>(dlsym(RTLD_NEXT, "fread"))(data, size, count, stream);
+}
 
 namespace {
 
-const std::vector<std::string> three_files = {"C:/boot/vmlinuz", "D:\\EFI\\BOOT\\BOOTX64.EFI",
-                                              "C:/" + std::string(252, 'n')};
+class file_format : public testing::Test {
+protected:
+    // The result of read_file_list on this pair; what its callbacks got is in `texts` and `count`.
+    int read_files(const pair_bytes &pair, std::size_t stop_after = SIZE_MAX)
+    {
+        directory.write("bootfile.nam", pair.nam);
+        directory.write("bootfile.chk", pair.chk);
+        texts.clear();
+        stop = stop_after;
+        return read_file_list(
+            directory.path(),
+            [](std::uint32_t claimed, void *self) { static_cast<file_format *>(self)->count = claimed; },
+            [](const char *text, void *self) {
+                auto &test = *static_cast<file_format *>(self);
+                test.texts.emplace_back(text);
+                return test.texts.size() == test.stop ? 1 : 0;
+            },
+            this);
+    }
 
-struct file_list {
-    int result = 0;
+    scratch_directory directory;
     std::vector<std::string> texts;
-    std::size_t stop_after = SIZE_MAX;
+    std::size_t stop = 0;
     std::uint32_t count = 0;
 };
 
-file_list read_files(const pair_bytes &pair, std::size_t stop_after = SIZE_MAX)
+TEST_F(file_format, headers)
 {
-    const scratch_directory directory;
-    directory.write("bootfile.nam", pair.nam);
-    directory.write("bootfile.chk", pair.chk);
-    file_list list;
-    list.stop_after = stop_after;
-    list.result = read_file_list(
-        directory.path(),
-        [](std::uint32_t count, void *user) { static_cast<file_list *>(user)->count = count; },
-        [](const char *text, void *user) {
-            auto &seen = *static_cast<file_list *>(user);
-            seen.texts.emplace_back(text);
-            return seen.texts.size() >= seen.stop_after ? 1 : 0;
-        },
-        &list);
-    return list;
-}
-
-TEST(file_format, headers_are_exact)
-{
-    const scratch_directory directory;
-    for (const auto &[kind, path, name] : {std::tuple{list_kind::files, "C:/boot/pelva/", "bootfile.nam"},
-                                           std::tuple{list_kind::sectors, "D:\\pelva\\", "bootsect.nam"}}) {
-        const owned_file nam(std::fopen((directory.path() / "nam").c_str(), "wb+"));
-        const owned_file chk(std::fopen((directory.path() / "chk").c_str(), "wb+"));
+    for (const auto &[kind, path, name] : {std::tuple{list_kind::files, "C:/boot/pelva/", "bootfile"},
+                                           std::tuple{list_kind::sectors, "D:\\pelva\\", "bootsect"}}) {
+        const std::string base = directory.path() / name;
+        owned_file nam(std::fopen((base + ".nam").c_str(), "wb+"));
+        owned_file chk(std::fopen((base + ".chk").c_str(), "wb+"));
         ASSERT_EQ(fill_structures(nam.get(), chk.get(), path, 0xFFFFFFFF, kind), 1);
         ASSERT_TRUE(rewrite_record_count(nam.get(), 0) && rewrite_record_count(chk.get(), 0));
-        std::fflush(nam.get());
-        std::fflush(chk.get());
-        const pair_bytes written{read_file(directory.path() / "nam"), read_file(directory.path() / "chk")};
-        EXPECT_EQ(written, pair_of(static_cast<std::uint32_t>(kind), std::string(path) + name, {}));
+        nam.reset();
+        chk.reset();
+        EXPECT_EQ(read_pair(directory.path(), name),
+                  pair_of(static_cast<std::uint32_t>(kind), path + std::string(name) + ".nam", {}));
     }
-}
-
-TEST(file_format, headers_that_cannot_be_written)
-{
     const owned_file full(std::fopen("/dev/full", "wb"));
     std::setvbuf(full.get(), nullptr, _IONBF, 0);
     captured_trace trace;
-    EXPECT_EQ(fill_structures(full.get(), full.get(), "C:/", 7, list_kind::files), 0);
+    EXPECT_EQ(fill_structures(full.get(), full.get(), std::string(115, 'd'), 7, list_kind::files), 0);
     EXPECT_EQ(trace.messages(), "* Enter (nObjects=7)\nWriting headers: 1024 bytes\n"
                                 "Write failed (written 0 bytes instead 1024)\n* Fail\n");
-    // 127 bytes fit into the name path's field, and nothing is written for a longer one.
-    EXPECT_TRUE(template_name_path(std::string(115, 'd'), list_kind::files));
+    // One byte more, and nothing is written: the field holds 127.
     EXPECT_EQ(fill_structures(nullptr, nullptr, std::string(116, 'd'), 7, list_kind::sectors), 0);
 }
 
-TEST(file_format, file_list_cut_anywhere)
+TEST_F(file_format, file_list_cut_anywhere)
 {
-    const pair_bytes whole = pair_of(2, "C:/boot/pelva/bootfile.nam", three_files);
-    EXPECT_THAT(read_files(whole).texts, testing::ElementsAreArray(three_files));
-    for (std::size_t cut = 0; cut < whole.nam.size(); cut += cut < 1020 || cut > 1030 ? 5 : 1) {
-        const file_list list = read_files({whole.nam.substr(0, cut), whole.chk});
-        ASSERT_EQ(list.result, cut < 1024 ? -2 : 0) << cut;
-        ASSERT_EQ(list.texts.size(), cut < 1024 ? 0 : (cut - 1024) / 256) << cut;
+    for (std::size_t cut = 0; cut < whole.nam.size(); ++cut) {
+        ASSERT_EQ(read_files({whole.nam.substr(0, cut), whole.chk}), cut < 1024 ? -2 : 0) << cut;
+        ASSERT_EQ(texts.size(), cut < 1024 ? 0 : (cut - 1024) / 256) << cut;
     }
     for (std::size_t cut = 0; cut < whole.chk.size(); ++cut)
-        ASSERT_EQ(read_files({whole.nam, whole.chk.substr(0, cut)}).result, cut < 1024 ? -2 : 0) << cut;
+        ASSERT_EQ(read_files({whole.nam, whole.chk.substr(0, cut)}), cut < 1024 ? -2 : 0) << cut;
+    EXPECT_EQ(texts, three_files);
 }
 
-TEST(file_format, damaged_file_lists)
+TEST_F(file_format, damaged_file_lists)
 {
-    const pair_bytes whole = pair_of(2, "C:/bootfile.nam", three_files);
-    const auto damaged = [&](std::size_t offset, const std::string &bytes, bool in_check = false) {
-        pair_bytes pair = whole;
-        (in_check ? pair.chk : pair.nam).replace(offset, bytes.size(), bytes);
-        return pair;
+    const auto damaged = [](std::string bytes, std::size_t offset, const std::string &damage) {
+        return bytes.replace(offset, damage.size(), damage);
     };
-    const struct {
-        const char *what;
-        pair_bytes pair;
-        int result;
-        std::size_t texts;
-        const char *trace;
-    } cases[] = {
-        {"claims 4G records", damaged(0x110, "\xFF\xFF\xFF\xFF"), 0, 3,
-         "Unexpected end of file on 3-th record"},
-        {"claims fewer", damaged(0x110, "\x02"), 0, 2, "bootfile.nam contains unhandled data at end of file"},
-        {"trailing byte", {whole.nam + "x", whole.chk}, 0, 3, "contains unhandled data at end of file"},
-        {"no NUL", damaged(1024, std::string(256, 'A')), 0, 3, "Record #1: D:\\EFI"},
-        {"swapped", {whole.chk, whole.nam}, -2, 0, "Corrupted file\nError on read_structures\n"},
-        {"name magic", damaged(3, "V"), -2, 0, "Corrupted file\n"},
-        {"check magic", damaged(0, "s", true), -2, 0, "Corrupted file\n"},
+    const pair_bytes greedy = {damaged(whole.nam, 0x110, four_billion), whole.chk};
+    const std::tuple<pair_bytes, int, std::size_t, const char *> cases[] = {
+        {greedy, 0, 3, "end of file on 3-th record\n"},
+        {{damaged(whole.nam, 0x110, "\x02"), whole.chk}, 0, 2, "/bootfile.nam contains unhandled data"},
+        {{whole.nam + "x", whole.chk}, 0, 3, "/bootfile.nam contains unhandled data at end of file\n"},
+        {{damaged(whole.nam, 1024, std::string(256, 'A')), whole.chk}, 0, 3, "AAAA\nReading record #1\n"},
+        {{whole.chk, whole.nam}, -2, 0, "Corrupted file\nError on read_structures\n"},
+        {{damaged(whole.nam, 3, "V"), whole.chk}, -2, 0, "Corrupted file\n"},
+        {{whole.nam, damaged(whole.chk, 0, "s")}, -2, 0, "Corrupted file\n"},
     };
-    for (const auto &[what, pair, result, texts, expected] : cases) {
+    for (const auto &[pair, result, records, expected] : cases) {
         captured_trace trace;
-        const file_list list = read_files(pair);
-        EXPECT_THAT(trace.messages(), HasSubstr(expected)) << what;
-        EXPECT_EQ(list.result, result) << what;
-        EXPECT_EQ(list.texts.size(), texts) << what;
+        EXPECT_EQ(read_files(pair), result) << expected;
+        EXPECT_EQ(texts.size(), records) << expected;
+        EXPECT_THAT(trace.messages(), testing::HasSubstr(expected));
     }
-    EXPECT_EQ(read_files(damaged(0x110, "\xFF\xFF\xFF\xFF")).count, 0xFFFFFFFF);
-    EXPECT_EQ(read_files(damaged(1024, std::string(256, 'A'))).texts[0], std::string(256, 'A'));
-    EXPECT_EQ(read_files(whole, 2).texts.size(), 2U);
+    EXPECT_TRUE(read_files(whole, 2) == 0 && texts.size() == 2);
+
+    // A disk that fails after the first record gives each record up once, and no more than the file can hold.
+    good_reads = 3;
+    EXPECT_EQ(read_files(greedy), 0);
+    good_reads = -1;
+    EXPECT_EQ(count, 0xFFFFFFFF);
+    EXPECT_EQ(texts, std::vector<std::string>(3, three_files[0]));
 }
 
-TEST(file_format, missing_and_irregular_files)
+TEST_F(file_format, missing_and_irregular_files)
 {
-    const scratch_directory directory;
-    const auto ignore = [](const char *, void *) { return 0; };
-    EXPECT_EQ(read_file_list(directory.path(), nullptr, ignore, nullptr), -1);
+    const auto read = [&] {
+        return read_file_list(
+            directory.path(), nullptr, [](const char *, void *) { return 0; }, nullptr);
+    };
+    EXPECT_EQ(read(), -1);
     ASSERT_EQ(mkfifo((directory.path() / "bootfile.nam").c_str(), 0600), 0);
-    EXPECT_EQ(read_file_list(directory.path(), nullptr, ignore, nullptr), -1);
+    EXPECT_EQ(read(), -1);
     std::filesystem::remove(directory.path() / "bootfile.nam");
-    directory.write("bootfile.nam", pair_of(2, "", three_files).nam);
-    EXPECT_EQ(read_file_list(directory.path(), nullptr, ignore, nullptr), -2);
+    directory.write("bootfile.nam", whole.nam);
+    EXPECT_EQ(read(), -2);
 }
 
-TEST(file_format, sector_lists)
+TEST_F(file_format, sector_lists)
 {
-    const scratch_directory directory;
-    const pair_bytes whole = pair_of(1, "C:/bootsect.nam", {{'\x80', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"});
-    EXPECT_EQ(whole.nam.size(), 1034U);
-    directory.write("bootsect.chk", whole.chk);
-    std::uint32_t count = 0;
-    for (const std::string &nam : {whole.nam, whole.nam + "x"}) {
+    const pair_bytes pair = pair_of(1, "C:/bootsect.nam", {{'\x80', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"});
+    directory.write("bootsect.chk", pair.chk);
+    const auto read = [&](const std::string &nam) {
         directory.write("bootsect.nam", nam);
-        const auto records = read_sector_list(directory.path(), count);
+        return read_sector_list(directory.path(), count);
+    };
+    for (const std::string &nam : {pair.nam, pair.nam + "x"}) {
+        const auto records = read(nam);
         ASSERT_TRUE(records && count == 2);
         EXPECT_EQ(sector_of(records[0]), 0U);
         EXPECT_EQ(records[1].drive_number, 0x81);
         EXPECT_EQ(sector_of(records[1]), 0xFE030201);
-        EXPECT_EQ(make_sector_record(0x181, 0xFE030201).little_endian, records[1].little_endian);
     }
-    for (const std::size_t cut : {1023U, 1024U, 1033U}) {
-        directory.write("bootsect.nam", whole.nam.substr(0, cut));
-        EXPECT_FALSE(read_sector_list(directory.path(), count)) << cut;
-    }
-    directory.write("bootsect.nam", std::string(whole.nam).replace(0x110, 4, "\xFF\xFF\xFF\xFF"));
-    EXPECT_FALSE(read_sector_list(directory.path(), count));
-    EXPECT_EQ(count, 0xFFFFFFFF);
-    directory.write("bootsect.nam", std::string(whole.nam).replace(0x110, 1, 1, '\0'));
-    EXPECT_TRUE(read_sector_list(directory.path(), count) && count == 0);
+    for (const std::size_t cut : {1023U, 1024U, 1033U})
+        EXPECT_FALSE(read(pair.nam.substr(0, cut))) << cut;
+    EXPECT_TRUE(!read(std::string(pair.nam).replace(0x110, 4, four_billion)) && count == 0xFFFFFFFF);
+    EXPECT_TRUE(read(std::string(pair.nam).replace(0x110, 1, 1, '\0')) && count == 0);
 }
 
 } // namespace
