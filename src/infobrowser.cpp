@@ -40,14 +40,16 @@ owned_gchar version_text(bool present, const pelva_version &version)
                                        get_package_version(), version.major, version.minor, version.build));
 }
 
+// The start-up settles all of this before; the page must not end one that has not.
 owned_gchar template_paths_text(const struct app &app)
 {
-    std::string board_path = app.short_path;
-    if (app.separator != '/')
+    const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '?';
+    std::string board_path = app.short_path ? app.short_path : "";
+    if (!board_path.empty() && app.separator != '/')
         replace_symbols(board_path, '/', app.separator);
     return owned_gchar(
         g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %c:%s"), os_name,
-                        app.pelva_db_path.c_str(), app.pelva_db_mt->letter, board_path.c_str()));
+                        app.pelva_db_path.c_str(), letter, board_path.c_str()));
 }
 
 } // namespace

@@ -208,12 +208,21 @@ TEST_F(diskbrowser, window_asks_about_unknown_records_and_marks_by_right_click)
     app.xml = windows.xml;
     app.disks = two_disks;
     save_template({{0x85, 63}, {0x80, 0}, {0x80, 100000}, {0x81, 0xfffffffeU}}, 4);
-    answered_dialogs user({GTK_RESPONSE_NO});
+    mount_entry mount;
+    mount.letter = 'C';
+    app.pelva_db_mt = &mount;
+    app.short_path = "";
+    app.separator = '/';
+    answered_dialogs user({GTK_RESPONSE_YES});
     ASSERT_EQ(diskbrowser_init(&app), 1);
     ASSERT_EQ(user.seen.size(), 1U);
     EXPECT_EQ(user.seen[0].title, "Confirm");
     EXPECT_EQ(user.seen[0].text, "The following sectors not found. Delete a sectors from a template?\n"
                                  "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");
+    std::uint32_t left = 0; // saved at once, without them
+    const auto records = load_template(&app, left);
+    EXPECT_EQ(find_sector_record({records.get(), left}, 0x80, 0), 0);
+    EXPECT_EQ(left, 1U);
     EXPECT_EQ(windows.label("total_sectors_selected"), "1");
     EXPECT_EQ(windows.label("total_sectors_size"), "512 bytes");
 
