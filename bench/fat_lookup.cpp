@@ -77,7 +77,7 @@ bool fill(const std::string &image)
     const std::uint64_t sector = le16(boot, 11);
     const std::uint64_t cluster_size = boot[13] * sector;
     const std::uint64_t fat_start = le16(boot, 14) * sector;
-    const std::uint64_t data_start = fat_start + boot[16] * le32(boot, 36) * sector;
+    const std::uint64_t data_start = fat_start + le32(boot, 36) * sector * boot[16];
 
     bytes root;
     append_short_entry(root, "DIR        ", 0x10, directory_cluster);
@@ -98,7 +98,7 @@ bool fill(const std::string &image)
             chain.push_back(static_cast<std::uint8_t>(next >> shift));
     }
     return write_at(fd.get(), data_start, root) && write_at(fd.get(), data_start + cluster_size, directory) &&
-           write_at(fd.get(), fat_start + directory_cluster * 4, chain);
+           write_at(fd.get(), fat_start + std::uint64_t{directory_cluster} * 4, chain);
 }
 
 using command = std::vector<std::string>;
