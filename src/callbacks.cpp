@@ -5,6 +5,7 @@
 #include "dialogs.h"
 #include "diskbrowser.h"
 #include "filebrowser.h"
+#include "gtk_owned.h"
 #include "i18n.h"
 #include "progress.h"
 #include "template_save.h"
@@ -36,6 +37,8 @@ void clear_files_below(struct app *app, file_store *store, const file_node &abov
 void clear_file_marks(struct app *app)
 {
     file_store *store = filebrowser_store(app);
+    // The main loop runs in between; whatever it does, the rows stay.
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
     progress_start(app);
     clear_files_below(app, store, *file_store_top(store));
     progress_stop(app);

@@ -5,6 +5,7 @@
 #include "common/template_pair.h"
 #include "dialogs.h"
 #include "filebrowser.h"
+#include "gtk_owned.h"
 #include "i18n.h"
 #include "progress.h"
 #include "trace_log.h"
@@ -26,23 +27,25 @@ void tell_failure(struct app *app)
               _("Cannot write the template. The previous template stays in use."));
 }
 
-// The template directory as the firmware names it, with its final separator: "C:/boot/pelva/".
-std::string board_directory(const struct app *app, const char *location_of)
+// The template directory's path on its partition, with the firmware's separator and none at the end.
+std::string path_on_partition(const struct app *app)
 {
     std::string path = app->short_path;
+    path.erase(path.find_last_not_of('/') + 1);
     std::ranges::replace(path, '/', app->separator);
-    trace_log("%s check templates location: %c:%s", location_of, app->pelva_db_mt->letter, path.c_str());
-    return std::string{app->pelva_db_mt->letter, ':'} + path + app->separator;
+    return path;
 }
 
 int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
 {
     trace_log("Enter");
-    const std::string directory = board_directory(app, kind == list_kind::files ? "File" : "Sector");
+    const char letter = app->pelva_db_mt->letter;
+    const std::string path = path_on_partition(app);
+    const std::string directory = std::string{letter, ':'} + path + app->separator;
     if (!template_name_path(directory, kind)) {
+        trace_log("* Failed");
         dialog_ok(app->window, _("Error"), "%s",
                   _("The path of the template directory is too long for the board."));
-        trace_log("* Failed");
         return 0;
     }
     current = open_template_pair(app->pelva_db_path, kind);
@@ -50,6 +53,8 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         trace_log("* Failed");
         return 0;
     }
+    trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
+              path.c_str());
     if (!write_template_headers(*current, directory, count)) {
         current.reset();
         trace_log("Cannot write file headers");
@@ -165,8 +170,9 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
 
 int save_done(struct app *app)
 {
-    g_assert(app->fsnon != nullptr);
-    g_assert(app->fsncv != nullptr);
+    // Spelled so for the text of the message.
+    g_assert(app->fsnon != ((void *)0)); // NOLINT
+    g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
     return replace_template(std::move(current)) ? 1 : 0;
 }
@@ -175,10 +181,16 @@ void save_file_template(struct app *app, file_store *store)
 {
     if (!file_save_init(app))
         return;
+    // The main loop runs in between; whatever it does, the rows stay.
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
     progress_start(app);
     for (const auto &top : file_store_top(store)->children) {
         if (!top->mount || top->not_loaded)
             continue;
+        if (!top->mount->letter) {
+            trace_log("The firmware has no letter for %s", top->name.c_str());
+            continue;
+        }
         begin_path(app, {top->mount->letter, ':'});
         walk_file_rows(app, store, *top, save_file, is_ext_fs(*top->mount->partition) ? '/' : '\\');
     }

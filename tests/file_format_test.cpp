@@ -4,28 +4,15 @@
 #include "support.h"
 #include "template_bytes.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 namespace {
 
-int good_reads = -1; // calls of fread that still succeed; -1: all
 const std::string four_billion = "\xFF\xFF\xFF\xFF";
 const std::vector<std::string> three_files = {"C:/boot/vmlinuz", "D:\\EFI\\BOOT\\BOOTX64.EFI",
                                               "C:/" + std::string(252, 'n')};
 const pair_bytes whole = pair_of(2, "C:/boot/pelva/bootfile.nam", three_files);
-
-} // namespace
-
-extern "C" std::size_t fread(void *data, std::size_t size, std::size_t count, std::FILE *stream)
-{
-    if (good_reads == 0 || (good_reads > 0 && good_reads-- == 0))
-        return 0;
-    return reinterpret_cast<decltype(&fread)>(dlsym(RTLD_NEXT, "fread"))(data, size, count, stream);
-}
-
-namespace {
 
 class file_format : public testing::Test {
 protected:
@@ -93,9 +80,8 @@ TEST_F(file_format, damaged_file_lists)
     const auto damaged = [](std::string bytes, std::size_t offset, const std::string &damage) {
         return bytes.replace(offset, damage.size(), damage);
     };
-    const pair_bytes greedy = {damaged(whole.nam, 0x110, four_billion), whole.chk};
     const std::tuple<pair_bytes, int, std::size_t, const char *> cases[] = {
-        {greedy, 0, 3, "end of file on 3-th record\n"},
+        {{damaged(whole.nam, 0x110, four_billion), whole.chk}, 0, 3, "end of file on 3-th record\n"},
         {{damaged(whole.nam, 0x110, "\x02"), whole.chk}, 0, 2, "/bootfile.nam contains unhandled data"},
         {{whole.nam + "x", whole.chk}, 0, 3, "/bootfile.nam contains unhandled data at end of file\n"},
         {{damaged(whole.nam, 1024, std::string(256, 'A')), whole.chk}, 0, 3, "AAAA\nReading record #1\n"},
@@ -110,13 +96,7 @@ TEST_F(file_format, damaged_file_lists)
         EXPECT_THAT(trace.messages(), testing::HasSubstr(expected));
     }
     EXPECT_TRUE(read_files(whole, 2) == 0 && texts.size() == 2);
-
-    // A disk that fails after the first record gives each record up once, and no more than the file can hold.
-    good_reads = 3;
-    EXPECT_EQ(read_files(greedy), 0);
-    good_reads = -1;
-    EXPECT_EQ(count, 0xFFFFFFFF);
-    EXPECT_EQ(texts, std::vector<std::string>(3, three_files[0]));
+    EXPECT_EQ(count, 3U);
 }
 
 TEST_F(file_format, missing_and_irregular_files)

@@ -2,6 +2,7 @@
 
 #include "app.h"
 #include "common/mount.h"
+#include "common/template_pair.h"
 #include "trace_log.h"
 
 #include <cerrno>
@@ -110,6 +111,7 @@ int app_init(app *app)
     if (!find_template_directory(app) || !find_template_mountpoint(app) || !prepare_partitions(app) ||
         !name_for_firmware(app))
         return 1;
+    recover_templates(app->pelva_db_path);
     trace_log("* Exit");
     return 0;
 }

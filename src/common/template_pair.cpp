@@ -252,7 +252,6 @@ std::unique_ptr<template_pair> open_template_pair(const std::string &directory, 
     const auto [nam, chk] = names_of(kind);
     if ((pair->nam = create_stream(*pair, nam)) && (pair->chk = create_stream(*pair, chk)))
         return pair;
-    trace_log("* Failed");
     return nullptr;
 }
 
