@@ -139,6 +139,8 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason)
     const std::string top = partition.files.path();
     partition.files.write("a/b/f", "");
     partition.files.write("a/c/f", "");
+    partition.files.write("b/f", "");
+    partition.files.write("q/f", "");
     fs::create_symlink("f", top + "/a/b/link");
     fs::create_directory_symlink("b", top + "/a/d");
     const auto look_up = [&partition](const std::string &path, int result) {
@@ -156,6 +158,8 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason)
     EXPECT_TRUE(partition.row("a/c")->not_loaded) << "only the directories on the way are read";
     partition.host.write("proc/mounts", "proc /proc proc rw 0 0\n");
     look_up(top + "/a/b/f", -3);
+    partition.host.write("proc/mounts", "/dev/sda1 " + top + "/q ext4 rw 0 0\n"); // not where the tree reads
+    look_up(top + "/a/b/f", -4);
 }
 
 TEST(texts, are_joined_and_shown_on_one_line)
