@@ -125,22 +125,3 @@ void answered_dialogs::choose(GtkFileChooser *chooser)
     }
     g_free(taken);
 }
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizer's own names; absent from other builds
-extern "C" {
-__attribute__((weak)) void __lsan_disable();
-__attribute__((weak)) void __lsan_enable();
-}
-
-forgiven_leaks::forgiven_leaks()
-{
-    if (__lsan_disable)
-        __lsan_disable();
-}
-
-forgiven_leaks::~forgiven_leaks()
-{
-    if (__lsan_enable)
-        __lsan_enable();
-}
-// NOLINTEND(bugprone-reserved-identifier)

@@ -49,8 +49,7 @@ public:
 
     std::vector<seen_dialog> seen;
     std::function<void(GtkWidget *)> inspect; // called with each dialog before it is answered
-    std::vector<std::string>
-        file_names; // a file chooser is answered with the next of these, while there are any
+    std::vector<std::string> file_names;      // what a file chooser is given, before the responses
 
 private:
     static gboolean look(gpointer self);
@@ -58,13 +57,4 @@ private:
     std::vector<int> responses_;
     enum class chooser_state { untouched, named, accepted } chooser_ = chooser_state::untouched;
     guint timer_;
-};
-
-// While it lives, what is allocated is not searched for leaks: the toolkit's own file chooser has some.
-class forgiven_leaks {
-public:
-    forgiven_leaks();
-    ~forgiven_leaks();
-    forgiven_leaks(const forgiven_leaks &) = delete;
-    forgiven_leaks &operator=(const forgiven_leaks &) = delete;
 };
