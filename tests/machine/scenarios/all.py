@@ -2,8 +2,9 @@
 
 import sys
 
+import marking
 import robot
 import startup
 
-scenarios = startup.SCENARIOS
+scenarios = startup.SCENARIOS + marking.SCENARIOS
 robot.run([scenario for scenario in scenarios if not sys.argv[1:] or scenario.__name__ in sys.argv[1:]])

@@ -161,7 +161,45 @@ class Tool:
         wait(lambda: not self.look().window(title), f'window "{title}" closed')
 
     def click(self, item, button=1):
-        xdotool("mousemove", item.x + item.width // 2, item.y + item.height // 2, "click", button)
+        xdotool("mousemove", item.x + item.width // 2, item.y + item.height // 2, "click", *str(button).split())
+
+    def show(self, tree, *names):
+        """Scrolls with the wheel until a row is in view, and returns it."""
+        for _ in range(100):
+            look = self.look()
+            row, view = look.row(tree, *names), look.widget(tree)
+            check(row, f"no row {names!r}")
+            if row.in_view and row.y + row.height // 2 < view.y + view.height:
+                return row
+            first = next(other for other in look.rows if other.tree == tree and other.in_view)
+            down = row.in_view or [*map(int, row.path.split(":"))] > [*map(int, first.path.split(":"))]
+            self.click(view, "--repeat 3 --delay 20 " + ("5" if down else "4"))
+        raise Failure(f"row {names!r} does not come into view")
+
+    def expand(self, *names, tree="filebrowser"):
+        """Opens a row with a click on its arrow."""
+        row = self.show(tree, *names)
+        if not row.expanded:
+            xdotool("mousemove", row.x - 10, row.y + row.height // 2, "click", 1)
+
+        def opened():
+            look = self.look()
+            row = look.row(tree, *names)
+            below = look.children(tree, row.path)
+            return row.expanded and not any("Loading, please wait..." in child.texts for child in below)
+        wait(opened, f"row {names!r} open")
+
+    def mark(self, tree, *names):
+        """Flips a row's mark with the right button and waits for its image to tell."""
+        row = self.show(tree, *names)
+        self.click(row, 3)
+        wait(lambda: self.look().row(tree, *names).image != row.image, f"another image at {names!r}")
+
+    def enter(self, text):
+        """Types a line in the place of what the field holds."""
+        self.press("ctrl+a")
+        xdotool("type", "--clearmodifiers", "--delay", 30, text)
+        self.press("Return")
 
     def press(self, *keys):
         xdotool("key", "--clearmodifiers", *keys)

@@ -1,0 +1,92 @@
+"""The template pairs as the firmware reads them, written anew from their description: the judge of what the tool saves.
+
+python3 templates.py DIRECTORY prints a readable listing of the pairs in a directory.
+"""
+
+import ctypes
+import fcntl
+import os
+import struct
+import sys
+
+FILES, SECTORS = 2, 1
+NAMES = {FILES: "bootfile", SECTORS: "bootsect"}
+SIZES = {FILES: 256, SECTORS: 5}
+
+
+def header(magic, kind, count, tail):
+    """1,024 bytes: words at their offsets, zeros between them."""
+    words = {0x04: 1, 0x08: 7, 0x0C: 1, 0x54: 1, 0x9C: 1, 0x10C: kind, 0x110: count, 0x114: SIZES[kind], **tail}
+    data = bytearray(magic.ljust(1024, b"\0"))
+    for offset, value in words.items():
+        struct.pack_into("<I", data, offset, value)
+    return data
+
+
+def expected(kind, records, directory):
+    """Both files of a pair; directory is the template directory as the firmware names it, with its separator."""
+    if kind == FILES:
+        records = [record.ljust(256, b"\0") for record in records]
+    else:
+        records = [struct.pack("<BI", drive, sector) for drive, sector in records]
+    check = header(b"SNCV", kind, len(records), {0x118: 7, 0x11C: 1, 0x120: 3, 0x124: 1, 0x1A8: 1})
+    path = f"{directory}{NAMES[kind]}.nam".encode()
+    check[0x128:0x128 + len(path)] = path
+    return (bytes(header(b"SNON", kind, len(records), {0x11C: 0xFF})) + b"".join(records),
+            bytes(check) + bytes(4 * len(records)))
+
+
+def read(kind, directory):
+    pair = []
+    for extension in ("nam", "chk"):
+        with open(f"{directory}/{NAMES[kind]}.{extension}", "rb") as file:
+            pair.append(file.read())
+    return tuple(pair)
+
+
+def records_of(kind, data):
+    """The records of a name file, as far as it goes."""
+    parts = [data[start:start + SIZES[kind]] for start in range(1024, len(data), SIZES[kind])]
+    if kind == FILES:
+        return [part.split(b"\0")[0] for part in parts]
+    return [struct.unpack("<BI", part) for part in parts]
+
+
+def short_names(root, path):
+    """A path on a mounted FAT volume in the 8.3 names that the kernel reads from its directories (code page 866)."""
+    short, directory = [], root
+    for name in path.split("/"):
+        handle = os.open(directory, os.O_RDONLY | os.O_DIRECTORY)
+        entries = ctypes.create_string_buffer(560)  # the kernel's VFAT_IOCTL_READDIR_BOTH: short and long entry
+        found = None
+        while not found and fcntl.ioctl(handle, 0x82307201, entries) > 0:
+            both = [entries.raw[start + 18:start + 280].split(b"\0")[0].decode() for start in (0, 280)]
+            if name in both:
+                found = both[0]
+        os.close(handle)
+        short.append(found.upper().encode("cp866"))
+        directory += "/" + name
+    return b"\\".join(short)
+
+
+def listing(directory):
+    lines = []
+    for kind, title in ((FILES, "Files"), (SECTORS, "Sectors")):
+        try:
+            data, check = read(kind, directory)
+        except OSError:
+            lines.append(f"{title}: no template was saved")
+            continue
+        count, = struct.unpack_from("<I", data, 0x110)
+        place = check[0x128:0x1A8].split(b"\0")[0].decode("cp866")
+        lines.append(f"{title}: {count} in {place}, {len(data)} and {len(check)} bytes")
+        for record in records_of(kind, data):
+            if kind == FILES:
+                lines.append("  " + record.decode("utf-8" if record[2:3] == b"/" else "cp866", "backslashreplace"))
+            else:
+                lines.append("  drive 0x%02x, sector %d" % record)
+    return "\n".join(lines) + "\n"
+
+
+if __name__ == "__main__":
+    print(listing(sys.argv[1]), end="")
