@@ -227,7 +227,9 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
         trace_log("cannot stat() on %s: %s", path.c_str(), std::strerror(errno));
         // Nobody knows a file by where this run happens to have mounted its partition.
         const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
-        app->missing_files.push_front(mounted_here ? board_path : path);
+        // Below the mount "/" a path begins with two slashes; the user is shown one.
+        const std::string shown = path.starts_with("//") ? path.substr(1) : path;
+        app->missing_files.push_front(mounted_here ? board_path : shown);
         return -2;
     }
     if (root == roots.end() || load_and_mark(app, store, path, mount->mountpoint.size(), root->get()) != 0)

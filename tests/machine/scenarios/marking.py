@@ -92,4 +92,111 @@ def demonstration():
         check(report.read().startswith(b"{\\rtf1"), "the report is no RTF document")
 
 
-SCENARIOS = [demonstration]
+def open_page(tool, page):
+    tool.click(tool.look().widget(f"tab_{page}"))
+    wait(lambda: tool.look().widget(f"{page}_save"), f"the page of {page}")
+
+
+def expected_report(files, sectors):
+    """The document for these files with their sizes and these sectors, in code page 1251."""
+    lines = ["{\\rtf1\\ansi\\ansicpg1251\\deff0\\deflang1049\\plain {", "{\\b Report}\\par", "{\\i File list:}\\par"]
+    for name, size in files:
+        name = name.replace("\\", "\\\\")
+        lines.append(f"File: {name}, file size: {size}\\line")
+    lines.append(f"{{\\b Total files: {len(files)}, total size: {sum(size for _, size in files)}}}\\par")
+    lines.append("{\\i Sector list:}\\par")
+    lines += [f"Sector: {name}, sector size: 512\\line" for name in sectors]
+    lines.append(f"{{\\b Total sectors: {len(sectors)}, total size: {512 * len(sectors)}}}\\par")
+    return ("\n".join(lines) + "\n}}\n").encode("cp1251")
+
+
+def whole_road():
+    """Files on every kind of partition and all sectors are marked, saved, reported, and marked again by the next start"""
+    os.makedirs("/root/.local/share", exist_ok=True)
+    removed = "/srv/files/отчёт.txt"
+    # Partition, letter, and what to mark: in the order of the tree.
+    marks = [("sdb1", "C", "srv/files/отчёт.txt"), ("md0p1", "D", "long name of a report.txt"),
+             ("md0p2", "G", "Отчёт о проверке.txt"), ("sda1", "E", "Program Files"), ("sda3", "K", "ПРИКАЗ.DOC"),
+             ("sda5", "H", "Отчёт о проверке.txt"), ("sda6", "I", "Отчёт о проверке.txt"), ("sdc3", "M", "EFI")]
+    inside = {"Program Files": "/Trusted Loader/loader configuration.ini", "EFI": "/BOOT/BOOTX64.EFI"}
+    tool = Tool()
+    tool.start()
+    records, rows = [], []
+    for name, letter, path in marks:
+        steps = path.split("/")
+        for depth in range(len(steps)):
+            tool.expand(f"/dev/{name}", *steps[:depth])
+        tool.mark("filebrowser", f"/dev/{name}", *steps)
+        path += inside.get(path, "")
+        fat, ntfs = name in ("md0p2", "sda1", "sda3", "sdc3"), name == "sda6"
+        root = "/" if name == "sdb1" else volume(name)
+        separator = "\\" if fat or ntfs else "/"
+        long_names = path.replace("/", separator).encode("cp866" if ntfs else "utf-8")
+        records.append(f"{letter}:{separator}".encode() + (templates.short_names(root, path) if fat else long_names))
+        rows.append((f"{name}:{separator}" + path.replace("/", separator), os.path.getsize(f"{root}/{path}")))
+        tool.click(tool.show("filebrowser", f"/dev/{name}"))
+        tool.press("minus")  # folds the partition, so that the next one is near
+    tool.picture("files")
+    save(tool, "files", len(records))
+    open_page(tool, "sectors")
+    tool.click(tool.look().widget("sectors_default"))
+    tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
+    save(tool, "sectors", len(all_sectors()))
+    tool.click(tool.look().widget("report_button"))
+    tool.wait_window("Report")
+    shown = {tree: [row.texts for row in tool.look().rows if row.tree == tree] for tree in ("file_report", "sector_report")}
+    check_equal([text[0] for text in shown["file_report"]], [name for name, _ in rows], "files of the report")
+    check_equal(len(shown["sector_report"]), len(all_sectors()), "number of sectors in the report")
+    tool.click(tool.look().widget("report_save_button"))
+    tool.wait_window("Save report")
+    tool.enter("/root/road.rtf")
+    tool.wait_closed("Save report")
+    tool.click(tool.look().widget("report_close_button"))
+    tool.wait_closed("Report")
+    tool.quit()
+    with open("/root/road.rtf", "rb") as report:
+        check_equal(report.read(), expected_report(rows, [text[0] for text in shown["sector_report"]]), "report")
+    sectors = templates.expected(templates.SECTORS, all_sectors(), "C:/boot/pelva/")
+    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, records, "C:/boot/pelva/"), "files")
+    check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
+
+    os.rename(removed, "/root/removed")
+    tool = Tool()
+    look = tool.wait_window("Confirm")
+    check(any(removed in text.splitlines() for text in look.texts("Confirm")), f"{removed} is not listed as missing")
+    tool.picture("missing")
+    tool.answer("Confirm", "The following files are missing. Delete these files from a template?", "Yes")
+    tool.start()
+    os.rename("/root/removed", removed)
+    check_equal(tool.look().widget("total_files_selected").text, str(len(records) - 1), "files marked again")
+    tool.picture("again")
+    open_page(tool, "sectors")
+    check_equal(tool.look().widget("total_sectors_selected").text, str(len(all_sectors())), "sectors marked again")
+    tool.quit()
+    check_equal(templates.read(templates.FILES, TEMPLATES),
+                templates.expected(templates.FILES, records[1:], "C:/boot/pelva/"), "files without the missing one")
+    check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
+
+
+def exit_question():
+    """Closing over unsaved marks asks: Cancel keeps the tool, Yes saves both templates and ends it"""
+    tool = Tool()
+    tool.start()
+    open_page(tool, "sectors")
+    tool.expand("/dev/sdb", tree="diskbrowser")
+    tool.mark("diskbrowser", "/dev/sdb", "Master boot record")
+    question = "In data model were changes made. Save it before exiting?"
+    tool.close()
+    tool.answer("Confirm", question, "Cancel")
+    check_equal(tool.look().widget("total_sectors_selected").text, "1", "sectors marked after Cancel")
+    check_equal(os.listdir(TEMPLATES), [], "templates after Cancel")
+    tool.close()
+    look = tool.wait_window("Confirm")
+    tool.click(next(item for item in look.widgets if item.window == "Confirm" and item.text == "Yes"))
+    check_equal(tool.wait_end(), 0, "exit status")
+    check_equal(templates.read(templates.SECTORS, TEMPLATES),
+                templates.expected(templates.SECTORS, [(0x80, 0)], "C:/boot/pelva/"), "sectors")
+    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, [], "C:/boot/pelva/"), "files")
+
+
+SCENARIOS = [demonstration, whole_road, exit_question]
