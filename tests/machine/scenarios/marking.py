@@ -3,6 +3,8 @@
 import glob
 import os
 import shutil
+import struct
+import zlib
 
 import templates
 from robot import SHARE, TEMPLATES, Tool, check, check_equal, wait
@@ -199,4 +201,25 @@ def exit_question():
     check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, [], "C:/boot/pelva/"), "files")
 
 
-SCENARIOS = [demonstration, whole_road, exit_question]
+def damaged_disk():
+    """A disk whose partition table ends the process that reads it stays listed, and the others are unharmed"""
+    header = bytearray(struct.pack("<8s4I4Q16sQ3I", b"EFI PART", 0x10000, 92, 0, 0, 1, 32767, 34, 32734, b"", 2, 0, 128, 0))
+    struct.pack_into("<I", header, 16, zlib.crc32(header))
+    protective = struct.pack("<446xB3xB3xII48xH", 0, 0xEE, 1, 32767, 0xAA55)
+    with open("/dev/sdg", "r+b") as disk:
+        before = disk.read(1024)
+        disk.seek(0)
+        disk.write(protective + header.ljust(512, b"\0"))
+    tool = Tool()
+    tool.start()
+    with open("/dev/sdg", "r+b") as disk:
+        disk.write(before)
+    check(any(line.startswith("Cannot read the partition table of /dev/sdg: ") for line in tool.trace()), "no trace line")
+    check(tool.look().row("filebrowser", "/dev/sdc3"), "the partitions of another disk are missing")
+    open_page(tool, "sectors")
+    shown = [row.texts[0] for row in tool.look().children("diskbrowser", "")]
+    check_equal(shown, [f"/dev/{name}" for name in DRIVES], "disks")
+    tool.quit()
+
+
+SCENARIOS = [demonstration, whole_road, exit_question, damaged_disk]
