@@ -73,6 +73,7 @@ struct report : testing::Test {
         gtk_tree_view_set_model(GTK_TREE_VIEW(app.filebrowser), GTK_TREE_MODEL(store));
         ASSERT_EQ(report_init(&app), 1);
         report_show(&app);
+        report_show(&app);                                                // filled anew, not added to
         gtk_tree_view_set_model(GTK_TREE_VIEW(app.filebrowser), nullptr); // from here on nothing can change
     }
 
