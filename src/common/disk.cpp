@@ -215,7 +215,13 @@ std::vector<std::string> get_device_from_proc()
         trace_log("Unable to open /proc/partitions");
         return {};
     }
-    return parse_partitions(partitions.get());
+    std::vector<std::string> devices = parse_partitions(partitions.get());
+    if (std::ferror(partitions.get())) {
+        // The disks behind the place would be missing, and others numbered in their stead.
+        trace_log("Unable to read /proc/partitions");
+        return {};
+    }
+    return devices;
 }
 
 int is_system_disk(const std::string &name)

@@ -1,0 +1,165 @@
+// Reading and mounting while every system call in turn fails or moves half of its bytes: what comes back is
+// the truth or a declared failure, never half of it.
+#include "faults.h"
+
+#include "app.h"
+#include "common/disk.h"
+#include "common/fat.h"
+#include "common/file_format.h"
+#include "common/gpt.h"
+#include "common/mount.h"
+#include "support.h"
+#include "template_bytes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <gtest/gtest.h>
+
+namespace {
+
+// The machine that is read: a GPT disk, a FAT volume, a template and two listed disks.
+struct faulty_machine : testing::Test {
+    faulty_machine()
+    {
+        const std::string dev = scratch.write("dev/sda1", "").parent_path();
+        const std::string fat = "-i " + dev + "/sda1 ", file = scratch.write("file", "text");
+        run_tool("cd " + dev +
+                 "; truncate -s 16M sda sdb; sgdisk -n 1:2048:+1M -t 1:0700 -n 2:0:+1M -t 2:ef00 sda;" +
+                 "echo 2048,2048,83 | sfdisk -q sdb; mkfs.fat -F 16 -C -s 1 sda2 8192; mv sda2 sda1; mmd " +
+                 fat + "'::/Program Files'; mcopy " + fat + file + " '::/Program Files/a long name.txt'");
+        std::string listed = "major minor  #blocks  name\n\n 8 0 16384 sda\n"; // takes several reads
+        for (int i = 0; i < 500; ++i)
+            listed += " 8 1 1024 sda1\n";
+        scratch.write("proc/partitions", listed + " 8 16 16384 sdb\n");
+        scratch.write("proc/mounts", "/dev/sda1 " + scratch.path().string() + " ext4 rw 0 0\n");
+        for (const char *disk : {"sda", "sdb"})
+            scratch.write("sys/block/" + std::string(disk) + "/removable", "0\n");
+        const pair_bytes pair = pair_of(1, "C:/bootsect.nam", {{'\x80', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"});
+        scratch.write("bootsect.nam", pair.nam);
+        scratch.write("bootsect.chk", pair.chk);
+    }
+
+    scratch_directory scratch;
+    replaced_host host{scratch.path()};
+};
+
+constexpr int truth = 0, failure = 1, neither = 2;
+
+// `work` answers with one of the three; it must know the truth when nothing fails.
+void expect_truth_or_failure(const std::string &name, const std::function<int()> &work, int fewest_calls)
+{
+    EXPECT_EQ(work(), truth) << name; // and everything is loaded that the process loads once
+    const std::pair<fault, int> faults[] = {{fault::fail, EIO},           {fault::fail, ENOMEM},
+                                            {fault::fail, EINTR},         {fault::fail, EROFS},
+                                            {fault::fail_from_here, EIO}, {fault::cut_short, 0}};
+    for (const auto &[what, error] : faults) {
+        int call = 1;
+        for (faulty_run run; call == 1 || run.calls >= call - 1; ++call) {
+            run = run_with_faults(work, {{call, what, error}});
+            EXPECT_TRUE(run.survived && run.result != neither)
+                << name << ", call " << call << ", error " << error
+                << (run.crashed ? ": crashed" : ": half the truth");
+        }
+        EXPECT_GT(call, fewest_calls) << name;
+    }
+}
+
+int judge(bool is_truth, bool is_failure)
+{
+    return is_truth ? truth : is_failure ? failure : neither;
+}
+
+TEST_F(faulty_machine, tables_and_names)
+{
+    expect_truth_or_failure(
+        "GPT",
+        [] {
+            const auto numbers = readGpt("/dev/sda");
+            return judge(numbers == std::vector<std::uint32_t>{1, 2}, numbers.empty());
+        },
+        6);
+    for (const auto &[resolve, path, result] :
+         {std::tuple{&get_sfn_path, "Program Files\\a long name.txt", "PROGRA~1\\ALONGN~1.TXT"},
+          std::tuple{&get_lfn_path, "PROGRA~1\\ALONGN~1.TXT", "Program Files/a long name.txt"}})
+        expect_truth_or_failure(
+            path,
+            [&] {
+                const auto found = resolve("sda1", path);
+                return judge(found == result, !found);
+            },
+            5);
+    expect_truth_or_failure(
+        "sector list",
+        [&] {
+            std::uint32_t count = 0;
+            const auto list = read_sector_list(scratch.path(), count);
+            return judge(list && count == 2 && sector_of(list[1]) == 0xFE030201, !list);
+        },
+        8);
+    struct stat here {};
+    ASSERT_EQ(stat(scratch.path().c_str(), &here), 0);
+    expect_truth_or_failure(
+        "mount table",
+        [&] {
+            const auto found = find_mountpoint_for_device(here.st_dev);
+            const auto line = mount_data_find(scratch.path());
+            return judge(found == scratch.path().string() && line && line->device == "/dev/sda1",
+                         !found || !line);
+        },
+        5);
+}
+
+TEST_F(faulty_machine, disks)
+{
+    expect_truth_or_failure(
+        "listed disks",
+        [] {
+            const auto devices = get_device_from_proc();
+            return judge(devices == std::vector<std::string>{"/dev/sda", "/dev/sdb"}, devices.empty());
+        },
+        4);
+    // A disk may come out unreadable, without its partitions, or not be there; what is said of it is true.
+    recorded_commands shell;
+    expect_truth_or_failure(
+        "disk list",
+        [] {
+            std::list<disk> disks;
+            const int result = get_disk_list(disks);
+            bool whole = disks.size() == 2, right = true;
+            for (const disk &d : disks) {
+                whole = whole && d.parts.size() == (d.name == "sda" ? 2U : 1U);
+                for (const part &p : d.parts)
+                    right = right && p.device == d.name && p.sect_total == 2048 &&
+                            p.sect_before == 2048U * p.index;
+            }
+            return judge(result == 0 && whole && right, result == -1 || right);
+        },
+        30);
+}
+
+TEST_F(faulty_machine, what_was_mounted_is_unmounted)
+{
+    expect_truth_or_failure(
+        "mounting",
+        [] {
+            struct app record;
+            record.disks.emplace_back().name = "sda";
+            for (int index : {1, 2, 3}) {
+                part &p = record.disks.front().parts.emplace_back();
+                p.device = "sda";
+                p.index = index;
+                p.letter = static_cast<char>('B' + index);
+                p.fs_type = "ext4";
+            }
+            const recorded_commands shell;
+            const int result = mount_partitions(&record);
+            umount_partitions(&record);
+            const auto undone = std::ranges::count_if(
+                shell.commands, [](const std::string &command) { return command.starts_with("umount"); });
+            return judge(result == 0 && undone == 3 && shell.commands.size() == 6,
+                         undone * 2 == std::ssize(shell.commands));
+        },
+        12);
+}
+
+} // namespace
