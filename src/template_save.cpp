@@ -51,7 +51,6 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
     current = open_template_pair(app->pelva_db_path, kind);
     if (!current) {
         trace_log("* Failed");
-        tell_failure(app);
         return 0;
     }
     trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
