@@ -2,9 +2,10 @@
 
 import sys
 
+import faults
 import marking
 import robot
 import startup
 
-scenarios = startup.SCENARIOS + marking.SCENARIOS
+scenarios = startup.SCENARIOS + marking.SCENARIOS + faults.SCENARIOS
 robot.run([scenario for scenario in scenarios if not sys.argv[1:] or scenario.__name__ in sys.argv[1:]])

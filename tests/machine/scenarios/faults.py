@@ -1,0 +1,96 @@
+"""Disks and file systems that fail while the tool uses them."""
+
+import os
+import subprocess
+
+import templates
+from marking import DRIVES, open_page
+from robot import Tool, check, check_equal, shell, wait
+
+PELVA = "/mnt/fat/pelva"
+
+
+def fill_up():
+    with open("/mnt/fat/fill", "wb") as file:
+        try:
+            while True:
+                file.write(bytes(1 << 16))
+                file.flush()
+        except OSError:
+            pass
+
+
+def failed_saves():
+    """A save onto a full, a read-only and a vanished file system leaves the old template, and the marks unsaved"""
+    os.makedirs("/mnt/fat", exist_ok=True)
+    shell(f"mount -t vfat /dev/sda1 /mnt/fat && mkdir -p {PELVA}")
+    tool = Tool(PELVADB=PELVA)
+    tool.start()
+    open_page(tool, "sectors")
+    tool.expand("/dev/sdb", tree="diskbrowser")
+
+    def save():
+        tool.click(tool.look().widget("sectors_save"))
+        tool.answer("Confirm", "Do you really want to overwrite existing template?", "Yes")
+
+    def check_saved(records, what):
+        check_equal(templates.read(templates.SECTORS, PELVA),
+                    templates.expected(templates.SECTORS, records, "E:\\pelva\\"), what)
+        check_equal(sorted(os.listdir(PELVA)), ["bootsect.chk", "bootsect.nam"], what)
+
+    save()
+    check_saved([], "empty template")
+    tool.mark("diskbrowser", "/dev/sdb", "Master boot record")
+    for fault, undo in ((fill_up, "rm /mnt/fat/fill"),
+                        (lambda: shell("mount -o remount,ro /mnt/fat"), "mount -o remount,rw /mnt/fat"),
+                        (lambda: shell("umount /mnt/fat"), "mount -t vfat /dev/sda1 /mnt/fat")):
+        fault()
+        save()
+        if undo.startswith("rm"):
+            tool.picture("failed_save")
+            tool.answer("Error", "Cannot write the template. The previous template stays in use.", "OK")
+        else:
+            wait(lambda: any("Cannot open file for writing" in line for line in tool.trace()), "a trace of the failure")
+        tool.close()
+        tool.answer("Confirm", "In data model were changes made. Save it before exiting?", "Cancel")
+        shell(undo)
+        check_saved([], f"after {undo}")
+    save()
+    check_saved([(DRIVES["sdb"], 0)], "once all is well again")
+    tool.quit()
+    shell(f"rm -r {PELVA} && umount /mnt/fat")
+
+
+def failing_disk():
+    """A disk that answers every read with an error stays listed and numbered, and the others are unharmed"""
+    shell("modprobe faulty && mdadm --build /dev/md1 --run --level=faulty --raid-devices=1 /dev/sdg 2>&1")
+    shell("mdadm --grow /dev/md1 --layout=read-persistent1 2>&1")
+    try:
+        tool = Tool()
+        tool.start()
+        check(any(line.startswith("Cannot read the partition table of /dev/md1: ") for line in tool.trace()), "not traced")
+        check(tool.look().row("filebrowser", "/dev/sdc3"), "the partitions of another disk are missing")
+        open_page(tool, "sectors")
+        shown = [row.texts[0] for row in tool.look().children("diskbrowser", "")]
+        check_equal(shown, [f"/dev/{name}" for name in ("sdb", "md0", "md1", "sda", "sdc")], "disks")
+        tool.quit()
+    finally:
+        shell("mdadm --stop /dev/md1 2>&1")
+
+
+def slow_disk():
+    """A disk that takes half a second for every answer is waited for"""
+    shell("modprobe scsi_debug dev_size_mb=8; echo - - - >/sys/class/scsi_host/host1/scan")
+    wait(lambda: os.path.exists("/dev/sdh"), "the disk")
+    shell("echo 2048,2048,83 | sfdisk -q /dev/sdh; mke2fs -q -t ext2 /dev/sdh1; blockdev --flushbufs /dev/sdh")
+    shell("sync; echo 3 >/proc/sys/vm/drop_caches; echo 125 >/sys/bus/pseudo/drivers/scsi_debug/delay")
+    try:
+        tool = Tool()
+        tool.start()
+        check(tool.look().row("filebrowser", "/dev/sdh1"), "its partition is missing")
+        tool.quit()
+    finally:
+        subprocess.run(["rmmod", "scsi_debug"], check=False)
+
+
+SCENARIOS = [failed_saves, failing_disk, slow_disk]
