@@ -5,6 +5,7 @@
 #include "common/owned.h"
 #include "i18n.h"
 #include "main_window.h"
+#include "termination.h"
 #include "trace_log.h"
 
 #include <clocale>
@@ -59,6 +60,7 @@ int main(int argc, char **argv)
     trace_enabled = trace && std::strcmp(trace, "1") == 0;
     trace_log("Tracing and message logging enabled.");
 
+    end_on_signals();
     if (app_init(&the_app) != 0)
         return EXIT_FAILURE;
     std::atexit(on_exit_cleanup);

@@ -11,7 +11,8 @@
 [[nodiscard]] std::string host_path(std::string_view path);
 
 // Runs a command through the C library's `system` and returns its exit status; -1 when the shell could not
-// be started or the command was killed.
+// be started or the command was killed. SIGINT, SIGTERM and SIGHUP interrupt neither the command nor the
+// wait.
 [[nodiscard]] int run_command(const std::string &command);
 
 // For tests only. An empty root or runner restores the machine itself.

@@ -124,6 +124,9 @@ void confine(int pipe, pid_t parent)
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
         _exit(1);
+    // The parent ends it. Its handler has no business here, nor has the terminal's interrupt.
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        std::signal(number, SIG_IGN);
     prctl(PR_SET_DUMPABLE, 0); // no core dump, not even to a collecting program
     limit_resource(RLIMIT_CORE, 0);
     limit_resource(RLIMIT_CPU, cpu_seconds);

@@ -5,6 +5,7 @@ import glob
 import os
 import re
 import shutil
+import signal
 import subprocess
 
 from robot import (LOCK, LOG, MAIN, SHARE, TEMPLATES, Tool, check, check_equal, check_left_nothing, mounts, run_tool, shell,
@@ -182,6 +183,32 @@ def killed():
     tool.quit()
 
 
+def signalled():
+    """Signals end it through its cleanup: while it mounts, over a dialog, over unsaved marks and their question"""
+    def mounting(_):
+        wait(lambda: "/tmp/tarnel" in mounts(), "the first mount")
+
+    def marked(tool):
+        tool.start()
+        tool.click(tool.look().widget("tab_sectors"))
+        tool.expand("/dev/sdb", tree="diskbrowser")
+        tool.mark("diskbrowser", "/dev/sdb", "Master boot record")
+
+    def asking(tool):
+        marked(tool)
+        tool.close()
+        tool.wait_window("Confirm")
+
+    for number, reach in ((signal.SIGINT, mounting), (signal.SIGTERM, lambda tool: tool.wait_window("Warning")),
+                          (signal.SIGHUP, marked), (signal.SIGTERM, asking)):
+        tool = Tool(command=["setsid", "gtk-tarnel"])
+        reach(tool)
+        os.killpg(tool.process.pid, number)  # its commands get it, too, as from a terminal
+        check_equal(tool.wait_end(), 128 + number, f"exit status after {number.name}")
+        check_left_nothing()
+        check_equal(os.listdir(TEMPLATES), [], "templates")
+
+
 def discovery():
     """Disks, letters and mounts of this machine, and the template directory on a FAT volume"""
     os.makedirs("/mnt/fat", exist_ok=True)
@@ -208,4 +235,4 @@ def discovery():
 
 
 SCENARIOS = [not_root, no_lock, second_copy, no_parent, new_directory, no_environment, damaged_windows, no_board, board,
-             killed, discovery]
+             killed, signalled, discovery]
