@@ -1,0 +1,346 @@
+// Prints the figures: one table, each row a ratio to an independent tool. Every job is a process; ours and
+// the other tool's run in turn, and medians count. To be started by bench/run, with the source directory.
+#include "common/file_format.h"
+#include "common/owned.h"
+#include "fat_image.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using command = std::vector<std::string>;
+
+// Processor time is what others on the computer disturb least, but start-up also waits for other processes.
+enum class clock_kind { processor, elapsed };
+
+struct job {
+    command words;
+    std::string answer; // what its last line must begin with
+};
+
+struct sample {
+    double milliseconds;
+    std::string answer;
+};
+
+struct figure {
+    double ours, theirs;
+    std::string answer;
+};
+
+fs::path scratch;  // also the root of the machine whose disks are measured
+fs::path programs; // the directory of the measured ones
+
+[[noreturn]] void give_up(const std::string &what)
+{
+    std::fprintf(stderr, "%s\n", what.c_str());
+    fs::remove_all(scratch);
+    std::exit(1);
+}
+
+std::string last_line(const fs::path &file)
+{
+    std::ifstream stream(file);
+    std::string line;
+    for (std::string next; std::getline(stream, next);)
+        line = std::move(next);
+    return line;
+}
+
+double milliseconds(const timeval &time)
+{
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
+}
+
+sample run(const job &job, clock_kind clock)
+{
+    static const std::string output = scratch / "output";
+    std::vector<char *> arguments;
+    for (const std::string &word : job.words)
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const auto begin = std::chrono::steady_clock::now();
+    pid_t child = 0;
+    int status = -1;
+    rusage usage{};
+    if (posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ) == 0)
+        wait4(child, &status, 0, &usage);
+    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - begin;
+    posix_spawn_file_actions_destroy(&actions);
+    std::string answer = last_line(output);
+    if (status != 0 || !answer.starts_with(job.answer))
+        give_up(job.words[0] + " failed: " + answer + " instead of " + job.answer);
+    double time = clock == clock_kind::elapsed ? elapsed.count()
+                                               : milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+    // Jobs of the windows report the time of the work itself, without that of opening a window.
+    if (job.words[0].ends_with("bench_windows"))
+        std::sscanf(answer.c_str(), "%*u %lf", &time);
+    return {time, answer};
+}
+
+double median(std::vector<double> values)
+{
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}
+
+// Prints one row. `tenth`: the same for a tenth of the work, for the growth.
+figure measure(const std::string &what, const job &our_job, const std::string &judge, const job &their_job,
+               const figure *tenth = nullptr, clock_kind clock = clock_kind::processor)
+{
+    constexpr int fewest = 7, most = 51;
+    constexpr double enough = 4000; // milliseconds
+    std::vector<double> our_times, their_times, ratios;
+    std::string answer;
+    double spent = 0;
+    for (int i = 0; i < most && (i < fewest || spent < enough); i++) {
+        const sample our_sample = run(our_job, clock);
+        our_times.push_back(our_sample.milliseconds);
+        their_times.push_back(run(their_job, clock).milliseconds);
+        ratios.push_back(our_times.back() / their_times.back());
+        spent += our_times.back() + their_times.back();
+        answer = our_sample.answer;
+    }
+    const figure result = {median(our_times), median(their_times), answer};
+    std::printf("| %s | %.1f ms | `%s` %.1f ms | %.2f (%.2f to %.2f) |", what.c_str(), result.ours,
+                judge.c_str(), result.theirs, median(ratios), *std::ranges::min_element(ratios),
+                *std::ranges::max_element(ratios));
+    if (tenth)
+        std::printf(" %.1f; %.1f |\n", result.ours / tenth->ours, result.theirs / tenth->theirs);
+    else
+        std::puts(" |");
+    std::fflush(stdout);
+    return result;
+}
+
+// One of our programs on the machine.
+command ours(const char *program, const command &words)
+{
+    command all = {programs / program, scratch};
+    all.insert(all.end(), words.begin(), words.end());
+    return all;
+}
+
+void shell(const std::string &text)
+{
+    // NOLINTNEXTLINE: fixed commands on a directory of our own
+    if (std::system(("cd '" + scratch.string() + "' && { " + text + "; } >/dev/null").c_str()) != 0)
+        give_up("failed: " + text);
+}
+
+std::string text(const char *format, int number)
+{
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, format, number);
+    return buffer;
+}
+
+// --- Trees of files ---
+
+void make_tree(const fs::path &root, int directories, int files_each)
+{
+    for (int d = 0; d < directories; d++) {
+        const fs::path directory = root / text("directory_%d", d);
+        fs::create_directories(directory);
+        for (int f = 0; f < files_each; f++) // in an order that is not the sorted one
+            std::ofstream(directory / text("file-name_%06d.dat", f * 7919 % files_each)) << "content";
+    }
+}
+
+void write_template(const fs::path &root, const std::string &directory, unsigned records)
+{
+    const owned_file nam(std::fopen((root / "bootfile.nam").c_str(), "wb"));
+    const owned_file chk(std::fopen((root / "bootfile.chk").c_str(), "wb"));
+    if (!nam || !chk || !fill_structures(nam.get(), chk.get(), "C:/", records, list_kind::files))
+        give_up("cannot write a template");
+    for (unsigned i = 0; i < records; i++) {
+        const std::string name = text("/file-name_%06d.dat", static_cast<int>(i * 7919 % records));
+        std::string record = "C:/" + directory + name;
+        record.resize(file_record_size);
+        std::fwrite(record.data(), 1, record.size(), nam.get());
+    }
+}
+
+job find(const fs::path &directory)
+{
+    return {{"find", directory, "-type", "f", "-printf", "%s %p\n"}, ""};
+}
+
+figure measure_tree(const char *what, const char *task, const char *directory, const char *files,
+                    const figure *tenth = nullptr)
+{
+    const fs::path path = scratch / "files" / directory;
+    return measure(what, {ours("bench_windows", {task, path}), files}, "find", find(path), tenth);
+}
+
+void measure_trees()
+{
+    const fs::path files = scratch / "files";
+    make_tree(files / "small", 100, 100);
+    make_tree(files / "large", 1000, 100);
+    make_tree(files / "flat_small", 1, 5'000);
+    make_tree(files / "flat_large", 1, 50'000);
+    figure small = measure_tree("Mark 10,000 files in 100 directories", "mark", "small", "10000 ");
+    const figure large =
+        measure_tree("Mark 100,000 files in 1,000 directories", "mark", "large", "100000 ", &small);
+    small = measure_tree("Mark 5,000 files in one directory", "mark", "flat_small", "5000 ");
+    measure_tree("Mark 50,000 files in one directory", "mark", "flat_large", "50000 ", &small);
+    small = measure_tree("List 5,000 marked files in the report", "report", "flat_small", "5000 ");
+    measure_tree("List 50,000 marked files in the report", "report", "flat_large", "50000 ", &small);
+    write_template(files / "flat_small", "directory_0", 1'000);
+    small = measure_tree("Mark 1,000 of 5,000 files from the template", "premark", "flat_small", "1000 ");
+    write_template(files / "flat_large", "directory_0", 10'000);
+    measure_tree("Mark 10,000 of 50,000 files from the template", "premark", "flat_large", "10000 ", &small);
+
+    std::size_t bytes = 0, line = 0;
+    std::sscanf(large.answer.c_str(), "%*u %*f %zu", &bytes);
+    line = run(find(files / "large"), clock_kind::processor).answer.size() + 1;
+    std::printf(
+        "| Memory for one of 100,000 rows, its name included | %zu bytes | a line of `find` %zu bytes "
+        "| %.2f | |\n",
+        bytes, line, static_cast<double>(bytes) / static_cast<double>(line));
+}
+
+// --- Disks and volumes ---
+
+void measure_fat()
+{
+    const struct {
+        const char *name;
+        int files;
+    } volumes[] = {{"sdc1", 2'000}, {"sdc2", 20'000}};
+    figure to_short{}, to_long{};
+    for (const auto &[name, files] : volumes) {
+        const std::string image = scratch / "dev" / name;
+        shell("mkfs.fat -C -F 32 -s 8 dev/" + std::string(name) + " 524288");
+        if (!fill_fat_image(image, files))
+            give_up("cannot fill a FAT volume");
+        const std::string long_name = text("File of the directory %05d.txt", files);
+        const std::string short_name = text("F%05d~1.TXT", files);
+        const std::string among = " of the last of " + std::to_string(files) + " files";
+        const bool large = files > 2'000;
+        const auto mshortname = [&image, &short_name](const std::string &file) {
+            return job{{"mshortname", "-i", image, "::/DIR/" + file}, "::/DIR/" + short_name};
+        };
+        to_short = measure("FAT short name" + among,
+                           {ours("bench_reader", {"short", name, "DIR\\" + long_name}), "DIR\\" + short_name},
+                           "mshortname", mshortname(long_name), large ? &to_short : nullptr);
+        to_long = measure("FAT long name" + among,
+                          {ours("bench_reader", {"long", name, "DIR\\" + short_name}), "DIR/" + long_name},
+                          "mshortname", mshortname(short_name), large ? &to_long : nullptr);
+    }
+}
+
+// A disk whose partition table holds so many partitions of 1 MiB, the first one an ext4 file system.
+void make_disk(const std::string &name, int partitions)
+{
+    std::string arguments;
+    for (int i = 0; i < partitions; i++)
+        arguments += " -n 0:0:+1M -t 0:0700";
+    shell("truncate -s 160M dev/" + name + " && sgdisk" + arguments + " dev/" + name +
+          " && mke2fs -q -t ext4 -E offset=1048576 dev/" + name + " 1024");
+}
+
+void measure_tables()
+{
+    make_disk("sda", 12);
+    make_disk("sdb", 120);
+    const auto sgdisk = [](const char *disk) { return job{{"sgdisk", "-p", scratch / "dev" / disk}, ""}; };
+    figure small = measure("GPT, 12 partitions", {ours("bench_reader", {"gpt", "sda"}), "12"}, "sgdisk -p",
+                           sgdisk("sda"));
+    measure("GPT, 120 partitions", {ours("bench_reader", {"gpt", "sdb"}), "120"}, "sgdisk -p", sgdisk("sdb"),
+            &small);
+    small = measure("Partition table and file systems, 12", {ours("bench_table", {"sda"}), "12"}, "sgdisk -p",
+                    sgdisk("sda"), nullptr, clock_kind::elapsed);
+    measure("Partition table and file systems, 120", {ours("bench_table", {"sdb"}), "120"}, "sgdisk -p",
+            sgdisk("sdb"), &small, clock_kind::elapsed);
+}
+
+// --- Start ---
+
+std::ofstream file_of_machine(const char *name)
+{
+    fs::create_directories((scratch / name).parent_path());
+    return std::ofstream(scratch / name);
+}
+
+void make_machine(const fs::path &source)
+{
+    fs::create_directories(scratch / "files");
+    fs::create_directories(scratch / "dev");
+    file_of_machine("proc/partitions")
+        << "major minor  #blocks  name\n\n   8 0 163840 sda\n   8 1 163840 sdb\n";
+    file_of_machine("proc/mounts") << "/dev/sda1 " << (scratch / "files").string() << " ext4 rw 0 0\n";
+    file_of_machine("proc/mdstat") << "";
+    file_of_machine("sys/block/sda/removable") << "0\n";
+    file_of_machine("sys/block/sdb/removable") << "0\n";
+    const fs::path share = scratch / "usr/share/gtk-tarnel";
+    fs::create_directories(share);
+    fs::copy(source / "data/gtk-tarnel.glade", share);
+    fs::copy(programs / "../data/images", share / "images");
+}
+
+// The window comes up with two disks, one of their file systems mounted, and a saved template.
+void measure_start()
+{
+    const fs::path files = scratch / "files";
+    struct stat status {};
+    if (stat(files.c_str(), &status) != 0 ||
+        mknod((scratch / "dev/sda1").c_str(), S_IFBLK | 0400, status.st_dev) != 0)
+        give_up("cannot make a device node; to be run as root");
+    write_template(files / "flat_small", "flat_small/directory_0", 1'000);
+    setenv("PELVADB", (files / "flat_small").c_str(), 1);
+    // Each step by the plainest program that does it.
+    const std::string sum =
+        "cd '" + scratch.string() +
+        "' && lsblk && sgdisk -p dev/sda && sgdisk -p dev/sdb && "
+        "cat usr/share/gtk-tarnel/*.glade usr/share/gtk-tarnel/images/* files/flat_small/boot* && "
+        "find files -maxdepth 1 -printf '%s %p\\n' && "
+        "find files/flat_small -printf '%s %p\\n' && exec '" +
+        (programs / "bench_windows").string() + "' . empty";
+    measure("Start to main window", {ours("bench_windows", {"start"}), "1000"},
+            "sum of its readings, and an empty window", {{"sh", "-c", sum}, ""}, nullptr,
+            clock_kind::elapsed);
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    if (count != 2)
+        give_up("usage: figures SOURCE_DIRECTORY");
+    std::string name = "/var/tmp/gtk-tarnel-figures-XXXXXX";
+    if (!mkdtemp(name.data()))
+        give_up("cannot make a directory in /var/tmp");
+    scratch = name;
+    programs = fs::absolute(arguments[0]).parent_path();
+    setenv("MTOOLS_SKIP_CHECK", "1", 1);
+    std::puts("| Work | gtk-tarnel | Measured against | Ratio (least to most) | Ten times the work: ours; "
+              "theirs |");
+    std::puts("|---|---|---|---|---|");
+    make_machine(arguments[1]);
+    measure_fat();
+    measure_tables();
+    measure_trees();
+    measure_start();
+    fs::remove_all(scratch);
+}
