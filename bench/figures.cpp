@@ -108,16 +108,15 @@ figure measure(const std::string &what, const job &our_job, const std::string &j
                const figure *tenth = nullptr, clock_kind clock = clock_kind::processor)
 {
     constexpr int fewest = 7, most = 51;
-    constexpr double enough = 4000; // milliseconds
+    constexpr auto enough = std::chrono::seconds(5);
     std::vector<double> our_times, their_times, ratios;
     std::string answer;
-    double spent = 0;
-    for (int i = 0; i < most && (i < fewest || spent < enough); i++) {
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < most && (i < fewest || std::chrono::steady_clock::now() - begin < enough); i++) {
         const sample our_sample = run(our_job, clock);
         our_times.push_back(our_sample.milliseconds);
         their_times.push_back(run(their_job, clock).milliseconds);
         ratios.push_back(our_times.back() / their_times.back());
-        spent += our_times.back() + their_times.back();
         answer = our_sample.answer;
     }
     const figure result = {median(our_times), median(their_times), answer};
