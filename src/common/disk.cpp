@@ -164,13 +164,12 @@ void add_parts(disk &d, const partition_table &table)
 }
 
 // The disk with its partitions; nothing when it cannot be opened or is removable.
-std::optional<disk> read_disk(const std::string &device, std::uint32_t drive_number)
+std::optional<disk> read_disk(const table_reading &started, std::uint32_t drive_number)
 {
-    const bool removable = is_removable(device) != 0;
-    const partition_table table =
-        read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
+    const bool removable = started.depth == table_depth::device_only;
+    const partition_table table = finish_reading(started);
     if (!table.openable) {
-        trace_log_open("Cant open device %s", device.c_str());
+        trace_log_open("Cant open device %s", started.device.c_str());
         return std::nullopt;
     }
     trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
@@ -254,8 +253,12 @@ int get_disk_list(std::list<disk> &disks)
     move_system_disk_first(devices);
     disks.clear();
     std::uint32_t drive_number = first_drive_number;
-    for (const std::string &device : devices) {
-        if (std::optional<disk> d = read_disk(device, drive_number)) {
+    std::vector<table_reading> readings;
+    for (const std::string &device : devices)
+        readings.push_back(start_reading(device, is_removable(device) != 0 ? table_depth::device_only
+                                                                           : table_depth::whole_table));
+    for (const table_reading &started : readings) {
+        if (std::optional<disk> d = read_disk(started, drive_number)) {
             disks.push_back(std::move(*d));
             drive_number++;
         }

@@ -153,34 +153,44 @@ void drop_table(partition_table &table, std::string reason)
 
 } // namespace
 
+table_reading start_reading(const std::string &device, table_depth depth)
+{
+    table_reading started{device, depth, owned_fd(), -1, ""};
+    std::array<int, 2> ends;
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        started.failure = std::string("cannot make a pipe: ") + std::strerror(errno);
+        return started;
+    }
+    started.from_child = owned_fd(ends[0]);
+    const owned_fd to_parent(ends[1]);
+    const pid_t parent = getpid();
+    started.child = fork();
+    if (started.child < 0)
+        started.failure = std::string("cannot start the reader: ") + std::strerror(errno);
+    if (started.child == 0)
+        run_table_reader(to_parent.get(), parent, host_path(device), depth);
+    return started;
+}
+
+partition_table finish_reading(const table_reading &started, std::chrono::milliseconds time)
+{
+    partition_table table;
+    table.path = started.device;
+    if (started.child < 0) {
+        drop_table(table, started.failure);
+        return table;
+    }
+    const reading state = read_records(started.from_child.get(), steady::now() + time, table);
+    const std::optional<int> status = end_child(started.child, state == reading::closed);
+    if (state != reading::complete)
+        drop_table(table, describe_end(state, status, time));
+    else if (table.openable && started.depth == table_depth::whole_table && table.type.empty())
+        drop_table(table, "libparted found none that it could read");
+    return table;
+}
+
 partition_table read_partition_table(const std::string &device, table_depth depth,
                                      std::chrono::milliseconds time)
 {
-    const steady::time_point deadline = steady::now() + time;
-    partition_table table;
-    table.path = device;
-    std::array<int, 2> ends;
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        drop_table(table, std::string("cannot make a pipe: ") + std::strerror(errno));
-        return table;
-    }
-    const owned_fd from_child(ends[0]);
-    owned_fd to_parent(ends[1]);
-    const pid_t parent = getpid();
-    const pid_t child = fork();
-    if (child < 0) {
-        drop_table(table, std::string("cannot start the reader: ") + std::strerror(errno));
-        return table;
-    }
-    if (child == 0)
-        run_table_reader(to_parent.get(), parent, host_path(device), depth);
-    to_parent.reset();
-
-    const reading state = read_records(from_child.get(), deadline, table);
-    const std::optional<int> status = end_child(child, state == reading::closed);
-    if (state != reading::complete)
-        drop_table(table, describe_end(state, status, time));
-    else if (table.openable && depth == table_depth::whole_table && table.type.empty())
-        drop_table(table, "libparted found none that it could read");
-    return table;
+    return finish_reading(start_reading(device, depth), time);
 }
