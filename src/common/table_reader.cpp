@@ -14,6 +14,7 @@
 #include <linux/seccomp.h>
 #include <parted/parted.h>
 #include <span>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -168,6 +169,29 @@ void send_entry(const PedPartition &partition)
     send(r);
 }
 
+// The probes for the Amiga's file systems search the disk's first 16 sectors for an Amiga partition table,
+// and do so 18 times for every partition. Nearly all reading of a disk with many partitions was theirs.
+void forget_amiga_file_systems()
+{
+    PedFileSystemType *next = ped_file_system_type_get_next(nullptr);
+    while (PedFileSystemType *type = next) {
+        next = ped_file_system_type_get_next(type);
+        const std::string_view name = type->name;
+        if (name.starts_with("affs") || name.starts_with("amufs") || name.starts_with("apfs") ||
+            name == "asfs")
+            ped_file_system_type_unregister(type);
+    }
+}
+
+// Reads the whole table.
+PedDisk *read_disk(PedDevice *device)
+{
+    const PedDiskType *type = ped_disk_probe(device);
+    if (type && std::string_view(type->name) != "amiga")
+        forget_amiga_file_systems();
+    return ped_disk_new(device);
+}
+
 // libparted's objects end with the process: releasing those of a damaged table could fail after all is said.
 void report_device(const std::string &path, table_depth depth)
 {
@@ -178,7 +202,7 @@ void report_device(const std::string &path, table_depth depth)
         return;
     }
     send_device(*device);
-    PedDisk *disk = depth == table_depth::whole_table ? ped_disk_new(device) : nullptr;
+    PedDisk *disk = depth == table_depth::whole_table ? read_disk(device) : nullptr;
     if (disk) {
         table_record r{};
         r.kind = record_kind::table;
