@@ -1,0 +1,3 @@
+# What is packed gets one time, whenever it was made.
+file(GLOB_RECURSE packed LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
+execute_process(COMMAND touch --no-dereference --date=@$ENV{SOURCE_DATE_EPOCH} ${packed} COMMAND_ERROR_IS_FATAL ANY)
