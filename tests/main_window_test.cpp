@@ -1,11 +1,9 @@
-// The main window: what a damaged description does to the start, the exit question, and that nothing is cut
-// off.
+// The main window: the exit question, and that nothing is cut off.
 #include "main_window.h"
 
 #include "app.h"
 #include "gtk_support.h"
 #include "support.h"
-#include "trace_log.h"
 
 #include <fstream>
 #include <glade/glade.h>
@@ -32,46 +30,6 @@ struct installed {
     scratch_directory root;
     replaced_host host;
 };
-
-// Runs the set-up in a process of its own, as a start does; it ends with the status of the process.
-void start_with(const std::string &glade)
-{
-    if (!have_display())
-        std::exit(9);
-    const installed machine(glade);
-    struct app app;
-    trace_enabled = 1;
-    std::exit(app_init_gui(&app) == 0 ? 0 : 8);
-}
-
-TEST(main_window_death, a_description_that_lacks_something_ends_the_start)
-{
-    NEED_DISPLAY();
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    const struct {
-        const char *missing;
-        const char *traced;
-    } cases[] = {
-        {"progress_window", "Cannot find progress widget, aborting"},
-        {"progressbar", "Cannot find progress widget, aborting"},
-        {"filebrowser", "Cannot initialize file browser, aborting"},
-        {"total_files_size", "Cannot initialize file browser, aborting"},
-        {"diskbrowser", "Cannot initialize disk browser, aborting"},
-        {"total_sectors_selected", "Cannot initialize disk browser, aborting"},
-        {"report", "Cannot initialize report browser, aborting"},
-        {"sector_report", "Cannot initialize report browser, aborting"},
-        {"report_save_button", "Cannot initialize report browser, aborting"},
-    };
-    for (const auto &c : cases) {
-        const std::string id = "id=\"" + std::string(c.missing) + "\"";
-        const std::string damaged = std::regex_replace(description(), std::regex(id), "id=\"gone\"");
-        ASSERT_NE(damaged, description()) << c.missing;
-        EXPECT_EXIT(start_with(damaged), testing::ExitedWithCode(1), c.traced) << c.missing;
-    }
-    EXPECT_EXIT(start_with(description().substr(0, 5000)), testing::ExitedWithCode(1),
-                "Cannot load glade file, aborting");
-    EXPECT_EXIT(start_with(description()), testing::ExitedWithCode(0), "app_init_gui\\] \\* Success");
-}
 
 class main_window : public testing::Test {
 protected:
@@ -141,27 +99,6 @@ TEST_F(main_window, stays_when_the_marks_cannot_be_saved)
     answered_dialogs user({GTK_RESPONSE_YES, GTK_RESPONSE_OK, GTK_RESPONSE_OK});
     EXPECT_TRUE(delete_event(app.window, nullptr, &app));
     EXPECT_EQ(files_changed, 1);
-}
-
-TEST_F(main_window, ends_the_loop_when_it_is_destroyed)
-{
-    answered_dialogs user({});
-    g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);
-    gtk_main();
-    app.window = nullptr;
-    EXPECT_TRUE(user.seen.empty());
-}
-
-TEST_F(main_window, every_button_has_its_handler)
-{
-    for (const char *name :
-         {"files_save", "files_clear", "files_default", "sectors_save", "sectors_clear", "sectors_default",
-          "report_button", "report_save_button", "report_close_button"}) {
-        GtkWidget *button = glade_xml_get_widget(app.xml, name);
-        ASSERT_NE(button, nullptr) << name;
-        const guint clicked = g_signal_lookup("clicked", GTK_TYPE_BUTTON);
-        EXPECT_TRUE(g_signal_has_handler_pending(button, clicked, 0, TRUE)) << name;
-    }
 }
 
 TEST(main_window_layout, fits_a_small_screen_with_texts_half_as_long_again)

@@ -1,7 +1,7 @@
-// A GTK module (GTK_MODULES) that tells the acceptance tests what a user sees. It listens on the socket that
-// TARNEL_PROBE names and answers a line "look" with the visible windows, texts and rows and where they are on
-// the screen, and a line "picture FILE" by saving the screen as PNG. It only looks: the tests' clicks and
-// keys come from the X server.
+// A GTK module (GTK_MODULES) that tells the acceptance tests what a user sees. It listens on the socket
+// /run/probe and answers a line "look" with the visible windows, texts and rows and where they are on the
+// screen, and a line "picture FILE" by saving the screen as PNG. It only looks: the tests' clicks and keys
+// come from the X server.
 //
 // Answer: one record a line, fields separated by tabs and escaped like C strings:
 //   window TITLE X Y WIDTH HEIGHT
@@ -220,9 +220,7 @@ gboolean on_request(GIOChannel *channel, GIOCondition, gpointer)
 
 extern "C" G_MODULE_EXPORT void gtk_module_init(int *, char ***)
 {
-    const char *path = g_getenv("TARNEL_PROBE");
-    if (!path)
-        return;
+    const char *path = "/run/probe";
     // It gets its name when it answers.
     const std::string unready = std::string(path) + ".new";
     sockaddr_un address = {};

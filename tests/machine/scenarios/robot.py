@@ -115,7 +115,7 @@ class Tool:
         if trace:
             environment["TRACE_PELVA"] = "1"
         if probe:
-            environment.update(GTK_MODULES=f"{SHARE}/probe.so", TARNEL_PROBE=PROBE)
+            environment["GTK_MODULES"] = f"{SHARE}/probe.so"
         if os.path.exists(PROBE):
             os.unlink(PROBE)
         with open("/run/tool.out", "wb") as out, open("/run/tool.err", "wb") as err:
@@ -126,6 +126,8 @@ class Tool:
 
     @staticmethod
     def output(name):
+        if not os.path.exists(f"/run/tool.{name}"):
+            return ""
         with open(f"/run/tool.{name}", encoding="utf-8", errors="surrogateescape") as text:
             return text.read()
 

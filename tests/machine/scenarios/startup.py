@@ -209,6 +209,55 @@ def signalled():
         check_equal(os.listdir(TEMPLATES), [], "templates")
 
 
+AS_USER = ["setpriv", "--reuid=1000", "--regid=1000", "--clear-groups", "env", "HOME=/home/user"]
+TITLES = {"en_US.UTF-8": ("Warning", MAIN), "ru_RU.UTF-8": ("Предупреждение", "Шаблоны контроля целостности Pelva")}
+
+
+def xhost(*arguments):
+    return subprocess.run([*AS_USER, "xhost", *arguments], check=True, timeout=30, stdout=subprocess.PIPE).stdout.decode()
+
+
+def authorise_user():
+    """Starts polkit with a rule that lets "user" start the tool unasked; lets nobody else use the screen."""
+    with open("/etc/polkit-1/rules.d/10-user.rules", "w", encoding="utf-8") as rules:
+        rules.write('polkit.addRule(function(action, subject) { if (action.id == "org.gtk-tarnel.start" && '
+                    'subject.user == "user") return polkit.Result.YES; });')
+    os.makedirs("/run/dbus", exist_ok=True)
+    shell("dbus-uuidgen --ensure; dbus-daemon --system >/run/dbus/out 2>&1")
+    shell("/usr/lib/polkit-1/polkitd >/run/polkit.out 2>&1 &")
+    wait(lambda: "PolicyKit1" in shell("dbus-send --system --print-reply --dest=org.freedesktop.DBus / "
+                                       "org.freedesktop.DBus.ListNames"), "polkit")
+    xhost("+si:localuser:user")
+    xhost("-")
+    xhost("-si:localuser:root")
+
+
+def launched():
+    """A user's launcher starts it as root, passes language and display, and takes back the access to the screen"""
+    with open("/root/.gtkrc-2.0", "w", encoding="utf-8") as settings:
+        settings.write(f'gtk-modules="{SHARE}/probe.so"\n')
+    authorise_user()
+    try:
+        for language, (warning, title) in TITLES.items():
+            tool = Tool(probe=False, trace=False, command=[*AS_USER, "PELVADB=/tmp", "tarnel"], LANG=language)
+            tool.wait_window(warning)
+            with open(f"/proc/{int(shell('pgrep -x gtk-tarnel'))}/environ", encoding="utf-8") as environment:
+                passed = dict(line.split("=", 1) for line in environment.read().split("\0") if line)
+            check_equal({name: passed.pop(name) for name in ("DISPLAY", "LANG")},
+                        {"DISPLAY": ":0", "LANG": language}, "display and language")
+            check_equal(sorted(passed), ["HOME", "LOGNAME", "PATH", "PKEXEC_UID", "USER", "XAUTHORITY"], "the rest")
+            tool.press("Return")
+            tool.wait_window(title)
+            tool.picture(f"launched_{language[:2]}")
+            tool.press("alt+F4")
+            check_equal(tool.wait_end(), 0, "exit status")
+            check("localuser:root" not in xhost(), "root may still use the screen")
+            check_left_nothing()
+    finally:
+        xhost("+")
+        os.unlink("/root/.gtkrc-2.0")
+
+
 def discovery():
     """Disks, letters and mounts of this machine, and the template directory on a FAT volume"""
     os.makedirs("/mnt/fat", exist_ok=True)
@@ -235,4 +284,4 @@ def discovery():
 
 
 SCENARIOS = [not_root, no_lock, second_copy, no_parent, new_directory, no_environment, damaged_windows, no_board, board,
-             killed, signalled, discovery]
+             killed, signalled, launched, discovery]
