@@ -38,9 +38,10 @@ void expect_true_counts(const struct app &app, file_store *store)
 TEST(marks, stay_true_on_any_sequence)
 {
     struct app app;
+    std::vector<owned_object<GdkPixbuf>> icons;
     for (GdkPixbuf *app::*icon : {&app::folder_normal, &app::folder_marked, &app::file_normal,
                                   &app::file_marked, &app::disk_normal, &app::disk_marked})
-        app.*icon = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 1, 1);
+        app.*icon = icons.emplace_back(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 1, 1)).get();
     const owned_object<file_store> owned(create_model(&app));
     file_store *store = owned.get();
     std::mt19937 random(11);

@@ -167,7 +167,9 @@ TEST_F(saving, commands_do_something_only_on_yes)
     app->disks.back().parts.front().sect_before = 0xFE030201;
     GtkTreeStore *sectors = disk_create_model();
     fill_tree(app, sectors);
-    app->diskbrowser = gtk_tree_view_new_with_model(GTK_TREE_MODEL(sectors));
+    const owned_object<GtkWidget> view(static_cast<GtkWidget *>(
+        g_object_ref_sink(gtk_tree_view_new_with_model(GTK_TREE_MODEL(sectors)))));
+    app->diskbrowser = view.get();
     mark_files({"a", "dir/b"});
     for (const auto &[handler, question, files, before, after, saves] : commands) {
         for (const char *file : {"a", "dir/b"})
@@ -194,7 +196,7 @@ TEST_F(saving, commands_do_something_only_on_yes)
     files_changed = 1;
     on_files_save_clicked(nullptr, app);
     EXPECT_EQ(files_changed, 0);
-    gtk_widget_destroy(std::exchange(app->diskbrowser, nullptr));
+    app->diskbrowser = nullptr;
     g_object_unref(sectors);
 }
 
