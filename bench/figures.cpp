@@ -120,7 +120,7 @@ figure measure(const std::string &what, const job &our_job, const std::string &j
         answer = our_sample.answer;
     }
     const figure result = {median(our_times), median(their_times), answer};
-    std::printf("| %s | %.1f ms | `%s` %.1f ms | %.2f (%.2f to %.2f) |", what.c_str(), result.ours,
+    std::printf("| %s | %.1f ms | %s %.1f ms | %.2f (%.2f to %.2f) |", what.c_str(), result.ours,
                 judge.c_str(), result.theirs, median(ratios), *std::ranges::min_element(ratios),
                 *std::ranges::max_element(ratios));
     if (tenth)
@@ -188,7 +188,7 @@ figure measure_tree(const char *what, const char *task, const char *directory, c
                     const figure *tenth = nullptr)
 {
     const fs::path path = scratch / "files" / directory;
-    return measure(what, {ours("bench_windows", {task, path}), files}, "find", find(path), tenth);
+    return measure(what, {ours("bench_windows", {task, path}), files}, "`find`", find(path), tenth);
 }
 
 void measure_trees()
@@ -226,26 +226,27 @@ void measure_fat()
     const struct {
         const char *name;
         int files;
-    } volumes[] = {{"sdc1", 2'000}, {"sdc2", 20'000}};
+        const char *shown;
+    } volumes[] = {{"sdc1", 2'000, "2,000"}, {"sdc2", 20'000, "20,000"}};
     figure to_short{}, to_long{};
-    for (const auto &[name, files] : volumes) {
+    for (const auto &[name, files, shown] : volumes) {
         const std::string image = scratch / "dev" / name;
         shell("mkfs.fat -C -F 32 -s 8 dev/" + std::string(name) + " 524288");
         if (!fill_fat_image(image, files))
             give_up("cannot fill a FAT volume");
         const std::string long_name = text("File of the directory %05d.txt", files);
         const std::string short_name = text("F%05d~1.TXT", files);
-        const std::string among = " of the last of " + std::to_string(files) + " files";
+        const std::string among = std::string(" of the last of ") + shown + " files";
         const bool large = files > 2'000;
         const auto mshortname = [&image, &short_name](const std::string &file) {
             return job{{"mshortname", "-i", image, "::/DIR/" + file}, "::/DIR/" + short_name};
         };
         to_short = measure("FAT short name" + among,
                            {ours("bench_reader", {"short", name, "DIR\\" + long_name}), "DIR\\" + short_name},
-                           "mshortname", mshortname(long_name), large ? &to_short : nullptr);
+                           "`mshortname`", mshortname(long_name), large ? &to_short : nullptr);
         to_long = measure("FAT long name" + among,
                           {ours("bench_reader", {"long", name, "DIR\\" + short_name}), "DIR/" + long_name},
-                          "mshortname", mshortname(short_name), large ? &to_long : nullptr);
+                          "`mshortname`", mshortname(short_name), large ? &to_long : nullptr);
     }
 }
 
@@ -264,13 +265,13 @@ void measure_tables()
     make_disk("sda", 12);
     make_disk("sdb", 120);
     const auto sgdisk = [](const char *disk) { return job{{"sgdisk", "-p", scratch / "dev" / disk}, ""}; };
-    figure small = measure("GPT, 12 partitions", {ours("bench_reader", {"gpt", "sda"}), "12"}, "sgdisk -p",
+    figure small = measure("GPT, 12 partitions", {ours("bench_reader", {"gpt", "sda"}), "12"}, "`sgdisk -p`",
                            sgdisk("sda"));
-    measure("GPT, 120 partitions", {ours("bench_reader", {"gpt", "sdb"}), "120"}, "sgdisk -p", sgdisk("sdb"),
-            &small);
-    small = measure("Partition table and file systems, 12", {ours("bench_table", {"sda"}), "12"}, "sgdisk -p",
-                    sgdisk("sda"), nullptr, clock_kind::elapsed);
-    measure("Partition table and file systems, 120", {ours("bench_table", {"sdb"}), "120"}, "sgdisk -p",
+    measure("GPT, 120 partitions", {ours("bench_reader", {"gpt", "sdb"}), "120"}, "`sgdisk -p`",
+            sgdisk("sdb"), &small);
+    small = measure("Partition table and file systems, 12", {ours("bench_table", {"sda"}), "12"},
+                    "`sgdisk -p`", sgdisk("sda"), nullptr, clock_kind::elapsed);
+    measure("Partition table and file systems, 120", {ours("bench_table", {"sdb"}), "120"}, "`sgdisk -p`",
             sgdisk("sdb"), &small, clock_kind::elapsed);
 }
 

@@ -1,10 +1,11 @@
 // One job of the windows, as a process of its own:
-//   bench_windows ROOT mark|premark|report DIRECTORY   works on a partition mounted at the directory; prints
-//   the
-//                                                      marked files, the milliseconds of processor time that
-//                                                      the work took, and the bytes of memory per row
-//   bench_windows ROOT start                           comes up as the program does, until its window is
-//   shown bench_windows ROOT empty                           shows an empty window
+//   bench_windows ROOT mark|premark|report DIRECTORY
+//       works on a partition mounted at the directory; prints the marked files, the milliseconds of processor
+//       time that the work took, and the bytes of memory per row
+//   bench_windows ROOT start
+//       comes up as the program does, until its window is shown
+//   bench_windows ROOT empty
+//       shows an empty window
 #include "app.h"
 #include "common/host.h"
 #include "common/misc.h"
