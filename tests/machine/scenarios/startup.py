@@ -233,9 +233,12 @@ def authorise_user():
 
 
 def launched():
-    """A user's launcher starts it as root, passes language and display, and takes back the access to the screen"""
+    """The launcher starts it as root for a user, passes language and display, and takes back the access to the screen"""
     with open("/root/.gtkrc-2.0", "w", encoding="utf-8") as settings:
         settings.write(f'gtk-modules="{SHARE}/probe.so"\n')
+    for language, message in (("en_US.UTF-8", "There is no display. Start it from a graphical session."),
+                              ("ru_RU.UTF-8", "Дисплей не найден. Запустите программу из графического сеанса.")):
+        check_ended(1, "", f"tarnel: {message}\n", command=[*AS_USER, "DISPLAY=", "tarnel"], LANG=language)
     authorise_user()
     try:
         for language, (warning, title) in TITLES.items():
