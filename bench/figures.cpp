@@ -119,7 +119,7 @@ figure measure(const std::string &what, const job &our_job, const std::string &j
         ratios.push_back(our_times.back() / their_times.back());
         answer = our_sample.answer;
     }
-    const figure result = {median(our_times), median(their_times), answer};
+    figure result = {median(our_times), median(their_times), answer};
     std::printf("| %s | %.1f ms | %s %.1f ms | %.2f (%.2f to %.2f) |", what.c_str(), result.ours,
                 judge.c_str(), result.theirs, median(ratios), *std::ranges::min_element(ratios),
                 *std::ranges::max_element(ratios));
@@ -173,7 +173,8 @@ void write_template(const fs::path &root, const std::string &directory, unsigned
         give_up("cannot write a template");
     for (unsigned i = 0; i < records; i++) {
         const std::string name = text("/file-name_%06d.dat", static_cast<int>(i * 7919 % records));
-        std::string record = "C:/" + directory + name;
+        std::string record = "C:/";
+        record.append(directory).append(name);
         record.resize(file_record_size);
         std::fwrite(record.data(), 1, record.size(), nam.get());
     }

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr guint show_delay = 100;     // milliseconds
+constexpr gint64 show_delay = 100;    // milliseconds
 constexpr guint pulse_interval = 200; // milliseconds
 // How often the main loop gets its turn, and how long it may take then; in microseconds.
 constexpr gint64 turn_interval = 40'000;
@@ -35,7 +35,7 @@ void progress_start(struct app *app)
         return;
     app->progress_pending = 1;
     started = last_turn = g_get_monotonic_time();
-    show_source = g_timeout_add(show_delay, progress_show, app);
+    show_source = g_timeout_add(static_cast<guint>(show_delay), progress_show, app);
 }
 
 void progress_stop(struct app *app)

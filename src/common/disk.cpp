@@ -254,6 +254,7 @@ int get_disk_list(std::list<disk> &disks)
     disks.clear();
     std::uint32_t drive_number = first_drive_number;
     std::vector<table_reading> readings;
+    readings.reserve(devices.size());
     for (const std::string &device : devices)
         readings.push_back(start_reading(device, is_removable(device) != 0 ? table_depth::device_only
                                                                            : table_depth::whole_table));
