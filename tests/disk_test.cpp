@@ -5,10 +5,8 @@
 #include "common/partition_table.h"
 #include "support.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <regex>
 #include <sys/stat.h>
 
 namespace {
@@ -19,19 +17,6 @@ using testing::HasSubstr;
 struct boot_entry {
     std::uint32_t type, start, length;
 };
-
-// A master or extended boot record.
-std::string boot_record(std::initializer_list<boot_entry> entries)
-{
-    std::string sector(446, '\0');
-    for (const boot_entry &e : entries) {
-        for (const std::uint32_t value : {0U, e.type, e.start, e.length})
-            for (int shift = 0; shift < 32; shift += 8)
-                sector += static_cast<char>(value >> shift & 0xff);
-    }
-    sector.resize(510);
-    return sector + "\x55\xaa";
-}
 
 class machine : public testing::Test {
 protected:
@@ -50,14 +35,20 @@ protected:
         run_tool("D=" + root.path().string() + "/dev/" + name + "; truncate -s 16M $D && " + command);
     }
 
-    void write_sector(const std::string &name, std::uint32_t sector, const std::string &bytes, int size = 512)
+    // Writes a master or extended boot record.
+    void write_record(const std::string &name, std::uint32_t sector, const std::vector<boot_entry> &entries,
+                      unsigned sector_size = 512)
     {
-        std::fstream image(root.path() / "dev" / name, std::ios::binary | std::ios::in | std::ios::out);
-        image.seekp(std::streamoff(sector) * size) << bytes;
+        std::string record;
+        for (const boot_entry &e : entries)
+            record += std::string(4, '\0') + le32_bytes(e.type) + le32_bytes(e.start) + le32_bytes(e.length);
+        record.resize(64);
+        const std::uint64_t table = std::uint64_t{sector} * sector_size + 446;
+        overwrite(root.path() / "dev" / name, table, record + "\x55\xaa");
     }
 
     // A line for each disk: "80 sda 32768*512:", then number, letter, start, length and file system of its
-    // partitions; x and l for extended and logical, * for boot, v for LVM, s for swap.
+    // partitions; x and l for extended and logical, * for boot, v for LVM, s for swap, / for mounted.
     std::string list()
     {
         std::list<disk> disks;
@@ -69,7 +60,8 @@ protected:
             for (const part &p : d.parts)
                 text << " " << p.index << (p.letter ? p.letter : '-') << p.sect_before << "+" << p.sect_total
                      << (p.extended ? "x" : "") << (p.logical ? "l" : "") << (p.boot ? "*" : "")
-                     << (p.lvm ? "v" : "") << (p.swap ? "s" : "") << p.fs_type.value_or("");
+                     << (p.lvm ? "v" : "") << (p.swap ? "s" : "") << p.fs_type.value_or("")
+                     << (p.mount_point == root.path() ? "/" : "");
             text << "\n";
         }
         return text.str();
@@ -83,12 +75,9 @@ protected:
 
 TEST_F(machine, lists_whole_disks_and_arrays)
 {
-    const std::string heading = "major minor  #blocks  name\n\n";
     EXPECT_THAT(get_device_from_proc(), ElementsAre()) << "no file";
-    root.write("proc/partitions", "major minor  #blocks  name\n");
-    EXPECT_THAT(get_device_from_proc(), ElementsAre()) << "no disks";
     root.write("proc/partitions",
-               heading +
+               listed +
                    "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n 259 0 9 nvme0n1\n"
                    "   9      127 99999999999 md127 more\n 259 1 9 md127p1\n 8 0 9 sda" +
                    std::string(300, 'a') + "\n 8 0 9 md" + std::string(253, 'p') +
@@ -99,19 +88,14 @@ TEST_F(machine, lists_whole_disks_and_arrays)
                "Personalities : [raid1] [raid6]\n"
                "md0 : active raid1 sdb[1](F) sda1[0]\r\n      976630464 blocks [2/1] [U_]\n\n"
                "md3 : inactive sda[0](S)\nmd127 : active (auto-read-only) raid1 sdc[2](S) sdf[0]");
-    captured_trace trace;
     EXPECT_THAT(get_device_from_proc(), ElementsAre("/dev/md0", "/dev/md127", "/dev/sda", "/dev/sdd"));
-    EXPECT_EQ(trace.messages(), "add device md127\nadd device sda\nadd device sdd\nadd device md0\n");
     EXPECT_EQ(find_raid_mapping_for_device("sdc"), "md127");
 }
 
 TEST_F(machine, system_disk_comes_first)
 {
     std::list<disk> disks;
-    captured_trace trace;
     EXPECT_EQ(get_disk_list(disks), -1);
-    EXPECT_EQ(trace.messages(), "Unable to open /proc/partitions\n"
-                                "Error: cannot get any devices from /proc/partitions\n");
     add_disk("sda");
     list();
     EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
@@ -142,35 +126,20 @@ TEST_F(machine, disk_list)
     root.write("sys/block/sdc/removable", "1\n");
     add_disk("sdd", "rm $D");
     add_disk("sde", "sgdisk -n 1:2048:+1M $D");
-    captured_trace trace;
-    EXPECT_EQ(list(),
-              "80 md0 32768*512: 1C2048+2048\n"
-              "81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3H20000+2000 5F12288+2048ls 6G16384+2048lv\n"
-              "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n");
-    const std::string text = std::regex_replace(trace.messages(), std::regex("libparted on [^\n]*\n"), "");
-    for (const char *lines :
-         {"Found device: /dev/md0; model: \nPartition table is : msdos\nFound partition: /dev/md01\n",
-          "Found partition: /dev/sda1\nFile system of sda1: ext4\nCannot find mountpoint for partition "
-          "sda1\n",
-          "Found partition: /dev/sda6\nPartition: /dev/sda6 is lvm\n",
-          "Found partition: /dev/sdb130\nPartition: /dev/sdb130 is beyond the last number 127, skipping\n",
-          "Found partition: /dev/sdb3\nPartition: /dev/sdb3 is not supported, skipping\n"
-          "Found device: /dev/sdc; model: \nDevice /dev/sdc is removable, skipping\nCant open device /dev/sdd"
-          "Found device: /dev/sde; model: \nPartition table is : gpt\n***Start***\n***End***\n"
-          "Cannot get supported partition form gpt table of /dev/sde\n"})
-        EXPECT_THAT(text, HasSubstr(lines));
+    EXPECT_EQ(list(), "80 md0 32768*512: 1C2048+2048" + std::string(has_node ? "/" : "") +
+                          "\n81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3H20000+2000 "
+                          "5F12288+2048ls 6G16384+2048lv\n"
+                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n");
     if (!has_node)
         GTEST_SKIP() << "device nodes cannot be made here";
-    EXPECT_THAT(text, HasSubstr("\nDetected mount point " + directory +
-                                " for partition md01\nFound device: /dev/sda"));
 }
 
 TEST_F(machine, sectors_of_4096_bytes)
 {
     add_disk("sda");
-    write_sector("sda", 0, boot_record({{0x83, 256, 512}, {5, 1024, 3000}}), 4096);
-    write_sector("sda", 1024, boot_record({{0x83, 2, 100}, {5, 1000, 200}}), 4096);
-    write_sector("sda", 2024, boot_record({{0x83, 3, 100}}), 4096);
+    write_record("sda", 0, {{0x83, 256, 512}, {5, 1024, 3000}}, 4096);
+    write_record("sda", 1024, {{0x83, 2, 100}, {5, 1000, 200}}, 4096);
+    write_record("sda", 2024, {{0x83, 3, 100}}, 4096);
     setenv("PARTED_SECTOR_SIZE", "4096", 1); // libparted's sector size of image files
     EXPECT_EQ(list(), "80 sda 4096*4096: 1C256+512 2-1024+3000x 5D1026+100l 6E2027+100l\n");
     unsetenv("PARTED_SECTOR_SIZE");
@@ -185,36 +154,32 @@ const std::string set_gpt_count =
 TEST_F(machine, damaged_tables)
 {
     add_disk("sda"); // the second logical drive's record names itself as the next one
-    write_sector("sda", 0, boot_record({{5, 2048, 20000}}));
+    write_record("sda", 0, {{5, 2048, 20000}});
     for (const std::uint32_t at : {0U, 1000U})
-        write_sector("sda", 2048 + at, boot_record({{0x83, 1, 100}, {5, 1000, 500}}));
+        write_record("sda", 2048 + at, {{0x83, 1, 100}, {5, 1000, 500}});
     add_disk("sdb"); // a chain of empty records that name each other
-    write_sector("sdb", 0, boot_record({{5, 2048, 20000}}));
+    write_record("sdb", 0, {{5, 2048, 20000}});
     for (const auto &[at, next] : {std::pair{0U, 10U}, {10U, 20U}, {20U, 10U}})
-        write_sector("sdb", 2048 + at, boot_record({{0, 0, 0}, {5, next, 500}}));
+        write_record("sdb", 2048 + at, {{0, 0, 0}, {5, next, 500}});
     add_disk("sdc", "N='\\0\\0\\0\\0' && " + set_gpt_count);
     add_disk("sdd", "N='\\0\\0\\0\\2' && " + set_gpt_count);
     for (const auto &[name, drives] : {std::pair{"sde", 61U}, {"sdf", 30U}}) {
         add_disk(name); // the last record names one that is not there
-        write_sector(name, 0, boot_record({{5, 2048, 30000}}));
+        write_record(name, 0, {{5, 2048, 30000}});
         for (std::uint32_t i = 0; i < drives; i++)
-            write_sector(name, 2048 + i * 400, boot_record({{0x83, 1, 399}, {5, (i + 1) * 400, 400}}));
+            write_record(name, 2048 + i * 400, {{0x83, 1, 399}, {5, (i + 1) * 400, 400}});
     }
     add_disk("sdg", "sgdisk -n 1:2048:+1M -t 1:0700 $D && dd if=/dev/zero of=$D bs=512 seek=32767 count=1");
     add_disk("sdh"); // overlapping partitions, and one that ends beyond the disk
-    write_sector("sdh", 0, boot_record({{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}}));
+    write_record("sdh", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
 
-    captured_trace trace;
-    const std::string disks = list(), text = trace.messages();
+    const std::string disks = list();
     for (const char *lines :
          {"80 sda 32768*512: 1-2048+20000x 5E2049+100l 6F3049+100l\n81 sdb 32768*512:\n82 sdc 32768*512:\n"
           "83 sdd 32768*512:\n84 sde 32768*512:\n85 sdf 32768*512: 1-2048+30000x 5G2049+399l 6H",
           " 24Z9649+399l 25[10049+399l ", "\n86 sdg gpt 32768*512: 1C2048+2048\n",
           "\n87 sdh 32768*512: 1D2048+2048 2e3000+2048 3f9000+1073741824\n"})
         EXPECT_THAT(disks, HasSubstr(lines));
-    for (const char *why : {"b: the reader ", "c: the reader was ended by a signal: ",
-                            "d: the reader was ended by a signal: ", "e: libparted found none that it could"})
-        EXPECT_THAT(text, HasSubstr(std::string("Cannot read the partition table of /dev/sd") + why));
 }
 
 TEST_F(machine, hanging_device_is_given_up)
@@ -232,10 +197,7 @@ TEST_F(machine, reading_changes_nothing)
     // A backup that libparted offers to move, and a partition node, which it opens to flush its cache.
     add_disk("sda", "sgdisk -n 1:2048:+1M -t 1:0700 $D && truncate -s 20M $D && cp $D ${D}1 &&"
                     "touch -d 2001-01-01 $D ${D}1 && cp -p $D $D.old");
-    captured_trace trace;
     EXPECT_EQ(list(), "80 sda gpt 40960*512: 1C2048+2048\n");
-    EXPECT_THAT(trace.messages(), AllOf(HasSubstr("sda has been opened read-only."),
-                                        HasSubstr("libparted on /dev/sda: Not all of the space")));
     run_tool("cd " + root.path().string() +
              "/dev && cmp sda sda.old && ! find sda sda1 -newer sda.old | grep .");
 }

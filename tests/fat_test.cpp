@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <regex>
 
@@ -64,12 +62,6 @@ protected:
             std::getline(answer, line);
             expect_both_ways(directory + name, short_directory + line.substr(line.rfind('/') + 1));
         }
-    }
-
-    void patch(std::size_t offset, const std::string &bytes) const
-    {
-        std::fstream stream(image, std::ios::binary | std::ios::in | std::ios::out);
-        stream.seekp(static_cast<std::streamoff>(offset)) << bytes;
     }
 
     scratch_directory scratch;
@@ -212,8 +204,8 @@ TEST_F(fat_test, reads_names_that_others_wrote)
         make_volume("8M", fat32 ? "-F 32 -S 512 -s 8" : "-F 16 -S 512 -s 2 -r 128");
         const std::string boot = run_tool("head -c 512 " + image);
         const std::size_t start = 512 * (word(boot, 14) + 2 * word(boot, fat32 ? 36 : 22));
-        patch(start, root);
-        patch(start + (fat32 ? 2 * 4096 : 4096 + 2 * 1024), short_entry("GRUB    EFI", 0x20));
+        overwrite(image, start, root);
+        overwrite(image, start + (fat32 ? 2 * 4096 : 4096 + 2 * 1024), short_entry("GRUB    EFI", 0x20));
         for (const char *path :
              {"FOO BAR.TXT", "FOOBAR.TXT", " LEAD. A", "MAKEFILE", "ФАЙЛ.TXT", "PLAIN", "LAST"})
             expect_both_ways(path, path);
@@ -270,12 +262,12 @@ TEST_F(fat_test, damaged_and_foreign_volumes_give_no_result)
                 damages.push_back({"root outside", 44, cluster});
         for (const auto &[what, offset, bytes, path] : damages) {
             EXPECT_EQ(get_lfn_path("sda1", "DIR\\FILE.TXT"), "DIR/FILE.TXT");
-            patch(offset, bytes);
+            overwrite(image, offset, bytes);
             const auto start = std::chrono::steady_clock::now();
             EXPECT_EQ(get_sfn_path("sda1", path), std::nullopt) << what;
             EXPECT_EQ(get_lfn_path("sda1", path), std::nullopt) << what;
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << what;
-            patch(offset, sound.substr(offset, bytes.size()));
+            overwrite(image, offset, sound.substr(offset, bytes.size()));
         }
         for (const std::size_t length : {content + 80, entry, fat, std::size_t{511}}) {
             std::filesystem::resize_file(image, length);
@@ -286,9 +278,7 @@ TEST_F(fat_test, damaged_and_foreign_volumes_give_no_result)
 
     make_volume("1440K", "-F 12");
     copy("", {"FILE.TXT"});
-    captured_trace trace;
-    EXPECT_EQ(get_sfn_path("sda1", "FILE.TXT"), std::nullopt);
-    EXPECT_THAT(trace.messages(), testing::HasSubstr("File system is not supported!\n"));
+    EXPECT_EQ(get_sfn_path("sda1", "FILE.TXT"), std::nullopt) << "FAT12";
 }
 
 } // namespace

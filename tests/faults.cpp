@@ -1,7 +1,5 @@
 #include "faults.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <elf.h>
@@ -15,40 +13,23 @@
 
 namespace {
 
+template<typename... calls> bool is_one_of(unsigned long long call, calls... listed)
+{
+    return ((call == static_cast<unsigned long long>(listed)) || ...);
+}
+
 // Memory, signals, time and the process's own end: a failure of these is no disk's doing.
 bool is_countable(unsigned long long call)
 {
-    static constexpr std::array others = {SYS_brk,
-                                          SYS_mmap,
-                                          SYS_munmap,
-                                          SYS_mprotect,
-                                          SYS_madvise,
-                                          SYS_mremap,
-                                          SYS_futex,
-                                          SYS_rt_sigaction,
-                                          SYS_rt_sigprocmask,
-                                          SYS_rt_sigreturn,
-                                          SYS_exit_group,
-                                          SYS_exit,
-                                          SYS_getpid,
-                                          SYS_gettid,
-                                          SYS_clock_gettime,
-                                          SYS_sched_yield,
-                                          SYS_prctl,
-                                          SYS_sigaltstack,
-                                          SYS_tgkill,
-                                          SYS_kill,
-                                          SYS_getrandom,
-                                          SYS_set_robust_list,
-                                          SYS_rseq,
-                                          SYS_umask};
-    return std::ranges::find(others, static_cast<long>(call)) == others.end();
+    return !is_one_of(call, SYS_brk, SYS_mmap, SYS_munmap, SYS_mprotect, SYS_madvise, SYS_mremap, SYS_futex,
+                      SYS_rt_sigaction, SYS_rt_sigprocmask, SYS_rt_sigreturn, SYS_exit_group, SYS_exit,
+                      SYS_getpid, SYS_gettid, SYS_clock_gettime, SYS_sched_yield, SYS_prctl, SYS_sigaltstack,
+                      SYS_tgkill, SYS_kill, SYS_getrandom, SYS_set_robust_list, SYS_rseq, SYS_umask);
 }
 
 bool transfers(unsigned long long call)
 {
-    static constexpr std::array calls = {SYS_read, SYS_write, SYS_pread64, SYS_pwrite64};
-    return std::ranges::find(calls, static_cast<long>(call)) != calls.end();
+    return is_one_of(call, SYS_read, SYS_write, SYS_pread64, SYS_pwrite64);
 }
 
 struct tracer {

@@ -76,106 +76,85 @@ int judge(bool is_truth, bool is_failure)
 
 TEST_F(faulty_machine, tables_and_names)
 {
-    expect_truth_or_failure(
-        "GPT",
-        [] {
-            const auto numbers = readGpt("/dev/sda");
-            return judge(numbers == std::vector<std::uint32_t>{1, 2}, numbers.empty());
-        },
-        6);
+    const auto gpt = [] {
+        const auto numbers = readGpt("/dev/sda");
+        return judge(numbers == std::vector<std::uint32_t>{1, 2}, numbers.empty());
+    };
+    expect_truth_or_failure("GPT", gpt, 6);
     const struct {
         std::optional<std::string> (*resolve)(const std::string &, const std::string &);
         const char *path, *result;
     } lookups[] = {{get_sfn_path, "Program Files\\a long name.txt", "PROGRA~1\\ALONGN~1.TXT"},
                    {get_lfn_path, "PROGRA~1\\ALONGN~1.TXT", "Program Files/a long name.txt"}};
-    for (const auto &lookup : lookups)
-        expect_truth_or_failure(
-            lookup.path,
-            [&] {
-                const auto found = lookup.resolve("sda1", lookup.path);
-                return judge(found == lookup.result, !found);
-            },
-            5);
-    expect_truth_or_failure(
-        "sector list",
-        [&] {
-            std::uint32_t count = 0;
-            const auto list = read_sector_list(scratch.path(), count);
-            return judge(list && count == 2 && sector_of(list[1]) == 0xFE030201, !list);
-        },
-        8);
+    for (const auto &lookup : lookups) {
+        const auto name = [&] {
+            const auto found = lookup.resolve("sda1", lookup.path);
+            return judge(found == lookup.result, !found);
+        };
+        expect_truth_or_failure(lookup.path, name, 5);
+    }
+    const auto sectors = [&] {
+        std::uint32_t count = 0;
+        const auto list = read_sector_list(scratch.path(), count);
+        return judge(list && count == 2 && sector_of(list[1]) == 0xFE030201, !list);
+    };
+    expect_truth_or_failure("sector list", sectors, 8);
     struct stat here {};
     ASSERT_EQ(stat(scratch.path().c_str(), &here), 0);
-    expect_truth_or_failure(
-        "mount table",
-        [&] {
-            const auto found = find_mountpoint_for_device(here.st_dev);
-            const auto line = mount_data_find(scratch.path());
-            return judge(found == scratch.path().string() && line && line->device == "/dev/sda1",
-                         !found || !line);
-        },
-        5);
+    const auto mounts = [&] {
+        const auto found = find_mountpoint_for_device(here.st_dev);
+        const auto line = mount_data_find(scratch.path());
+        return judge(found == scratch.path().string() && line && line->device == "/dev/sda1",
+                     !found || !line);
+    };
+    expect_truth_or_failure("mount table", mounts, 5);
 }
 
 TEST_F(faulty_machine, disks)
 {
-    expect_truth_or_failure(
-        "listed disks",
-        [] {
-            const auto devices = get_device_from_proc();
-            return judge(devices == std::vector<std::string>{"/dev/sda", "/dev/sdb"}, devices.empty());
-        },
-        4);
+    const auto listed = [] {
+        const auto devices = get_device_from_proc();
+        return judge(devices == std::vector<std::string>{"/dev/sda", "/dev/sdb"}, devices.empty());
+    };
+    expect_truth_or_failure("listed disks", listed, 4);
     // A disk may come out unreadable, without its partitions, or not be there; what is said of it is true.
     recorded_commands shell;
-    expect_truth_or_failure(
-        "disk list",
-        [] {
-            std::list<disk> disks;
-            const int result = get_disk_list(disks);
-            bool whole = disks.size() == 2, right = true;
-            for (const disk &d : disks) {
-                whole = whole && d.parts.size() == (d.name == "sda" ? 2U : 1U);
-                for (const part &p : d.parts)
-                    right = right && p.device == d.name && p.sect_total == 2048 &&
-                            p.sect_before == 2048 * static_cast<unsigned>(p.index);
-            }
-            return judge(result == 0 && whole && right, result == -1 || right);
-        },
-        30, 3);
+    const auto read = [] {
+        std::list<disk> disks;
+        const int result = get_disk_list(disks);
+        bool whole = disks.size() == 2, right = true;
+        for (const disk &d : disks) {
+            whole = whole && d.parts.size() == (d.name == "sda" ? 2U : 1U);
+            for (const part &p : d.parts)
+                right = right && p.device == d.name && p.sect_total == 2048 &&
+                        p.sect_before == 2048 * static_cast<unsigned>(p.index);
+        }
+        return judge(result == 0 && whole && right, result == -1 || right);
+    };
+    expect_truth_or_failure("disk list", read, 30, 3);
 }
 
 TEST_F(faulty_machine, what_was_mounted_is_unmounted)
 {
-    // Shared with the children: the names of the directories that a failing rmdir leaves behind.
-    auto *const left = static_cast<char *>(
-        mmap(nullptr, 1 << 16, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(left, MAP_FAILED);
-    expect_truth_or_failure(
-        "mounting",
-        [left] {
-            struct app record;
-            record.disks.emplace_back().name = "sda";
-            for (int index : {1, 2, 3}) {
-                part &p = record.disks.front().parts.emplace_back();
-                p.device = "sda";
-                p.index = index;
-                p.letter = static_cast<char>('B' + index);
-                p.fs_type = "ext4";
-            }
-            const recorded_commands shell;
-            const int result = mount_partitions(&record);
-            std::strcat(left, (record.tmpdir + " ").c_str());
-            umount_partitions(&record);
-            const auto undone = std::ranges::count_if(
-                shell.commands, [](const std::string &command) { return command.starts_with("umount"); });
-            return judge(result == 0 && undone == 3 && shell.commands.size() == 6,
-                         undone * 2 == std::ssize(shell.commands));
-        },
-        12);
-    std::istringstream names(left);
-    for (std::string name; names >> name;)
-        std::filesystem::remove_all(name);
+    const auto mount_and_unmount = [] {
+        struct app record;
+        record.disks.emplace_back().name = "sda";
+        for (int index : {1, 2, 3}) {
+            part &p = record.disks.front().parts.emplace_back();
+            p.device = "sda";
+            p.index = index;
+            p.letter = static_cast<char>('B' + index);
+            p.fs_type = "ext4";
+        }
+        const recorded_commands shell;
+        const int result = mount_partitions(&record);
+        umount_partitions(&record);
+        const auto undone = std::ranges::count_if(
+            shell.commands, [](const std::string &command) { return command.starts_with("umount"); });
+        return judge(result == 0 && undone == 3 && shell.commands.size() == 6,
+                     undone * 2 == std::ssize(shell.commands));
+    };
+    expect_truth_or_failure("mounting", mount_and_unmount, 12);
 }
 
 } // namespace

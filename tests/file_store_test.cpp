@@ -62,11 +62,9 @@ TEST(file_store, keeps_a_view_true)
         const owned_path path = path_of(store, row);
         const auto action = random() % 12;
         if (action < 5 && row->is_dir()) {
-            auto child = std::make_unique<file_node>();
-            child->kind = random() % 2 ? file_kind::directory : file_kind::file;
-            child->mount = row->mount;
+            const file_kind kind = random() % 2 ? file_kind::directory : file_kind::file;
             rows.push_back(
-                file_store_append(store, random() % 20 ? row : file_store_top(store), std::move(child)));
+                append_row(store, random() % 20 ? row : file_store_top(store), kind, "", row->mount));
         } else if (action == 5 && row->children.empty() && rows.size() > 1) {
             std::erase(rows, row);
             due.erase(row);

@@ -6,7 +6,6 @@
 
 #include <climits>
 #include <gtest/gtest.h>
-#include <optional>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -32,25 +31,21 @@ void fill_directory(const scratch_directory &files)
 
 TEST(loading, shows_directories_and_regular_files_in_order_once)
 {
-    for (const bool traced : {false, true}) {
-        browsed_partition partition;
-        NEED_FILE_SYSTEM(partition);
-        fill_directory(partition.files);
-        EXPECT_EQ(outline(*file_store_top(partition.store)), "/dev/sda1" + wait);
-        const std::string
-            first = ".d" + wait + " A" + wait + " b",
-            second = " c\xff" + wait + " \x01\x1b[31m\t" +
-                     " .f B back\\slash two\nlines z \xd0\xaf \xd7\x90\xd7\x91\xe2\x80\xae txt \xff\xfe";
-        std::optional<captured_trace> trace;
-        if (traced)
-            trace.emplace();
-        EXPECT_EQ(outline(*partition.loaded("")), first + wait + second);
-        EXPECT_EQ(full_path(*partition.row("two\nlines")), partition.files.path() / "two\nlines");
-        EXPECT_EQ(partition.row("back\\slash")->size, 10U);
-        fs::remove(partition.files.path() / "z");
-        EXPECT_EQ(outline(*partition.loaded("b")), "");
-        EXPECT_EQ(outline(*partition.loaded("")), first + second);
-    }
+    browsed_partition partition;
+    NEED_FILE_SYSTEM(partition);
+    fill_directory(partition.files);
+    EXPECT_EQ(outline(*file_store_top(partition.store)), "/dev/sda1" + wait);
+    const std::string first = ".d" + wait + " A" + wait + " b",
+                      second =
+                          " c\xff" + wait + " \x01\x1b[31m\t" +
+                          " .f B back\\slash two\nlines z \xd0\xaf \xd7\x90\xd7\x91\xe2\x80\xae txt \xff\xfe";
+    const captured_trace trace; // tracing must not get in the way of any name
+    EXPECT_EQ(outline(*partition.loaded("")), first + wait + second);
+    EXPECT_EQ(full_path(*partition.row("two\nlines")), partition.files.path() / "two\nlines");
+    EXPECT_EQ(partition.row("back\\slash")->size, 10U);
+    fs::remove(partition.files.path() / "z");
+    EXPECT_EQ(outline(*partition.loaded("b")), "");
+    EXPECT_EQ(outline(*partition.loaded("")), first + second);
 }
 
 TEST(loading, keeps_to_the_length_that_the_board_can_read)
@@ -75,10 +70,7 @@ TEST(loading, survives_what_it_cannot_read)
     fs::create_directory(partition.files.path() / "gone");
     partition.loaded("");
     fs::remove(partition.files.path() / "gone");
-    testing::internal::CaptureStderr();
     EXPECT_EQ(outline(*partition.loaded("gone")), "");
-    const std::string reason = "scandir: No such file or directory\n";
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), reason + reason);
     fs::create_directories(partition.files.path() / "gone/late");
     EXPECT_EQ(outline(*partition.loaded("gone")), "");
 
@@ -109,27 +101,21 @@ TEST(check_dir_mount, finds_the_device_that_holds_a_directory)
                     "tmpfs /tmp tmpfs rw 0 0\n/dev/same /srv ext4 rw 0 0\n/dev/sda2 /over ext4 rw 0 0\n"
                     "/dev/sda1 /over ext4 rw 0 0\n/dev/sda2 /with\\040blank ext4 rw 0 0\n/dev/sda2 " +
                     efi + " vfat rw 0 0\n");
-    const char *on_sda1[] = {"/boot", "/boot/grub", "/boot/efix", "/srv/x", "/over/x"};
-    const char *on_sda2[] = {"/boot/efi", "/boot/efi/A", "/with blank/x"};
-    const char *on_none[] = {"/home", "/bootstrap", "/proc/x", "/"};
-    const auto expect = [](const auto &directories, int other_than_sda1, int other_than_sda2) {
-        for (const char *directory : directories) {
-            EXPECT_EQ(check_dir_mount(directory, "/dev/sda1"), other_than_sda1) << directory;
-            EXPECT_EQ(check_dir_mount(directory, "/dev/sda2"), other_than_sda2) << directory;
-        }
-    };
-    expect(on_sda1, 0, 1);
-    expect(on_sda2, 1, 0);
-    expect(on_none, 0, 0);
+    // For each directory, whether it lies elsewhere than on sda1, and than on sda2.
+    const std::tuple<const char *, int, int> cases[] = {
+        {"/boot", 0, 1},   {"/boot/grub", 0, 1}, {"/boot/efix", 0, 1},  {"/srv/x", 0, 1},
+        {"/over/x", 0, 1}, {"/boot/efi", 1, 0},  {"/boot/efi/A", 1, 0}, {"/with blank/x", 1, 0},
+        {"/home", 0, 0},   {"/bootstrap", 0, 0}, {"/proc/x", 0, 0},     {"/", 0, 0}};
+    for (const auto &[directory, not_on_sda1, not_on_sda2] : cases) {
+        EXPECT_EQ(check_dir_mount(directory, "/dev/sda1"), not_on_sda1) << directory;
+        EXPECT_EQ(check_dir_mount(directory, "/dev/sda2"), not_on_sda2) << directory;
+    }
     NEED_FILE_SYSTEM(partition);
     fs::create_directories(efi);
     fs::create_directories(efi + "2");
     EXPECT_EQ(outline(*partition.loaded("")), "efi2" + wait);
     fs::remove(partition.host.path() / "proc/mounts");
-    testing::internal::CaptureStdout();
     EXPECT_EQ(check_dir_mount("/boot", "/dev/sda2"), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Unable to open /proc/mounts: No such file or directory\n");
 }
 
 TEST(find_iter_for_file, gives_the_row_or_the_reason)
@@ -188,10 +174,10 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
     const fatal_warnings warnings;
     answered_dialogs user({GTK_RESPONSE_OK, GTK_RESPONSE_OK});
     partition.show();
-    ASSERT_EQ(user.seen.size(), 2U);
-    EXPECT_EQ(user.seen[0].text, "Cannot read files on partition sda3 with NTFS.\n"
-                                 "Perhaps the ntfs-3g package is not installed.\n");
-    EXPECT_NE(user.seen[1].text.find("md7p3 "), std::string::npos);
+    EXPECT_EQ(user.text(), "Warning: Cannot read files on partition sda3 with NTFS.\n"
+                           "Perhaps the ntfs-3g package is not installed.\n"
+                           "Warning: Cannot read files on partition md7p3 with NTFS.\n"
+                           "Perhaps the ntfs-3g package is not installed.\n");
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_size_label)), "0 bytes");
     gtk_tree_view_expand_all(GTK_TREE_VIEW(partition.app.filebrowser));
     mark_recursive(&partition.app, partition.store, partition.root(), 1);
@@ -223,19 +209,14 @@ TEST(progress, shows_a_moving_bar_only_during_long_operations)
         EXPECT_FALSE(operate(app, 70));
         progress_stop(&app);
     }
-    int drawn[2] = {};
+    int drawn = 0;
     const auto count = +[](GtkWidget *, GdkEvent *, int *number) -> gboolean { return ++*number < 0; };
-    g_signal_connect(app.progressbar, "expose-event", G_CALLBACK(count), &drawn[0]);
-    g_signal_connect(app.filebrowser, "expose-event", G_CALLBACK(count), &drawn[1]);
+    g_signal_connect(app.progressbar, "expose-event", G_CALLBACK(count), &drawn);
     files_changed = 0;
     press(partition, partition.root(), 3, 0, GDK_BUTTON_PRESS); // waits in the queue
     progress_start(&app);
-    EXPECT_TRUE(operate(app, 200));
-    const int bar = drawn[0], tree = drawn[1];
-    gtk_widget_queue_draw(app.filebrowser);
-    operate(app, 650);
-    EXPECT_GE(drawn[0], bar + 2);
-    EXPECT_GT(drawn[1], tree);
+    EXPECT_TRUE(operate(app, 800));
+    EXPECT_GE(drawn, 3);
     progress_stop(&app);
     settle();
     EXPECT_FALSE(gtk_widget_get_visible(app.progress_window));

@@ -77,6 +77,14 @@ answered_dialogs::~answered_dialogs()
     g_source_remove(timer_);
 }
 
+std::string answered_dialogs::text() const
+{
+    std::string all;
+    for (const seen_dialog &dialog : seen)
+        all += dialog.title + ": " + dialog.text;
+    return all;
+}
+
 gboolean answered_dialogs::look(gpointer data)
 {
     auto *self = static_cast<answered_dialogs *>(data);
@@ -95,8 +103,6 @@ gboolean answered_dialogs::look(gpointer data)
     collect(gtk_dialog_get_content_area(GTK_DIALOG(dialog)), &record);
     gtk_window_get_size(GTK_WINDOW(dialog), &record.width, &record.height);
     self->seen.push_back(record);
-    if (self->inspect)
-        self->inspect(dialog);
     int response = GTK_RESPONSE_DELETE_EVENT;
     if (!self->responses_.empty()) {
         response = self->responses_.front();

@@ -1,7 +1,8 @@
 // For tests of windows: a display, and somebody who answers the dialogs.
 #pragma once
 
-#include <functional>
+#include "support.h"
+
 #include <glade/glade.h>
 #include <gtk/gtk.h>
 #include <map>
@@ -19,12 +20,10 @@ bool have_display();
 void settle();
 
 // The program's windows as described, not shown; destroyed at the end of the scope.
-class loaded_windows {
+class loaded_windows : not_copied {
 public:
     loaded_windows();
     ~loaded_windows();
-    loaded_windows(const loaded_windows &) = delete;
-    loaded_windows &operator=(const loaded_windows &) = delete;
 
     GladeXML *xml;
     GtkWidget *widget(const char *name) const { return glade_xml_get_widget(xml, name); }
@@ -40,16 +39,14 @@ struct seen_dialog {
 
 // While it lives, every modal dialog that appears is recorded and answered with the next of the given
 // responses; GTK_RESPONSE_DELETE_EVENT stands for the Escape key. With none left, it answers with Escape.
-class answered_dialogs {
+class answered_dialogs : not_copied {
 public:
     explicit answered_dialogs(std::vector<int> responses);
     ~answered_dialogs();
-    answered_dialogs(const answered_dialogs &) = delete;
-    answered_dialogs &operator=(const answered_dialogs &) = delete;
 
     std::vector<seen_dialog> seen;
-    std::function<void(GtkWidget *)> inspect; // called with each dialog before it is answered
-    std::vector<std::string> file_names;      // what a file chooser is given, before the responses
+    std::vector<std::string> file_names; // what a file chooser is given, before the responses
+    std::string text() const;            // of all seen: title, colon, blank, and the texts
 
 private:
     static gboolean look(gpointer self);

@@ -1,6 +1,5 @@
 // The firmware's numbering, and the lookups from a letter, a name, a device number or a sector.
 #include "common/letters.h"
-#include "support.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -54,33 +53,15 @@ TEST(letters, are_those_of_the_firmware)
         }
         EXPECT_EQ(letters, expected) << numbers;
     }
-    std::list<disk> disks = make_disks("1 2x 5");
-    captured_trace trace;
-    assign_letters(disks);
-    EXPECT_EQ(trace.messages(), "device = sda index = 1 letter = C\nFind extended partition: sda2\n"
-                                "device = sda index = 5 letter = D\n");
-}
-
-TEST(letters, end_before_they_repeat)
-{
     std::list<disk> disks = make_disks("");
     disks.front().parts.resize(300);
     assign_letters(disks);
     int running = 'C';
     for (const part &p : disks.front().parts) {
-        EXPECT_EQ(p.letter, running > 0xff ? '\0' : static_cast<char>(running));
+        EXPECT_EQ(p.letter, running > 0xff ? '\0' : static_cast<char>(running)) << "they end, not repeat";
         running++;
     }
     EXPECT_EQ(find_part_by_label(disks, '['), nullptr);
-}
-
-// Makes one lookup; what it found ("-" for nothing), "@" and its disk, and the trace.
-template<typename lookup> std::string found_by(std::list<disk> &disks, lookup find)
-{
-    disk *owner = &disks.back();
-    captured_trace trace;
-    const part *p = find(&owner);
-    return (p ? partition_name(*p) : "-") + "@" + (owner ? owner->name : "-") + "\n" + trace.messages();
 }
 
 TEST(letters, and_names_and_numbers_lead_to_partitions)
@@ -93,43 +74,28 @@ TEST(letters, and_names_and_numbers_lead_to_partitions)
         d.name = d.parts.front().device = array;
         d.parts.front().letter = 0;
     }
-    const std::pair<std::string, std::string> cases[] = {
-        {"C", "sda1@sda\nEnter *\nThe partition label C was defined\n"},
-        {"Z", "sdb1@sdb\nEnter *\nThe partition label Z was defined\nFind extended partiton\n"},
-        {"E", "-@sda\nEnter *\nThe partition label E was defined\nUnsupported partition type\n"
-              "Wrong device label: E\n"},
-        {"Y", "-@sdb\nEnter *\nWrong device label: Y\n"},
-        {"B", "-@-\nEnter *\nWrong device label: B\n"},
-        {"[", "-@-\nEnter *\nWrong device label: [\n"},
-        {{"\0", 1}, {"-@-\nEnter *\nWrong device label: \0\n", 34}},
-        {"sda1", "sda1@sda\nThe partition sda1 was defined\n"},
-        {"sdb1", "sdb1@sdb\nThe partition sdb1 was defined\nfind extended partiton\n"},
-        {"sda1269", "sda126@sda\nThe partition sda126 was defined\n"},
-        {"sda127", "-@sda\nThe partition sda127 was defined\nWrong device name: sda127\n"},
-        {"sda", "-@sda\nWrong device name: sda\n"},
-        {"sdaa1", "-@-\nWrong device name: sdaa1\n"},
-        {"md127p1", "md127p1@md127\nThe partition md1271 was defined\n"},
-        {"md0p1", "-@-\nWrong device name: md0p1\n"},
-    };
-    for (const auto &c : cases) {
-        const std::string &name = c.first;
-        const auto find = [&](disk **owner) {
-            return name.size() == 1 ? find_part_by_label(disks, name[0], owner)
-                                    : find_part_by_name(disks, name, owner);
-        };
-        EXPECT_EQ(found_by(disks, find), c.second);
+    // What is looked up; what is found, "@", and the disk that is reported.
+    const char *const cases =
+        "C sda1@sda  Z sdb1@sdb  E -@sda  Y -@sdb  B -@-  [ -@-  sda1 sda1@sda  sdb1 sdb1@sdb "
+        "sda127 -@sda  sda1269 sda126@sda  sda -@sda  sdaa1 -@-  md0p1 -@-  md127p1 md127p1@md127";
+    std::istringstream words(cases);
+    for (std::string name, found; words >> name >> found;) {
+        disk *owner = &disks.back();
+        const part *p = name.size() == 1 ? find_part_by_label(disks, name[0], &owner)
+                                         : find_part_by_name(disks, name, &owner);
+        EXPECT_EQ((p ? partition_name(*p) : "-") + "@" + (owner ? owner->name : "-"), found) << name;
     }
-    const std::uint64_t dev = disks.back().parts.back().dev = 0x1'0000'0805;
-    EXPECT_EQ(found_by(disks, [&](disk **) { return find_part_for_file(disks, dev); }),
-              "sdb1@sdb\nThe partition sdb1 was defined\nSuccess\n");
-    EXPECT_EQ(found_by(disks, [&](disk **) { return find_part_for_file(disks, 0x805); }),
-              "-@sdb\nUnuccess.\n");
+    EXPECT_EQ(find_part_by_label(disks, '\0'), nullptr);
+    part &last = disks.back().parts.back();
+    last.dev = 0x1'0000'0805;
+    EXPECT_EQ(find_part_for_file(disks, last.dev), &last);
+    EXPECT_EQ(find_part_for_file(disks, 0x805), nullptr);
     disks.back().drive_number = 0x81;
     EXPECT_EQ(find_disk_by_number(disks, 0x81), &disks.back());
     EXPECT_EQ(find_disk_by_number(disks, 0x82), nullptr);
 }
 
-TEST(letters, sectors_lead_to_partitions)
+TEST(letters, sectors_lead_to_partitions_and_have_bounds)
 {
     const std::pair<const char *, const char *> cases[] = {
         {"1 2x 5 6",
@@ -148,14 +114,6 @@ TEST(letters, sectors_lead_to_partitions)
             EXPECT_EQ(p ? p->index : 0, index) << numbers << ", sector " << sector;
         }
     }
-    std::list<disk> disks = make_disks("1 2x 5");
-    EXPECT_EQ(found_by(disks, [&](disk **) { return find_part_by_sector(disks.front().parts, 1050); }),
-              "sda5@sda\nsect_before = 1000 pt->sect_total = 1000\nindex = 2\n"
-              "sect_before = 1010 pt->sect_total = 100\nindex = 5\n");
-}
-
-TEST(letters, sector_range)
-{
     std::list<disk> disks = make_disks("1 2x 5 6");
     for (const char *array : {"md0", "md127"})
         disks.emplace_back(make_disks("1").front()).name = array;

@@ -153,8 +153,6 @@ TEST(right_button, marks_rows_and_ranges)
         EXPECT_EQ(marked(*partition.root()), step.marked);
         EXPECT_EQ(files_changed, step.button == 3);
         expect_true_counts(partition.app, partition.store);
-        EXPECT_EQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)),
-                  std::to_string(partition.app.total_files_selected));
         EXPECT_EQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_size_label)),
                   std::to_string(partition.app.total_files_size) + " bytes");
     }

@@ -1,5 +1,6 @@
 // What a saved file template marks, and what it reports as missing.
 #include "gtk_support.h"
+#include "template_bytes.h"
 #include "tree_support.h"
 
 #include <gtest/gtest.h>
@@ -9,34 +10,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A template file: its magic, the record count at 0x110, and whatever follows the header of 1,024 bytes.
-std::string template_file(const char *magic, std::uint32_t count, const std::string &body)
+int premark_pair(browsed_partition &partition, const pair_bytes &pair)
 {
-    std::string file = magic;
-    file.resize(0x110);
-    for (int shift = 0; shift < 32; shift += 8)
-        file += static_cast<char>(count >> shift);
-    file.resize(1024);
-    return file + body;
-}
-
-std::string records(const std::vector<std::string> &texts)
-{
-    std::string body;
-    for (std::string text : texts) {
-        text.resize(256);
-        body += text;
-    }
-    return body;
-}
-
-int premark(browsed_partition &partition, const std::vector<std::string> &texts)
-{
-    const auto count = static_cast<std::uint32_t>(texts.size());
-    partition.host.write("boot/bootfile.nam", template_file("SNON", count, records(texts)));
-    partition.host.write("boot/bootfile.chk",
-                         template_file("SNCV", count, std::string(4 * texts.size(), '\0')));
+    partition.host.write("boot/bootfile.nam", pair.nam);
+    partition.host.write("boot/bootfile.chk", pair.chk);
     return fill_model(&partition.app, partition.store);
+}
+
+int premark(browsed_partition &partition, const std::vector<std::string> &records)
+{
+    return premark_pair(partition, pair_of(2, "", records));
 }
 
 // Paths of the marked files below a row.
@@ -79,57 +62,47 @@ TEST(premarking, marks_what_exists_and_lists_what_does_not)
 
 TEST(premarking, takes_what_a_damaged_pair_still_gives)
 {
-    const std::string body = records({"C:/1", "C:/2", "C:/3"}), checks(12, '\0');
-    const auto name = [](std::uint32_t count, const std::string &records) {
-        return template_file("SNON", count, records);
+    browsed_partition partition;
+    NEED_FILE_SYSTEM(partition);
+    for (const char *file : {"1", "2", "3"})
+        partition.files.write(file, "");
+    const auto &[nam, chk] = pair_of(2, "", {"C:/1", "C:/2", "C:/3"});
+    const auto claiming = [&nam](const std::string &count) {
+        return std::string(nam).replace(0x110, 4, count);
     };
-    const std::string nam = name(3, body), chk = template_file("SNCV", 3, checks);
-    const struct {
-        std::string nam, chk; // empty: no such file
-        int result;
-        unsigned marked;
-    } cases[] = {
-        {nam, chk, 0, 3},
-        {"", chk, -1, 0},
-        {nam, "", -2, 0},
-        {chk, nam, -2, 0},
-        {nam.substr(0, 1023), chk, -2, 0},
-        {nam, chk.substr(0, 1023), -2, 0},
-        {template_file("SNOM", 3, body), chk, -2, 0},
-        {name(0, body), chk, 0, 0},
-        {name(2, body), chk, 0, 2},
-        {name(0xFFFFFFFF, body), chk, 0, 3},
-        {name(3, body.substr(0, 767)), chk, 0, 2},
-        {name(3, body.substr(0, 256)), chk, 0, 1},
-        {nam + "x", chk, 0, 3},
+    const std::tuple<pair_bytes, int, unsigned> cases[] = {
+        {{nam, chk}, 0, 3},
+        {{chk, nam}, -2, 0},
+        {{nam.substr(0, 1023), chk}, -2, 0},
+        {{nam, chk.substr(0, 1023)}, -2, 0},
+        {{claiming({"\0\0\0\0", 4}), chk}, 0, 0},
+        {{claiming({"\2\0\0\0", 4}), chk}, 0, 2},
+        {{claiming("\xFF\xFF\xFF\xFF"), chk}, 0, 3},
+        {{nam.substr(0, 1024 + 767), chk}, 0, 2},
+        {{nam.substr(0, 1024 + 256), chk}, 0, 1},
+        {{nam + "x", chk}, 0, 3},
     };
-    for (const auto &c : cases) {
-        browsed_partition partition;
-        NEED_FILE_SYSTEM(partition);
-        for (const char *file : {"1", "2", "3"})
-            partition.files.write(file, "");
-        if (!c.nam.empty())
-            partition.host.write("boot/bootfile.nam", c.nam);
-        if (!c.chk.empty())
-            partition.host.write("boot/bootfile.chk", c.chk);
-        EXPECT_EQ(fill_model(&partition.app, partition.store), c.result);
-        EXPECT_EQ(partition.app.total_files_selected, c.marked);
+    for (const auto &[pair, result, marked] : cases) {
+        mark_recursive(&partition.app, partition.store, partition.root(), 0);
+        EXPECT_EQ(premark_pair(partition, pair), result);
+        EXPECT_EQ(partition.app.total_files_selected, marked);
         EXPECT_TRUE(partition.app.missing_files.empty());
     }
+    fs::remove(partition.host.path() / "boot/bootfile.chk");
+    EXPECT_EQ(fill_model(&partition.app, partition.store), -2);
+    fs::remove(partition.host.path() / "boot/bootfile.nam");
+    EXPECT_EQ(fill_model(&partition.app, partition.store), -1);
 }
 
 TEST(premarking, finds_files_by_the_names_of_their_file_system)
 {
-    if (!have_tool("mkfs.fat") || !have_tool("mcopy"))
-        GTEST_SKIP() << "no tools to make a FAT volume";
     for (const auto &[fs_type, size] :
          {std::pair<std::string, std::string>("fat16", "16M"), {"fat32", "64M"}}) {
         browsed_partition partition(fs_type);
         NEED_FILE_SYSTEM(partition);
         partition.files.write("Long directory/\xd0\x96 file.text", "");
         partition.files.write("PLAIN.TXT", "");
-        partition.host.write("dev/none", "");
-        const std::string image = partition.host.path() / "dev/sda1";
+        const std::string image = partition.host.write("dev/sda1", "");
         run_tool("truncate -s " + size + " " + image + " && mkfs.fat -F " + fs_type.substr(3) + " " + image +
                  " && LC_ALL=C.UTF-8 mcopy -si " + image + " " + partition.files.path().string() + "/* ::/");
         EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT"}), 0);
@@ -143,27 +116,21 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     EXPECT_EQ(marked(ntfs, *ntfs.root()), "/My\\Files/a\\b.txt /\xd0\x96/x ");
 }
 
-TEST(premarking, asks_whether_to_drop_missing_files)
+TEST(premarking, keeps_the_template_when_missing_files_are_not_to_be_dropped)
 {
     NEED_DISPLAY();
-    for (const int answer : {GTK_RESPONSE_NO, GTK_RESPONSE_YES}) {
-        browsed_partition partition;
-        NEED_FILE_SYSTEM(partition);
-        partition.files.write("here", "");
-        premark(partition, {"C:/first\xff", "C:/here", "C:/sec\nond"});
-        answered_dialogs user({answer});
-        partition.show();
-        ASSERT_EQ(user.seen.size(), 1U);
-        EXPECT_EQ(user.seen[0].title, "Confirm");
-        const std::string top = partition.files.path();
-        EXPECT_EQ(user.seen[0].text,
-                  "The following files are missing. Delete these files from a template?\n" + top +
-                      "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
-        EXPECT_TRUE(partition.app.missing_files.empty());
-        EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
-        EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"),
-                  1024U + 256 * (answer == GTK_RESPONSE_YES ? 1 : 3));
-    }
+    browsed_partition partition;
+    NEED_FILE_SYSTEM(partition);
+    partition.files.write("here", "");
+    premark(partition, {"C:/first\xff", "C:/here", "C:/sec\nond"});
+    answered_dialogs user({GTK_RESPONSE_NO});
+    partition.show();
+    const std::string top = partition.files.path();
+    EXPECT_EQ(user.text(), "Confirm: The following files are missing. Delete these files from a template?\n" +
+                               top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
+    EXPECT_TRUE(partition.app.missing_files.empty());
+    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
+    EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 256 * 3);
 }
 
 } // namespace

@@ -35,9 +35,6 @@ TEST(rtf_export, writes_every_piece_byte_for_byte_and_as_another_reader_expects)
 {
     const std::string head = "{\\rtf1\\ansi\\ansicpg1251\\deff0\\deflang1049\\plain {\n"
                              "{\\b Report}\\par\n{\\i File list:}\\par\n";
-    EXPECT_EQ(document({}, 0), head + "{\\b Total files: 0, total size: 0}\\par\n{\\i Sector list:}\\par\n"
-                                      "{\\b Total sectors: 0, total size: 0}\\par\n}}\n");
-    captured_trace trace;
     // Names that try to break out of the document, and three that code page 1251 cannot hold.
     const std::string hostile = document({{"sda2:\\a}{{b\\par", 5000000000},
                                           {"two\nlines %s%n", 1},
@@ -46,7 +43,6 @@ TEST(rtf_export, writes_every_piece_byte_for_byte_and_as_another_reader_expects)
                                           {"漢字", 4},
                                           {"last}", 5}},
                                          2);
-    EXPECT_THAT(trace.messages(), testing::StartsWith("g_convert() failed: "));
     EXPECT_EQ(hostile, head + "File: sda2:\\\\a\\}\\{\\{b\\\\par, file size: 5000000000\\line\n"
                               "File: two\nlines %s%n, file size: 1\\line\n\\line\n\\line\n\\line\n"
                               "File: last\\}, file size: 5\\line\n"
@@ -54,8 +50,6 @@ TEST(rtf_export, writes_every_piece_byte_for_byte_and_as_another_reader_expects)
                               "Sector: sda:/Master boot record, sector size: 512\\line\n"
                               "Sector: sda:/Master boot record, sector size: 512\\line\n"
                               "{\\b Total sectors: 2, total size: 1024}\\par\n}}\n");
-    if (!have_tool("unrtf"))
-        GTEST_SKIP() << "unrtf is not installed";
     const scratch_directory scratch;
     EXPECT_THAT(run_tool("unrtf --text --quiet " + scratch.write("report.rtf", hostile).string()),
                 testing::HasSubstr("File: sda2:\\a}{{b\\par, file size: 5000000000\n"

@@ -74,6 +74,26 @@ std::string captured_trace::messages()
                               "");
 }
 
+std::string le32_bytes(std::uint32_t value)
+{
+    std::string bytes;
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes += static_cast<char>(value >> shift);
+    return bytes;
+}
+
+std::string content_of(const std::filesystem::path &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void overwrite(const std::filesystem::path &file, std::uint64_t offset, std::string_view bytes)
+{
+    std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
+    stream.seekp(static_cast<std::streamoff>(offset)) << bytes;
+}
+
 std::string run_tool(const std::string &command)
 {
     const std::string with_errors = "{ " + command + "\n} 2>&1";
@@ -89,10 +109,4 @@ std::string run_tool(const std::string &command)
     const int status = pclose(pipe);
     EXPECT_EQ(status, 0) << command << "\n" << output;
     return output;
-}
-
-bool have_tool(const std::string &name)
-{
-    // NOLINTNEXTLINE: a fixed set of tool names, in tests only.
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }

@@ -1,13 +1,9 @@
 // Template files spelled out byte by byte, independently of the code that writes them.
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include "support.h"
+
 #include <map>
-#include <string>
-#include <vector>
 
 struct pair_bytes {
     std::string nam, chk;
@@ -20,8 +16,7 @@ inline std::string header_bytes(const std::string &magic, const header_words &wo
 {
     std::string header = magic + std::string(1020, '\0');
     for (const auto &[offset, value] : words)
-        for (std::size_t i = 0; i < 4; ++i)
-            header[offset + i] = static_cast<char>(value >> 8 * i);
+        header.replace(offset, 4, le32_bytes(value));
     return header;
 }
 
@@ -47,7 +42,5 @@ inline pair_bytes pair_of(std::uint32_t kind, const std::string &name_path, std:
 // Empty files when there are none.
 inline pair_bytes read_pair(const std::filesystem::path &directory, const std::string &name = "bootfile")
 {
-    std::ifstream nam(directory / (name + ".nam")), chk(directory / (name + ".chk"));
-    using bytes = std::istreambuf_iterator<char>;
-    return {{bytes(nam), {}}, {bytes(chk), {}}};
+    return {content_of(directory / (name + ".nam")), content_of(directory / (name + ".chk"))};
 }

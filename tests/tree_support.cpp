@@ -93,6 +93,16 @@ owned_path path_of(file_store *store, file_node *row)
     return owned_path(gtk_tree_model_get_path(GTK_TREE_MODEL(store), &iter));
 }
 
+file_node *append_row(file_store *store, file_node *parent, file_kind kind, const std::string &name,
+                      mount_entry *mount)
+{
+    auto row = std::make_unique<file_node>();
+    row->name = name;
+    row->kind = kind;
+    row->mount = mount;
+    return file_store_append(store, parent, std::move(row));
+}
+
 void press(browsed_partition &partition, file_node *row, guint button, guint state, GdkEventType type)
 {
     GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);

@@ -9,11 +9,9 @@
 #include <string>
 
 // Its root is a scratch directory, which the replaced /proc/mounts lists as /dev/sda1; drive letter C.
-struct browsed_partition {
+struct browsed_partition : not_copied {
     explicit browsed_partition(const std::string &fs_type = "ext4");
     ~browsed_partition();
-    browsed_partition(const browsed_partition &) = delete;
-    browsed_partition &operator=(const browsed_partition &) = delete;
 
     file_node *root() const { return file_store_top(store)->children.front().get(); }
     file_node *row(const std::string &path) const; // null when no such row is loaded
@@ -32,6 +30,9 @@ struct browsed_partition {
 std::string outline(const file_node &row);
 
 owned_path path_of(file_store *store, file_node *row);
+
+file_node *append_row(file_store *store, file_node *parent, file_kind kind, const std::string &name,
+                      mount_entry *mount = nullptr);
 
 // Sends the press and release of a mouse button on a row, after scrolling to it, or below the rows (null).
 void press(browsed_partition &partition, file_node *row, guint button, guint state, GdkEventType type);
