@@ -88,12 +88,9 @@ struct diskbrowser : testing::Test {
     std::map<GdkPixbuf *, char> letters;
     scratch_directory directory;
     const owned_object<GtkTreeStore> store{disk_create_model()};
-    const std::list<disk> two_disks = {
-        make_disk("sda", 0x80, {"primary 1 2048 ext4", "extended 2 4096", "logical 5 5000 ntfs"}),
-        make_disk("md0", 0x181, {"primary 1 100 ext3"})}; // a record holds the low byte
 };
 
-TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check)
+TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_of_the_template)
 {
     app.disks = {make_disk("sda", 0x80,
                            {"primary 1 2048 ext4", "extended 2 4096", "free 3 20000 fat16",
@@ -102,31 +99,22 @@ TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check)
                  make_disk("sdb", 0x81, {}),
                  // A damaged list; the extended partition of the disk before is not lent to this one.
                  make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
-                 make_disk("md0", 0x83, {"primary 1 2048 ext3", "extended 2 7"})};
-    fill_tree(&app, store.get());
-    EXPECT_EQ(dump(), "d /dev/sda <0\n s Master boot record @0\n s Boot Sector (/dev/sda1, ext4) @2048\n"
-                      " e Extended partition (/dev/sda2) <0\n  s Secondary MBR @4096\n"
-                      "  e Logical drive (/dev/sda5, ntfs) <0\n   s Secondary MBR @5000\n"
-                      "  e Logical drive (/dev/sda8, fat32) <0\n   s Secondary MBR @8000\n"
-                      "d /dev/sdb <0\n s Master boot record @0\n"
-                      "d /dev/sdc <0\n s Master boot record @0\n"
-                      " e Logical drive (/dev/sdc5, ext3) <0\n  s Secondary MBR @4294967295\n"
-                      "d /dev/md0 <0\n s Master boot record @0\n s Boot Sector (/dev/md0p1, ext3) @2048\n"
-                      " e Extended partition (/dev/md0p2) <0\n  s Secondary MBR @7\n");
-}
-
-TEST_F(diskbrowser, marks_come_from_the_template_and_are_carried_up)
-{
-    app.disks = two_disks;
+                 // A record holds the low byte of the number.
+                 make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
     // Also the same again, inside a partition, inside the extended partition, and outside every partition: no
     // question, which would need a display.
-    save_template({record(0x80, 5000), record(0x81, 100), record(0x80, 5000), record(0x80, 2050),
-                   record(0x80, 6900), record(0x80, 99999)});
+    save_template({record(0x80, 5000), record(0x83, 2048), record(0x80, 5000), record(0x80, 2050),
+                   record(0x80, 10900), record(0x80, 99999)});
     fill_tree(&app, store.get());
     EXPECT_EQ(dump(), "D /dev/sda <1\n s Master boot record @0\n s Boot Sector (/dev/sda1, ext4) @2048\n"
                       " E Extended partition (/dev/sda2) <1\n  s Secondary MBR @4096\n"
                       "  E Logical drive (/dev/sda5, ntfs) <1\n   S Secondary MBR @5000\n"
-                      "D /dev/md0 <1\n s Master boot record @0\n S Boot Sector (/dev/md0p1, ext3) @100\n");
+                      "  e Logical drive (/dev/sda8, fat32) <0\n   s Secondary MBR @8000\n"
+                      "d /dev/sdb <0\n s Master boot record @0\n"
+                      "d /dev/sdc <0\n s Master boot record @0\n"
+                      " e Logical drive (/dev/sdc5, ext3) <0\n  s Secondary MBR @4294967295\n"
+                      "D /dev/md0 <1\n s Master boot record @0\n S Boot Sector (/dev/md0p1, ext3) @2048\n"
+                      " e Extended partition (/dev/md0p2) <0\n  s Secondary MBR @7\n");
     EXPECT_EQ(app.total_sectors_size, 1024U);
 }
 
@@ -135,7 +123,8 @@ TEST_F(diskbrowser, window_offers_to_drop_unknown_records_and_marks_by_right_cli
     NEED_DISPLAY();
     const loaded_windows windows;
     app.xml = windows.xml;
-    app.disks = two_disks;
+    app.disks = {make_disk("sda", 0x80, {"primary 1 2048 ext4", "extended 2 4096", "logical 5 5000 ntfs"}),
+                 make_disk("md0", 0x81, {"primary 1 100 ext3"})};
     app.mounts.emplace_back().letter = 'C';
     app.pelva_db_mt = &app.mounts.back();
     app.short_path = "";

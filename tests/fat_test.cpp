@@ -221,13 +221,6 @@ TEST_F(fat_test, reads_names_that_others_wrote)
     }
 }
 
-struct damage {
-    const char *what;
-    std::size_t offset;
-    std::string bytes;
-    const char *path = "DIR\\FILE.TXT";
-};
-
 TEST_F(fat_test, damaged_and_foreign_volumes_give_no_result)
 {
     for (const bool fat32 : {false, true}) {
@@ -239,19 +232,19 @@ TEST_F(fat_test, damaged_and_foreign_volumes_give_no_result)
         const std::size_t entry = sound.find("DIR        \x10");
         const std::size_t content = sound.find(".          \x10");
         const std::size_t link = fat + word(sound, entry + 26) * (fat32 ? 4 : 2);
-        const char *const missing = "DIR\\MISSING";
-        std::vector<damage> damages = {
-            {"no sector size", 11, "\0\0"s},
-            {"odd sector size", 11, "\x03\x02"},
-            {"no cluster size", 13, "\0"s},
-            {"no FAT", 16, "\0"s},
-            {"FAT beyond the device", 14, "\xFF\xFF"},
-            {"directory outside", entry + 26, "\xF0\xFF"},
-            {"directory in cluster 1", entry + 26, "\x01\0"s},
-            {"directory without cluster", entry + 26, "\0\0"s},
-            {"directory named as a file", entry + 11, "\x20"},
-            {"a file as a directory", content + 64 + 11, "\x10"},
-            {"no short entry", content, long_run(16)},
+        const std::string file = "DIR\\FILE.TXT", missing = "DIR\\MISSING";
+        std::vector<std::tuple<const char *, std::size_t, std::string, std::string>> damages = {
+            {"no sector size", 11, "\0\0"s, file},
+            {"odd sector size", 11, "\x03\x02", file},
+            {"no cluster size", 13, "\0"s, file},
+            {"no FAT", 16, "\0"s, file},
+            {"FAT beyond the device", 14, "\xFF\xFF", file},
+            {"directory outside", entry + 26, "\xF0\xFF", file},
+            {"directory in cluster 1", entry + 26, "\x01\0"s, file},
+            {"directory without cluster", entry + 26, "\0\0"s, file},
+            {"directory named as a file", entry + 11, "\x20", file},
+            {"a file as a directory", content + 64 + 11, "\x10", file},
+            {"no short entry", content, long_run(16), file},
             {"chain to itself", link, sound.substr(entry + 26, 2) + "\0\0"s, missing},
             {"chain to cluster 1", link, "\x01\0\0\0"s, missing},
             {"chain to a free cluster", link, "\0\0\0\0"s, missing},
@@ -259,7 +252,7 @@ TEST_F(fat_test, damaged_and_foreign_volumes_give_no_result)
         };
         if (fat32)
             for (const std::string &cluster : {"\0\0\0\0"s, "\x01\0\0\0"s, "\0\0\0\xFF"s})
-                damages.push_back({"root outside", 44, cluster});
+                damages.emplace_back("root outside", 44, cluster, file);
         for (const auto &[what, offset, bytes, path] : damages) {
             EXPECT_EQ(get_lfn_path("sda1", "DIR\\FILE.TXT"), "DIR/FILE.TXT");
             overwrite(image, offset, bytes);

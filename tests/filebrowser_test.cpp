@@ -2,6 +2,7 @@
 #include "display_text.h"
 #include "gtk_support.h"
 #include "progress.h"
+#include "trace_log.h"
 #include "tree_support.h"
 
 #include <climits>
@@ -39,13 +40,16 @@ TEST(loading, shows_directories_and_regular_files_in_order_once)
                       second =
                           " c\xff" + wait + " \x01\x1b[31m\t" +
                           " .f B back\\slash two\nlines z \xd0\xaf \xd7\x90\xd7\x91\xe2\x80\xae txt \xff\xfe";
-    const captured_trace trace; // tracing must not get in the way of any name
+    trace_enabled = 1; // which must not get in the way of any name
+    testing::internal::CaptureStderr();
     EXPECT_EQ(outline(*partition.loaded("")), first + wait + second);
     EXPECT_EQ(full_path(*partition.row("two\nlines")), partition.files.path() / "two\nlines");
     EXPECT_EQ(partition.row("back\\slash")->size, 10U);
     fs::remove(partition.files.path() / "z");
     EXPECT_EQ(outline(*partition.loaded("b")), "");
     EXPECT_EQ(outline(*partition.loaded("")), first + second);
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    trace_enabled = 0;
 }
 
 TEST(loading, keeps_to_the_length_that_the_board_can_read)

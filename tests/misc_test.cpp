@@ -4,46 +4,31 @@
 #include "support.h"
 
 #include <cstdlib>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 
-namespace {
-
 // A machine with one disk and one partition. Nothing is really mounted, so the template directory and the
 // partition's mount directory lie on the same device, that of /tmp.
-struct app_init_test : testing::Test {
-    void make_disk(const std::string &make_file_system)
-    {
-        scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
-        scratch.write("sys/block/sda/removable", "0\n");
-        run_tool("cd " + scratch.write("dev/sda", "").parent_path().string() + " && truncate -s 8M sda && " +
-                 "echo '2048,,83' | sfdisk -q sda && " + make_file_system + " sda 7168");
-    }
-
-    int start(const std::string &template_directory)
-    {
+TEST(app_init, names_the_template_directory_as_the_firmware_does)
+{
+    const scratch_directory scratch;
+    const replaced_host host(scratch.path());
+    const recorded_commands shell;
+    app record;
+    const auto start = [&record](const std::string &template_directory) {
         setenv("PELVADB", template_directory.c_str(), 1);
         const int result = app_init(&record);
         if (!record.tmpdir.empty())
             fs::remove_all(record.tmpdir);
         EXPECT_EQ(std::getenv("PELVA_PATH"), template_directory);
         return result;
-    }
-
-    scratch_directory scratch;
-    replaced_host host{scratch.path()};
-    recorded_commands shell;
-    const std::string here = scratch.path().string();
-    app record;
-};
-
-} // namespace
-
-TEST_F(app_init_test, names_the_template_directory_as_the_firmware_does)
-{
-    const std::string directory = scratch.write("boot/pelva/file", "").parent_path();
+    };
+    scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
+    scratch.write("sys/block/sda/removable", "0\n");
+    const std::string here = scratch.path().string(), image = scratch.write("dev/sda", ""),
+                      directory = scratch.write("boot/pelva/file", "").parent_path();
     const std::tuple<std::string, std::string, std::string, char> samples[] = {
         {"ext4 -q -F -E offset=1048576", "/", directory, '/'},
         {"ext4 -q -F -E offset=1048576", here + "/boot", "/pelva", '/'},
@@ -53,7 +38,8 @@ TEST_F(app_init_test, names_the_template_directory_as_the_firmware_does)
     setenv("ENABLE_REMOVABLE", "", 1);
     for (const auto &[file_system, mount_directory, short_path, separator] : samples) {
         record = app();
-        make_disk("mkfs." + file_system);
+        run_tool("truncate -s 8M " + image + " && echo '2048,,83' | sfdisk -q " + image + " && mkfs." +
+                 file_system + " " + image + " 7168");
         scratch.write("proc/mounts", "/dev/sda1 " + mount_directory + " auto rw 0 0\n");
         ASSERT_EQ(start(directory), 0);
         EXPECT_EQ(record.short_path, short_path);
@@ -61,7 +47,7 @@ TEST_F(app_init_test, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
         EXPECT_EQ(record.use_removable, 1) << "set, though empty";
     }
-    EXPECT_THAT(shell.commands.front(), testing::StartsWith("umount /tmp/tarnel")) << "leftovers go first";
+    EXPECT_TRUE(shell.commands.front().starts_with("umount /tmp/tarnel")) << "leftovers go first";
 
     setenv("ENABLE_REMOVABLE", "0", 1);
     EXPECT_EQ(start(here + "/a/b"), 1) << "two levels are missing";

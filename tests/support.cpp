@@ -2,12 +2,10 @@
 
 #include "common/host.h"
 #include "common/owned.h"
-#include "trace_log.h"
 
 #include <array>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 
 scratch_directory::scratch_directory()
 {
@@ -50,28 +48,6 @@ recorded_commands::recorded_commands()
 recorded_commands::~recorded_commands()
 {
     set_command_runner(nullptr);
-}
-
-captured_trace::captured_trace()
-{
-    trace_enabled = 1;
-    testing::internal::CaptureStderr();
-}
-
-captured_trace::~captured_trace()
-{
-    messages();
-}
-
-std::string captured_trace::messages()
-{
-    if (!captured_)
-        return "";
-    captured_ = false;
-    trace_enabled = 0;
-    std::fflush(stderr);
-    return std::regex_replace(testing::internal::GetCapturedStderr(), std::regex(R"(\[src/\S+ \d+ \w+\] )"),
-                              "");
 }
 
 std::string le32_bytes(std::uint32_t value)

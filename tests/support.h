@@ -1,4 +1,4 @@
-// What several tests share: scratch directories, a replaced machine, captured commands and trace lines.
+// What several tests share: scratch directories, a replaced machine, captured commands.
 #pragma once
 
 #include <cstdint>
@@ -43,19 +43,6 @@ public:
 
     std::vector<std::string> commands;
     std::function<int(const std::string &)> status;
-};
-
-// While it lives, tracing is on and standard error is captured.
-class captured_trace : not_copied {
-public:
-    captured_trace();
-    ~captured_trace();
-
-    // What was written so far, without the "[module line function] " prefixes; ends the capture.
-    std::string messages();
-
-private:
-    bool captured_ = true;
 };
 
 // Four bytes as they lie on a disk.

@@ -130,10 +130,7 @@ TEST(template_pair, what_lies_in_the_way_is_not_followed)
     EXPECT_EQ(status_of(nam).st_mode, static_cast<mode_t>(S_IFREG | 0640));
 
     fs::create_directory(scratch.path() / "bootfile.chk.new");
-    captured_trace trace;
     EXPECT_FALSE(save(scratch.path()));
-    EXPECT_NE(trace.messages().find("writing: " + scratch.path().string() + "/bootfile.chk\n"),
-              std::string::npos);
     EXPECT_EQ(read_pair(scratch.path()), new_pair);
 }
 
