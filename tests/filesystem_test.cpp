@@ -32,6 +32,15 @@ TEST(filesystem, a_linked_directory_anywhere_on_the_path_is_found)
     EXPECT_EQ(check_symlink(root / "link/deep/file"), 0);
 }
 
+TEST(filesystem, small_helpers)
+{
+    EXPECT_EQ(is_symlink("x", S_IFLNK | 0777) + is_directory("x", S_IFDIR) + is_regular("x", S_IFREG), 0);
+    EXPECT_EQ(is_symlink("x", S_IFSOCK) + is_directory("x", S_IFBLK) + is_regular("x", S_IFSOCK), 3);
+    EXPECT_EQ(static_sprintf("%s!", std::string(2000, 'x').c_str()), std::string(1023, 'x'));
+    EXPECT_EQ(has_prefix("/boot/pelva", "/bo") + has_prefix("/boot", "/boot") + has_prefix("", ""), 3);
+    EXPECT_EQ(has_prefix("/boot", "/boot/") + has_prefix("/boot", "/bot"), 0);
+}
+
 TEST(defaults, present_files_in_table_order_without_linked_directories)
 {
     const scratch_directory scratch;

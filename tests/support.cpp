@@ -6,6 +6,8 @@
 #include <array>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 
 scratch_directory::scratch_directory()
 {
@@ -48,6 +50,21 @@ recorded_commands::recorded_commands()
 recorded_commands::~recorded_commands()
 {
     set_command_runner(nullptr);
+}
+
+bool keep_mounts_private()
+{
+    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+private_tmp::private_tmp() : works(keep_mounts_private() && mount("tarnel", "/tmp", "tmpfs", 0, nullptr) == 0)
+{
+}
+
+private_tmp::~private_tmp()
+{
+    if (works)
+        umount("/tmp");
 }
 
 std::string le32_bytes(std::uint32_t value)

@@ -45,6 +45,17 @@ public:
     std::function<int(const std::string &)> status;
 };
 
+// Whether what this process mounts from now on stays its own affair.
+bool keep_mounts_private();
+
+// While it lives, this process has an empty /tmp of its own: the program's directories there have names that
+// go by the second, which tests that run at the same time would take from each other.
+struct private_tmp : not_copied {
+    private_tmp();
+    ~private_tmp();
+    const bool works;
+};
+
 // Four bytes as they lie on a disk.
 std::string le32_bytes(std::uint32_t value);
 
