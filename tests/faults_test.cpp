@@ -13,11 +13,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <span>
-#include <sstream>
-#include <sys/mman.h>
 
 namespace {
 

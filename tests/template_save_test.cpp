@@ -142,8 +142,8 @@ TEST_F(saving, commands_do_something_only_on_yes)
     app->disks.back().parts.front().sect_before = 0xFE030201;
     GtkTreeStore *sectors = disk_create_model();
     fill_tree(app, sectors);
-    const owned_object<GtkWidget> view(static_cast<GtkWidget *>(
-        g_object_ref_sink(gtk_tree_view_new_with_model(GTK_TREE_MODEL(sectors)))));
+    const owned_object<GtkWidget> view(
+        static_cast<GtkWidget *>(g_object_ref_sink(gtk_tree_view_new_with_model(GTK_TREE_MODEL(sectors)))));
     app->diskbrowser = view.get();
     mark_files({"a", "dir/b"});
     for (const auto &[handler, question, files, before, after, saves] : commands) {
@@ -163,7 +163,7 @@ TEST_F(saving, commands_do_something_only_on_yes)
         saved("bootsect"),
         pair_of(1, "C:/boot/pelva/bootsect.nam",
                 {{'\x80', 0, 0, 0, 0}, {'\x80', 0, 0, 0, 0}, {'\x81', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"}));
-    gtk_widget_destroy(std::exchange(app->diskbrowser, nullptr));
+    app->diskbrowser = nullptr;
     g_object_unref(sectors);
 }
 
