@@ -22,7 +22,7 @@ void fill_directory(const scratch_directory &files)
     for (const char *name : {"b", "A", ".d", "c\xff"})
         fs::create_directory(files.path() / name);
     for (const char *name : {"z", "B", ".f", "two\nlines", "\xd0\xaf", "\xff\xfe", "back\\slash",
-                             "\x01\x1b[31m\t", "\xd7\x90\xd7\x91\xe2\x80\xae txt"})
+                             "\x01\x1b[31m\t", "\xd7\x90\xd7\x91\xe2\x80\xae txt\xe2\x80\xac"})
         files.write(name, name);
     fs::create_directory_symlink("b", files.path() / "link-to-directory");
     fs::create_symlink("z", files.path() / "link-to-file");
@@ -36,10 +36,11 @@ TEST(loading, shows_directories_and_regular_files_in_order_once)
     NEED_FILE_SYSTEM(partition);
     fill_directory(partition.files);
     EXPECT_EQ(outline(*file_store_top(partition.store)), "/dev/sda1" + wait);
-    const std::string first = ".d" + wait + " A" + wait + " b",
-                      second =
-                          " c\xff" + wait + " \x01\x1b[31m\t" +
-                          " .f B back\\slash two\nlines z \xd0\xaf \xd7\x90\xd7\x91\xe2\x80\xae txt \xff\xfe";
+    const std::string
+        first = ".d" + wait + " A" + wait + " b",
+        second =
+            " c\xff" + wait + " \x01\x1b[31m\t" +
+            " .f B back\\slash two\nlines z \xd0\xaf \xd7\x90\xd7\x91\xe2\x80\xae txt\xe2\x80\xac \xff\xfe";
     trace_enabled = 1; // which must not get in the way of any name
     testing::internal::CaptureStderr();
     EXPECT_EQ(outline(*partition.loaded("")), first + wait + second);
@@ -55,14 +56,17 @@ TEST(loading, shows_directories_and_regular_files_in_order_once)
 TEST(loading, keeps_to_the_length_that_the_board_can_read)
 {
     const std::string deep(100, 'd'), at_limit(253 - 102, 'f'), over(254 - 102, 'g'), longest(255, 'h');
+    const std::string files[] = {deep + "/" + at_limit, deep + "/" + over, longest + "/x"};
+    const std::string both = at_limit + " " + over;
     for (const bool mounted : {false, true}) { // the path counts from the deepest mount
         browsed_partition partition;
         NEED_FILE_SYSTEM(partition);
-        for (const std::string &name : {deep + "/" + at_limit, deep + "/" + over, longest + "/x"})
+        for (const std::string &name : files)
             partition.files.write(name, "");
         if (mounted)
-            partition.mount("/dev/sda1 " + (partition.files.path() / deep).string() + " ext4 rw 0 0\n");
-        EXPECT_EQ(outline(*partition.loaded(deep)), mounted ? at_limit + " " + over : at_limit);
+            partition.mount(std::string("/dev/sda1 ").append(partition.files.path() / deep) +=
+                            " ext4 rw 0 0\n");
+        EXPECT_EQ(outline(*partition.loaded(deep)), mounted ? both : at_limit);
         EXPECT_EQ(outline(*partition.loaded(longest)), "");
     }
 }
@@ -157,7 +161,8 @@ TEST(texts, are_joined_and_shown_on_one_line)
     for (const auto &[directory, path] :
          {std::pair("/", "/x"), {"//boot", "/boot/x"}, {"/boot///", "/boot/x"}, {"/a//b", "/a//b/x"}})
         EXPECT_EQ(build_path(directory, "x"), path);
-    EXPECT_EQ(display_text("plain \xd0\xaf \xe2\x80\xae"), "plain \xd0\xaf \xe2\x80\xae");
+    EXPECT_EQ(display_text("plain \xd0\xaf \xe2\x80\xae \xe2\x80\xac"),
+              "plain \xd0\xaf \xe2\x80\xae \xe2\x80\xac");
     EXPECT_EQ(display_text("a\nb\x01\x7f\xff\xd0x\xed\xa0\x80"),
               "a\u240Ab\u2401\u2421\uFFFD\uFFFDx\uFFFD\uFFFD\uFFFD");
 }
@@ -194,7 +199,8 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
 bool operate(struct app &app, int milliseconds)
 {
     bool seen = false;
-    for (const gint64 end = g_get_monotonic_time() + milliseconds * 1000; g_get_monotonic_time() < end;) {
+    for (const gint64 end = g_get_monotonic_time() + gint64{1000} * milliseconds;
+         g_get_monotonic_time() < end;) {
         progress_run_main_loop(&app);
         seen = seen || gtk_widget_get_visible(app.progress_window);
         g_usleep(1000);

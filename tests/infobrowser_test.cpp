@@ -21,16 +21,16 @@ TEST(infobrowser, shows_versions_and_where_the_templates_lie)
     const struct {
         std::string source;         // of the board's library; empty when it is no library
         const char *status;         // its answer to the version query
-        int card;                   // what is made of it: 0 when there is a board
         std::string firmware, path; // shown, and of the templates, five characters of it the mount directory
-        char separator;
         std::string shown_paths;
+        int card; // what is made of it: 0 when there is a board
+        char separator;
     } cases[] = {
-        {"", "0", -1, none, "/mnt0/pelva/cfg", '\\', "/mnt0/pelva/cfg\n BIOS pelva: D:\\pelva\\cfg"},
-        {version, "0", -1, none, "/boot", '/', "/boot\n BIOS pelva: D:"},
-        {card + version, "1", 0, none, "/boot", '\\', "/boot\n BIOS pelva: D:"},
-        {card + version, "0", 0, "BIOS board version: 3.255.4660", "/boot/\xFFpelva", '/',
-         "/boot/\uFFFDpelva\n BIOS pelva: D:/\uFFFDpelva"},
+        {"", "0", none, "/mnt0/pelva/cfg", "/mnt0/pelva/cfg\n BIOS pelva: D:\\pelva\\cfg", -1, '\\'},
+        {version, "0", none, "/boot", "/boot\n BIOS pelva: D:", -1, '/'},
+        {card + version, "1", none, "/boot", "/boot\n BIOS pelva: D:", 0, '\\'},
+        {card + version, "0", "BIOS board version: 3.255.4660", "/boot/\xFFpelva",
+         "/boot/\uFFFDpelva\n BIOS pelva: D:/\uFFFDpelva", 0, '/'},
     };
     for (const auto &c : cases) {
         const scratch_directory root;

@@ -62,7 +62,7 @@ TEST(marks, stay_true_on_any_sequence)
         const auto &siblings = file->parent->children;
         file_node *directory = directories[random() % directories.size()];
         const bool was_marked = directory->marked;
-        const int value = random() % 2;
+        const int value = static_cast<int>(random() % 2);
         switch (random() % 5) {
         case 0:
             EXPECT_EQ(toggle_iter(&app, store, file), file->marked);

@@ -27,19 +27,19 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     };
     scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
     scratch.write("sys/block/sda/removable", "0\n");
-    const std::string here = scratch.path().string(), image = scratch.write("dev/sda", ""),
+    setenv("IMAGE", scratch.write("dev/sda", "").c_str(), 1);
+    const std::string here = scratch.path().string(),
                       directory = scratch.write("boot/pelva/file", "").parent_path();
     const std::tuple<std::string, std::string, std::string, char> samples[] = {
-        {"ext4 -q -F -E offset=1048576", "/", directory, '/'},
-        {"ext4 -q -F -E offset=1048576", here + "/boot", "/pelva", '/'},
-        {"fat -F 16 -s 1 --offset 2048", directory, "", '\\'},
-        {"fat -F 16 -s 1 --offset 2048", here + "/bo", "ot/pelva", '\\'},
+        {"ext4 -q -F -E offset=1048576 $IMAGE 7168", "/", directory, '/'},
+        {"ext4 -q -F -E offset=1048576 $IMAGE 7168", here + "/boot", "/pelva", '/'},
+        {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", directory, "", '\\'},
+        {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", here + "/bo", "ot/pelva", '\\'},
     };
     setenv("ENABLE_REMOVABLE", "", 1);
     for (const auto &[file_system, mount_directory, short_path, separator] : samples) {
         record = app();
-        run_tool("truncate -s 8M " + image + " && echo '2048,,83' | sfdisk -q " + image + " && mkfs." +
-                 file_system + " " + image + " 7168");
+        run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/mounts", "/dev/sda1 " + mount_directory + " auto rw 0 0\n");
         ASSERT_EQ(start(directory), 0);
         EXPECT_EQ(record.short_path, short_path);

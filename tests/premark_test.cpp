@@ -66,7 +66,8 @@ TEST(premarking, takes_what_a_damaged_pair_still_gives)
     NEED_FILE_SYSTEM(partition);
     for (const char *file : {"1", "2", "3"})
         partition.files.write(file, "");
-    const auto &[nam, chk] = pair_of(2, "", {"C:/1", "C:/2", "C:/3"});
+    const pair_bytes whole = pair_of(2, "", {"C:/1", "C:/2", "C:/3"});
+    const std::string &nam = whole.nam, &chk = whole.chk;
     const auto claiming = [&nam](const std::string &count) {
         return std::string(nam).replace(0x110, 4, count);
     };
@@ -101,10 +102,12 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
         NEED_FILE_SYSTEM(partition);
         partition.files.write("Long directory/\xd0\x96 file.text", "");
         partition.files.write("PLAIN.TXT", "");
-        const std::string image = partition.host.write("dev/sda1", "");
-        run_tool("cd " + partition.files.path().string() + " && truncate -s 64M " + image +
-                 " && mkfs.fat -F " + kind + " " + image + " && LC_ALL=C.UTF-8 mcopy -si " + image +
-                 " * ::/");
+        fs::current_path(partition.files.path());
+        setenv("IMAGE", partition.host.write("dev/sda1", "").c_str(), 1);
+        setenv("KIND", kind.c_str(), 1);
+        run_tool(
+            "truncate -s 64M $IMAGE && mkfs.fat -F $KIND $IMAGE && LC_ALL=C.UTF-8 mcopy -si $IMAGE * ::/");
+        fs::current_path("/");
         EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT"}), 0);
         EXPECT_EQ(marked(partition, *partition.root()), "/Long directory/\xd0\x96 file.text /PLAIN.TXT ");
         EXPECT_EQ(partition.app.missing_files, std::list<std::string>{partition.files.path() / "LOST.TXT"});

@@ -23,7 +23,7 @@ scratch_directory::~scratch_directory()
 
 std::filesystem::path scratch_directory::write(const std::string &name, std::string_view content) const
 {
-    const std::filesystem::path file = path_ / name;
+    std::filesystem::path file = path_ / name;
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << content;
     return file;

@@ -67,10 +67,11 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
         use_partition(fs_type);
         NEED_FILE_SYSTEM(*partition);
         mark_files(names);
-        const std::string image = partition->host.write("dev/sda1", ""),
-                          dir = partition->files.path() / "Dir";
-        run_tool("cd " + dir + "; truncate -s 16M " + image + "; mkfs.fat -F 16 " + image + "; mmd -i " +
-                 image + " ::/Dir; mcopy -i " + image + " 'Long name.txt' plain.txt ::/Dir");
+        std::filesystem::current_path(partition->files.path() / "Dir");
+        setenv("IMAGE", partition->host.write("dev/sda1", "").c_str(), 1);
+        run_tool("truncate -s 16M $IMAGE; mkfs.fat -F 16 $IMAGE; mmd -i $IMAGE ::/Dir;"
+                 "mcopy -i $IMAGE 'Long name.txt' plain.txt ::/Dir");
+        std::filesystem::current_path("/");
         save_file_template(app, partition->store);
         EXPECT_EQ(saved(), file_pair(records)) << fs_type;
         EXPECT_TRUE(files_changed == 0 && app->total_files_selected == 4) << fs_type;
