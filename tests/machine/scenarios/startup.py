@@ -134,7 +134,9 @@ def damaged_windows():
     for name, message in (("", "Cannot load glade file, aborting"), ("window", "Cannot load glade file, aborting"),
                           ("progressbar", "Cannot find progress widget, aborting"), ("filebrowser", browser),
                           ("diskbrowser", "Cannot initialize disk browser, aborting"),
-                          ("sector_report", "Cannot initialize report browser, aborting")):
+                          ("total_sectors_selected", "Cannot initialize disk browser, aborting"),
+                          ("sector_report", "Cannot initialize report browser, aborting"),
+                          ("report_save_button", "Cannot initialize report browser, aborting")):
         with damaged_glade(name), only_disks("sdb", "md0"):
             check_ended(1, browser + "\n" if message == browser else "", None)
         check(message in Tool.running.trace(), f'"{name}": not traced')
