@@ -45,6 +45,8 @@ GtkWidget *make_chooser(const struct app &app)
     gtk_file_filter_add_pattern(all, "*");
     gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(chooser), all);
 
+    // Without a folder the save button would do nothing until one is picked.
+    gtk_file_chooser_set_current_folder(GTK_FILE_CHOOSER(chooser), g_get_home_dir());
     gtk_file_chooser_set_current_name(GTK_FILE_CHOOSER(chooser), _("report.rtf"));
     return chooser;
 }
