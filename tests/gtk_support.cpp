@@ -95,9 +95,9 @@ gboolean answered_dialogs::look(gpointer data)
         self->choose(GTK_FILE_CHOOSER(dialog));
         return TRUE;
     }
-    if (self->chooser_ == chooser_state::accepted) { // a question about the chosen name
+    if (self->name_accepted_) { // a question about the chosen name
         self->file_names.erase(self->file_names.begin());
-        self->chooser_ = chooser_state::untouched;
+        self->name_accepted_ = false;
     }
     seen_dialog record = {gtk_window_get_title(GTK_WINDOW(dialog)), "", {}, 0, 0};
     collect(gtk_dialog_get_content_area(GTK_DIALOG(dialog)), &record);
@@ -115,19 +115,22 @@ gboolean answered_dialogs::look(gpointer data)
     return TRUE;
 }
 
-// The chooser looks at folders in the background, so it takes a name and a click in steps.
+// The chooser looks at folders in the background, and one that it began with may come in last: it is told
+// again until it has the name.
 void answered_dialogs::choose(GtkFileChooser *chooser)
 {
+    constexpr unsigned looks_until_told_again = 30;
     const std::string &name = file_names.front();
     const auto slash = name.rfind('/');
     gchar *taken = gtk_file_chooser_get_filename(chooser);
-    if (chooser_ == chooser_state::untouched) {
+    if (name_accepted_)
+        chooser_looks_ = 0;
+    else if (taken && name == taken) {
+        gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_ACCEPT);
+        name_accepted_ = true;
+    } else if (chooser_looks_++ % looks_until_told_again == 0) {
         gtk_file_chooser_set_current_folder(chooser, name.substr(0, slash).c_str());
         gtk_file_chooser_set_current_name(chooser, name.substr(slash + 1).c_str());
-        chooser_ = chooser_state::named;
-    } else if (chooser_ == chooser_state::named && taken && name == taken) {
-        gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_ACCEPT);
-        chooser_ = chooser_state::accepted;
     }
     g_free(taken);
 }

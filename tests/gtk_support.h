@@ -52,6 +52,7 @@ private:
     static gboolean look(gpointer self);
     void choose(GtkFileChooser *chooser);
     std::vector<int> responses_;
-    enum class chooser_state { untouched, named, accepted } chooser_ = chooser_state::untouched;
+    unsigned chooser_looks_ = 0;
+    bool name_accepted_ = false;
     guint timer_;
 };
