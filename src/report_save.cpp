@@ -83,6 +83,21 @@ bool accept_name(const struct app &app, const std::string &path)
     return true;
 }
 
+// GTK's chooser looks at folders in the background and does not survive its end in the middle of that, so it
+// goes when it has had the time to finish.
+void close_chooser(GtkWidget *chooser)
+{
+    constexpr guint seconds = 10;
+    gtk_widget_hide(chooser);
+    g_timeout_add_seconds(
+        seconds,
+        [](gpointer hidden) -> gboolean {
+            gtk_widget_destroy(GTK_WIDGET(hidden));
+            return FALSE;
+        },
+        chooser);
+}
+
 // Nothing when the user gives up.
 std::optional<std::string> choose_name(const struct app &app)
 {
@@ -99,7 +114,7 @@ std::optional<std::string> choose_name(const struct app &app)
         else if (accept_name(app, path.get()))
             accepted = path.get();
     }
-    gtk_widget_destroy(chooser);
+    close_chooser(chooser);
     return accepted;
 }
 
