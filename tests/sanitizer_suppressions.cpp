@@ -14,7 +14,7 @@ const char *__asan_default_suppressions()
 
 const char *__lsan_default_suppressions()
 {
-    return "leak:libfontconfig.so\n"         // its patterns live until the process ends
-           "leak:gtk_icon_info_load_icon\n"; // the name of an icon of the theme
+    // Its font patterns live until the process ends.
+    return "leak:libfontconfig.so\n";
 }
 }
