@@ -1,10 +1,9 @@
-// The application record: the state of the running program. There is one, in main.cpp; everything else is
-// handed a pointer to it. It owns its strings, disks, mount entries and icons; widgets belong to the window
-// description.
+// The application record: the state of the running program. There is one, in main.cpp; the windows are handed
+// a pointer to it, and everything below them one to the environment in it. It owns its strings and icons;
+// widgets belong to the window description.
 #pragma once
 
-#include "common/disk.h"
-#include "common/mount.h"
+#include "common/environment.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -21,7 +20,7 @@ extern std::int32_t sectors_changed;
 
 constexpr std::size_t path_buf_size = 1024;
 
-struct app {
+struct app : environment {
     GladeXML *xml = nullptr;
     GtkWidget *window = nullptr; // parent of the dialogs
     GtkWidget *report = nullptr;
@@ -30,16 +29,6 @@ struct app {
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
     std::list<std::string> missing_files; // files of the saved template that were not found, newest first
-    std::list<disk> disks;                // in the firmware's disk order
-    std::string tmpdir;                   // temporary mount directory of this run, "/tmp/tarnel%d"
-    std::string pelva_db_path;            // template directory as a Linux path
-    std::list<mount_entry> mounts;        // in the order they were made
-    std::uint64_t pelva_db_dev = 0;       // st_dev of the template directory
-    mount_entry *pelva_db_mt = nullptr;   // the entry in `mounts` that holds the template directory
-    std::string pelva_db_mountpoint;      // mount directory under which the template directory lies
-    const char *short_path = nullptr;     // inside pelva_db_path: the path from its partition's root
-    char separator = 0;                   // of the firmware's paths on that partition: '/' or '\'
-    std::int32_t use_removable = 0;
 
     GdkPixbuf *folder_normal = nullptr; // one reference each, null when the image could not be loaded
     GdkPixbuf *folder_marked = nullptr;

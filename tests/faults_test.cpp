@@ -2,12 +2,11 @@
 // the truth or a declared failure, never half of it.
 #include "faults.h"
 
-#include "app.h"
 #include "common/disk.h"
+#include "common/environment.h"
 #include "common/fat.h"
 #include "common/file_format.h"
 #include "common/gpt.h"
-#include "common/mount.h"
 #include "support.h"
 #include "template_bytes.h"
 
@@ -137,7 +136,7 @@ TEST_F(faulty_machine, what_was_mounted_is_unmounted)
     if (!own.works)
         GTEST_SKIP() << "needs the right to mount in a namespace of its own";
     const auto mount_and_unmount = [] {
-        struct app record;
+        environment record;
         record.disks.emplace_back().name = "sda";
         for (int index : {1, 2, 3}) {
             part &p = record.disks.front().parts.emplace_back();

@@ -1,6 +1,6 @@
 #include "common/misc.h"
 
-#include "app.h"
+#include "common/environment.h"
 #include "support.h"
 
 #include <cstdlib>
@@ -16,7 +16,7 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
     const recorded_commands shell;
-    app record;
+    environment record;
     const auto start = [&record](const std::string &template_directory) {
         setenv("PELVADB", template_directory.c_str(), 1);
         const int result = app_init(&record);
@@ -38,7 +38,7 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     };
     setenv("ENABLE_REMOVABLE", "", 1);
     for (const auto &[file_system, mount_directory, short_path, separator] : samples) {
-        record = app();
+        record = environment();
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/mounts", "/dev/sda1 " + mount_directory + " auto rw 0 0\n");
         ASSERT_EQ(start(directory), 0);
@@ -56,6 +56,6 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     EXPECT_EQ(start("relative"), 1) << "on no mount point";
     EXPECT_EQ(fs::status("relative").permissions(), fs::perms(0644)) << "made where it was missing";
     scratch.write("proc/partitions", "");
-    record = app();
+    record = environment();
     EXPECT_EQ(start(directory), 1) << "no disk";
 }

@@ -1,6 +1,6 @@
 #include "common/mount.h"
 
-#include "app.h"
+#include "common/environment.h"
 #include "common/mktmpdir.h"
 #include "support.h"
 
@@ -103,13 +103,13 @@ TEST(mount, a_taken_temporary_directory_is_never_used)
         const std::string taken = tmpdir_name();
         EXPECT_EQ(i % 2 ? symlink("/", taken.c_str()) : mkdir(taken.c_str(), 0700), 0);
     }
-    app record;
+    environment record;
     EXPECT_EQ(mount_partitions(&record), -1);
 }
 
 TEST(mount, mounts_lists_and_undoes)
 {
-    app record;
+    environment record;
     record.pelva_db_dev = device_of("/tmp");
     // Disk, partition number, file system, mount point.
     std::istringstream rows(

@@ -1,6 +1,6 @@
 #include "common/mount.h"
 
-#include "app.h"
+#include "common/environment.h"
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/mktmpdir.h"
@@ -117,11 +117,11 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
 }
 
 // Appends the mounted partition to `mounts` and recognises the one that holds the template directory.
-void list_partition(app *app, disk &d, part &p, bool mounted)
+void list_partition(environment *env, disk &d, part &p, bool mounted)
 {
     const std::string &directory = *p.mount_point;
     trace_log("Mounted /dev/%s%d to %s", p.device.c_str(), p.index, directory.c_str());
-    mount_entry &entry = app->mounts.emplace_back();
+    mount_entry &entry = env->mounts.emplace_back();
     entry.disk = &d;
     entry.partition = &p;
     entry.mountpoint = directory;
@@ -134,13 +134,13 @@ void list_partition(app *app, disk &d, part &p, bool mounted)
         return;
     }
     entry.dev = status.st_dev;
-    if (entry.dev == app->pelva_db_dev) {
+    if (entry.dev == env->pelva_db_dev) {
         trace_log("Pelva database detected at /dev/%s%d", p.device.c_str(), p.index);
-        app->pelva_db_mt = &entry;
+        env->pelva_db_mt = &entry;
     }
 }
 
-void use_partition(app *app, disk &d, part &p)
+void use_partition(environment *env, disk &d, part &p)
 {
     trace_log("Processing partition: /dev/%s%d", p.device.c_str(), p.index);
     if (p.lvm) {
@@ -156,8 +156,8 @@ void use_partition(app *app, disk &d, part &p)
     if (found_mounted)
         trace_log("Partition /dev/%s%d have mount point: %s", p.device.c_str(), p.index,
                   p.mount_point->c_str());
-    if (found_mounted || mount_below(app->tmpdir, d, p))
-        list_partition(app, d, p, !found_mounted);
+    if (found_mounted || mount_below(env->tmpdir, d, p))
+        list_partition(env, d, p, !found_mounted);
 }
 
 void remove_directory(const std::string &directory)
@@ -181,7 +181,7 @@ void umount_rm_tmpdir()
     }
 }
 
-int mount_partitions(app *app)
+int mount_partitions(environment *env)
 {
     trace_log("* Enter");
     const std::optional<std::string> tmpdir = mktmpdir();
@@ -190,27 +190,27 @@ int mount_partitions(app *app)
         trace_log("* Failed");
         return -1;
     }
-    app->tmpdir = *tmpdir;
-    trace_log("Mounting devices to %s", app->tmpdir.c_str());
-    app->mounts.clear();
-    app->pelva_db_mt = nullptr;
-    for (disk &d : app->disks) {
+    env->tmpdir = *tmpdir;
+    trace_log("Mounting devices to %s", env->tmpdir.c_str());
+    env->mounts.clear();
+    env->pelva_db_mt = nullptr;
+    for (disk &d : env->disks) {
         trace_log("Processing disk: /dev/%s", d.name.c_str());
-        if (d.removable && !app->use_removable) {
+        if (d.removable && !env->use_removable) {
             trace_log("Warning /dev/%s (removable device)...", d.name.c_str());
             continue;
         }
         for (part &p : d.parts)
-            use_partition(app, d, p);
+            use_partition(env, d, p);
     }
     trace_log("* Success");
     return 0;
 }
 
-void umount_partitions(app *app)
+void umount_partitions(environment *env)
 {
     trace_log("Umounting devices");
-    for (const mount_entry &entry : app->mounts) {
+    for (const mount_entry &entry : env->mounts) {
         const std::string &directory = entry.mountpoint;
         if (entry.mounted != 1 || !has_prefix(directory, tmpdir_prefix))
             continue;
@@ -219,6 +219,6 @@ void umount_partitions(app *app)
             trace_log("Cannot umount %s", directory.c_str());
         remove_directory(directory);
     }
-    remove_directory(app->tmpdir);
-    app->tmpdir.clear();
+    remove_directory(env->tmpdir);
+    env->tmpdir.clear();
 }

@@ -18,7 +18,7 @@ struct mount_entry {
     std::int32_t mounted = 0; // 1 when this program mounted it and must unmount it at exit
 };
 
-struct app;
+struct environment;
 
 // Unmounts and removes what an earlier run left behind.
 void umount_rm_tmpdir();
@@ -26,7 +26,7 @@ void umount_rm_tmpdir();
 // Mounts every supported partition that is not mounted yet, lists the usable ones in `mounts` and recognises
 // the one that holds the template directory. Returns 0, or -1 when no temporary directory could be made.
 // A partition that cannot be mounted is no failure.
-[[nodiscard]] int mount_partitions(struct app *app);
+[[nodiscard]] int mount_partitions(environment *env);
 
 // Unmounts and removes what mount_partitions mounted, and the temporary directory.
-void umount_partitions(struct app *app);
+void umount_partitions(environment *env);
