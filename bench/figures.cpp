@@ -1,5 +1,5 @@
 // Prints the figures: one table, each row a ratio to an independent tool. Every job is a process; ours and
-// the other tool's run in turn, and medians count. To be started by bench/run, with the source directory.
+// the other tool's run in turn, and medians count. To be started by bench/run.
 #include "common/file_format.h"
 #include "common/owned.h"
 #include "fat_image.h"
@@ -284,7 +284,7 @@ std::ofstream file_of_machine(const char *name)
     return std::ofstream(scratch / name);
 }
 
-void make_machine(const fs::path &source)
+void make_machine()
 {
     fs::create_directories(scratch / "files");
     fs::create_directories(scratch / "dev");
@@ -296,7 +296,8 @@ void make_machine(const fs::path &source)
     file_of_machine("sys/block/sdb/removable") << "0\n";
     const fs::path share = scratch / "usr/share/gtk-tarnel";
     fs::create_directories(share);
-    fs::copy(source / "data/gtk-tarnel.glade", share);
+    for (const char *description : {"gtk-tarnel.glade", "gtk-tarnel.ui"})
+        fs::copy(programs / "../data" / description, share);
     fs::copy(programs / "../data/images", share / "images");
 }
 
@@ -325,10 +326,8 @@ void measure_start()
 
 } // namespace
 
-int main(int count, char **arguments)
+int main(int, char **arguments)
 {
-    if (count != 2)
-        give_up("usage: figures SOURCE_DIRECTORY");
     std::string name = "/var/tmp/gtk-tarnel-figures-XXXXXX";
     if (!mkdtemp(name.data()))
         give_up("cannot make a directory in /var/tmp");
@@ -338,7 +337,7 @@ int main(int count, char **arguments)
     std::puts("| Work | gtk-tarnel | Measured against | Ratio (least to most) | Ten times the work: ours; "
               "theirs |");
     std::puts("|---|---|---|---|---|");
-    make_machine(arguments[1]);
+    make_machine();
     measure_fat();
     measure_tables();
     measure_trees();

@@ -13,10 +13,10 @@
 #include "filebrowser.h"
 #include "main_window.h"
 #include "report.h"
+#include "window_description.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <glade/glade.h>
 #include <malloc.h>
 #include <string>
 #include <sys/resource.h>
@@ -60,11 +60,10 @@ void describe_partition(const std::string &directory)
 
 void show_window()
 {
-    the_app.xml =
-        glade_xml_new(host_path("/usr/share/gtk-tarnel/gtk-tarnel.glade").c_str(), nullptr, nullptr);
-    the_app.window = glade_xml_get_widget(the_app.xml, "window");
-    the_app.progress_window = glade_xml_get_widget(the_app.xml, "progress_window");
-    the_app.progressbar = glade_xml_get_widget(the_app.xml, "progressbar");
+    the_app.xml = load_window_description(host_path(window_description_file));
+    the_app.window = described_widget(the_app.xml, "window");
+    the_app.progress_window = described_widget(the_app.xml, "progress_window");
+    the_app.progressbar = described_widget(the_app.xml, "progressbar");
     if (!filebrowser_init(&the_app) || !diskbrowser_init(&the_app) || !report_init(&the_app))
         std::exit(1);
     gtk_widget_show(the_app.window);

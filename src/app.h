@@ -10,9 +10,10 @@
 #include <list>
 #include <string>
 
-typedef struct _GladeXML GladeXML;
 typedef struct _GtkWidget GtkWidget;
 typedef struct _GdkPixbuf GdkPixbuf;
+
+struct window_description;
 
 // 1 while the marks differ from the saved template.
 extern std::int32_t files_changed;
@@ -21,8 +22,8 @@ extern std::int32_t sectors_changed;
 constexpr std::size_t path_buf_size = 1024;
 
 struct app : environment {
-    GladeXML *xml = nullptr;
-    GtkWidget *window = nullptr; // parent of the dialogs
+    window_description *xml = nullptr; // the windows as loaded
+    GtkWidget *window = nullptr;       // parent of the dialogs
     GtkWidget *report = nullptr;
     GtkWidget *progress_window = nullptr;
     GtkWidget *progressbar = nullptr;

@@ -10,11 +10,11 @@
 #include "i18n.h"
 #include "progress.h"
 #include "trace_log.h"
+#include "window_description.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <glade/glade.h>
 #include <sys/stat.h>
 
 namespace {
@@ -130,7 +130,7 @@ void keep_widget(GtkWidget *&field, GtkWidget *widget)
 bool find_widgets(struct app *app)
 {
     for (const page_widget &widget : page_widgets) {
-        GtkWidget *found = glade_xml_get_widget(app->xml, widget.name);
+        GtkWidget *found = described_widget(app->xml, widget.name);
         if (!found) {
             trace_log("%s", widget.missing);
             return false;

@@ -7,8 +7,8 @@
 #include "i18n.h"
 #include "trace_log.h"
 #include "widgets.h"
+#include "window_description.h"
 
-#include <glade/glade.h>
 #include <gtk/gtk.h>
 
 namespace {
@@ -71,7 +71,7 @@ int infobrowser_init(struct app *app)
         return 1;
     set_label(label, version_text(present, version));
 
-    label = glade_xml_get_widget(app->xml, "path_pelva");
+    label = described_widget(app->xml, "path_pelva");
     if (!label) {
         trace_log("* Failed");
         return 1;

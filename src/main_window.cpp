@@ -11,16 +11,14 @@
 #include "infobrowser.h"
 #include "report.h"
 #include "trace_log.h"
+#include "window_description.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <glade/glade.h>
 #include <gtk/gtk.h>
 
 namespace {
-
-constexpr const char *glade_file = "/usr/share/gtk-tarnel//gtk-tarnel.glade";
 
 struct tree_icon {
     const char *file;
@@ -36,12 +34,7 @@ constexpr tree_icon tree_icons[] = {
     {"/usr/share/gtk-tarnel//images/disk_marked.png", &app::disk_marked},
 };
 
-struct handler {
-    const char *name;
-    GCallback function;
-};
-
-const handler handlers[] = {
+const window_handler handlers[] = {
     {"delete_event", G_CALLBACK(delete_event)},
     {"on_close", G_CALLBACK(on_close)},
     {"on_files_save_clicked", G_CALLBACK(on_files_save_clicked)},
@@ -69,25 +62,19 @@ void free_pixbufs(struct app *app)
     }
 }
 
-void connect_signals(struct app *app)
-{
-    for (const handler &h : handlers)
-        glade_xml_signal_connect_data(app->xml, h.name, h.function, app);
-}
-
 // Gives the named widgets that exist the width of the widest of them. `names` ends with a null.
-void equalize_widths(GladeXML *xml, const char *const *names)
+void equalize_widths(window_description *xml, const char *const *names)
 {
     gint widest = -1;
     for (const char *const *name = names; *name; ++name) {
-        if (GtkWidget *widget = glade_xml_get_widget(xml, *name)) {
+        if (GtkWidget *widget = described_widget(xml, *name)) {
             GtkAllocation allocation;
             gtk_widget_get_allocation(widget, &allocation);
             widest = std::max(widest, allocation.width);
         }
     }
     for (const char *const *name = names; *name; ++name) {
-        if (GtkWidget *widget = glade_xml_get_widget(xml, *name))
+        if (GtkWidget *widget = described_widget(xml, *name))
             gtk_widget_set_size_request(widget, widest, -1);
     }
 }
@@ -101,20 +88,20 @@ void equalize_widths(GladeXML *xml, const char *const *names)
 // Loads the description and everything of it that this module uses itself.
 bool load_windows(struct app *app)
 {
-    app->xml = glade_xml_new(host_path(glade_file).c_str(), nullptr, TEXT_DOMAIN);
+    app->xml = load_window_description(host_path(window_description_file));
     if (!app->xml) {
         trace_log("Cannot load glade file, aborting");
         return false;
     }
     load_pixbufs(app);
-    connect_signals(app);
-    app->progress_window = glade_xml_get_widget(app->xml, "progress_window");
-    app->progressbar = glade_xml_get_widget(app->xml, "progressbar");
+    connect_handlers(app->xml, handlers, app);
+    app->progress_window = described_widget(app->xml, "progress_window");
+    app->progressbar = described_widget(app->xml, "progressbar");
     if (!app->progress_window || !app->progressbar) {
         trace_log("Cannot find progress widget, aborting");
         return false;
     }
-    app->window = glade_xml_get_widget(app->xml, "window");
+    app->window = described_widget(app->xml, "window");
     static constexpr const char *pages[] = {"vbox_files", "vbox_sectors", "vbox_info", nullptr};
     equalize_widths(app->xml, pages);
     return true;

@@ -10,7 +10,6 @@
 #include "tree_walk.h"
 #include "widgets.h"
 
-#include <glade/glade.h>
 #include <gtk/gtk.h>
 #include <string>
 #include <utility>

@@ -1,12 +1,11 @@
 #include "widgets.h"
 
 #include "trace_log.h"
+#include "window_description.h"
 
-#include <glade/glade.h>
-
-GtkWidget *find_widget(GladeXML *xml, const char *name)
+GtkWidget *find_widget(window_description *description, const char *name)
 {
-    GtkWidget *widget = glade_xml_get_widget(xml, name);
+    GtkWidget *widget = described_widget(description, name);
     if (!widget) {
         trace_log("Cannot find '%s' widget", name);
         trace_log("* Failed");

@@ -50,11 +50,11 @@ TEST(defaults, present_files_in_table_order_without_linked_directories)
         GTEST_SKIP() << root << " is on a file system that the tool does not recognise";
 
     for (const char *file : {"usr/bin/pelva", "usr/lib/libpelva.so.1", "etc/pam.d/gtk-tarnel",
-                             "usr/share/gtk-tarnel/images/disk_marked.png", "etc/passwd"})
+                             "usr/share/gtk-tarnel/gtk-tarnel.ui", "etc/passwd"})
         scratch.write(file, "");
     fs::create_symlink("libpelva.so.1", root / "usr/lib/libpelva.so");
     fs::create_directory_symlink("lib", root / "usr/lib64");
     EXPECT_THAT(generate_defaults(),
-                ElementsAre("/usr/share/gtk-tarnel/images/disk_marked.png", "/etc/pam.d/gtk-tarnel",
+                ElementsAre("/usr/share/gtk-tarnel/gtk-tarnel.ui", "/etc/pam.d/gtk-tarnel",
                             "/usr/lib/libpelva.so", "/usr/bin/pelva"));
 }

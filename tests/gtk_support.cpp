@@ -15,7 +15,12 @@ void settle()
         gtk_main_iteration();
 }
 
-loaded_windows::loaded_windows() : xml(glade_xml_new(DATA_DIR "/gtk-tarnel.glade", nullptr, nullptr))
+std::string description_file()
+{
+    return DATA_DIR + std::filesystem::path(window_description_file).filename().string();
+}
+
+loaded_windows::loaded_windows() : xml(load_window_description(description_file()))
 {
     EXPECT_TRUE(xml);
 }
@@ -25,7 +30,7 @@ loaded_windows::~loaded_windows()
     for (const char *name : {"report", "progress_window", "window"})
         if (GtkWidget *window = widget(name))
             gtk_widget_destroy(window);
-    g_object_unref(xml);
+    release_window_description(xml);
 }
 
 std::string loaded_windows::label(const char *name) const

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "support.h"
+#include "window_description.h"
 
-#include <glade/glade.h>
 #include <gtk/gtk.h>
 #include <map>
 #include <string>
@@ -19,14 +19,17 @@ bool have_display();
 // Runs the main loop until nothing is waiting.
 void settle();
 
+// The description of the windows that was built for the loader of this test program.
+std::string description_file();
+
 // The program's windows as described, not shown; destroyed at the end of the scope.
 class loaded_windows : not_copied {
 public:
     loaded_windows();
     ~loaded_windows();
 
-    GladeXML *xml;
-    GtkWidget *widget(const char *name) const { return glade_xml_get_widget(xml, name); }
+    window_description *xml;
+    GtkWidget *widget(const char *name) const { return described_widget(xml, name); }
     std::string label(const char *name) const;
 };
 

@@ -10,14 +10,12 @@
 
 namespace {
 
-const std::string description = content_of(DATA_DIR "/gtk-tarnel.glade");
-
 TEST(main_window, asks_before_it_closes_over_unsaved_marks)
 {
     NEED_DISPLAY();
     const scratch_directory machine, templates;
     const replaced_host host(machine.path());
-    machine.write("usr/share/gtk-tarnel/gtk-tarnel.glade", description);
+    machine.write(window_description_file + 1, content_of(description_file()));
     machine.write("proc/mounts", "");
     struct app app;
     app.short_path = "/pelva";
@@ -59,9 +57,10 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     gtk_main();
 }
 
-TEST(main_window, fits_a_small_screen_with_texts_half_as_long_again)
+TEST(main_window, loads_whole_files_and_fits_a_small_screen_with_texts_half_as_long_again)
 {
     NEED_DISPLAY();
+    const std::string description = content_of(description_file());
     std::string longer;
     const std::regex translatable("translatable=\"yes\">([^<]*)<");
     std::size_t done = 0;
@@ -72,11 +71,14 @@ TEST(main_window, fits_a_small_screen_with_texts_half_as_long_again)
         done = stop;
     }
     longer += description.substr(done);
-    GladeXML *xml =
-        glade_xml_new_from_buffer(longer.c_str(), static_cast<int>(longer.size()), nullptr, nullptr);
+    const scratch_directory scratch;
+    EXPECT_FALSE(load_window_description(scratch.path() / "missing"));
+    EXPECT_FALSE(load_window_description(scratch.write("damaged", longer.substr(longer.size() / 2))));
+    EXPECT_FALSE(load_window_description(scratch.write("cut", longer.substr(0, longer.size() / 2))));
+    window_description *xml = load_window_description(scratch.write("longer", longer));
     ASSERT_NE(xml, nullptr);
     for (const char *name : {"window", "report", "progress_window"}) {
-        GtkWidget *window = glade_xml_get_widget(xml, name);
+        GtkWidget *window = described_widget(xml, name);
         gtk_widget_show(window);
         settle();
         GtkRequisition needed;
@@ -85,7 +87,7 @@ TEST(main_window, fits_a_small_screen_with_texts_half_as_long_again)
         EXPECT_LE(needed.height, 720) << name;
         gtk_widget_destroy(window);
     }
-    g_object_unref(xml);
+    release_window_description(xml);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "gtk_support.h"
 #include "progress.h"
 
-#include <glade/glade.h>
 #include <sys/stat.h>
 
 browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host.path())
@@ -34,7 +33,7 @@ browsed_partition::~browsed_partition()
     if (app.window) {
         gtk_widget_destroy(app.window);
         gtk_widget_destroy(app.progress_window);
-        g_object_unref(app.xml);
+        release_window_description(app.xml);
     }
     g_object_unref(store);
 }
@@ -64,10 +63,10 @@ file_node *browsed_partition::loaded(const std::string &path)
 
 void browsed_partition::show()
 {
-    app.xml = glade_xml_new(DATA_DIR "/gtk-tarnel.glade", nullptr, nullptr);
-    app.window = glade_xml_get_widget(app.xml, "window");
-    app.progress_window = glade_xml_get_widget(app.xml, "progress_window");
-    app.progressbar = glade_xml_get_widget(app.xml, "progressbar");
+    app.xml = load_window_description(description_file());
+    app.window = described_widget(app.xml, "window");
+    app.progress_window = described_widget(app.xml, "progress_window");
+    app.progressbar = described_widget(app.xml, "progressbar");
     if (!filebrowser_init(&app))
         std::abort();
     g_object_unref(store);

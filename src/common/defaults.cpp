@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::array<const char *, 26> default_files = {
+constexpr std::array<const char *, 27> default_files = {
     "/usr/share/application-registry/gtk-tarnel.applications",
     "/usr/share/locale/ru/LC_MESSAGES/gtk-tarnel.mo",
     "/usr/share/locale/ru/LC_MESSAGES/tarnel.mo",
@@ -20,6 +20,7 @@ constexpr std::array<const char *, 26> default_files = {
     "/usr/share/gtk-tarnel/images/file_normal.png",
     "/usr/share/applications/gtk-tarnel.desktop",
     "/usr/share/gtk-tarnel/gtk-tarnel.glade",
+    "/usr/share/gtk-tarnel/gtk-tarnel.ui", // in its place where there is no libglade
     "/usr/share/gtk-tarnel/gtk-tarnel.png",
     "/etc/security/console.apps/gtk-tarnel",
     "/usr/share/gtk-tarnel/quillon.png",
