@@ -2,6 +2,7 @@
 
 #include "app.h"
 #include "common/defaults.h"
+#include "common/process.h"
 #include "dialogs.h"
 #include "diskbrowser.h"
 #include "filebrowser.h"
@@ -28,6 +29,8 @@ void clear_files_below(struct app *app, file_store *store, const file_node &abov
 {
     progress_run_main_loop(app);
     for (const auto &row : above.children) {
+        if (ending())
+            return;
         mark_iter(app, store, row.get(), 0);
         if (row->is_dir() && !row->not_loaded)
             clear_files_below(app, store, *row);
@@ -101,6 +104,8 @@ void on_files_default_clicked(GtkWidget *, struct app *app)
     clear_file_marks(app);
     file_store *store = filebrowser_store(app);
     for (const std::string &path : generate_defaults()) {
+        if (ending())
+            return;
         trace_log("File: %s", path.c_str());
         file_node *row = nullptr;
         if (find_iter_for_file(app, store, path, &row) == 0) {

@@ -1,6 +1,7 @@
 #include "dialogs.h"
 
 #include "common/owned.h"
+#include "common/process.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -63,7 +64,7 @@ GtkWidget *make_message_label(const char *text)
 
 int run_and_destroy(GtkWidget *dialog)
 {
-    const int response = gtk_dialog_run(GTK_DIALOG(dialog));
+    const int response = run_dialog(dialog);
     gtk_widget_destroy(dialog);
     return response;
 }
@@ -117,6 +118,12 @@ GtkWidget *make_list_area(GtkWidget *detail)
 }
 
 } // namespace
+
+int run_dialog(GtkWidget *dialog)
+{
+    const int response = ending() ? GTK_RESPONSE_DELETE_EVENT : gtk_dialog_run(GTK_DIALOG(dialog));
+    return ending() ? GTK_RESPONSE_DELETE_EVENT : response;
+}
 
 void dialog_ok(GtkWidget *parent, const char *title, const char *format, ...)
 {

@@ -1,8 +1,12 @@
 // The four dialogs through which the program talks to the user. Modal over the parent; they return GTK's
-// response codes (Escape gives GTK_RESPONSE_DELETE_EVENT). Titles and texts come already translated.
+// response codes (Escape gives GTK_RESPONSE_DELETE_EVENT). Titles and texts come already translated. While
+// the process is ending nothing opens, and everything is answered as with Escape.
 #pragma once
 
 typedef struct _GtkWidget GtkWidget;
+
+// GTK's gtk_dialog_run for any dialog of the program.
+[[nodiscard]] int run_dialog(GtkWidget *dialog);
 
 void dialog_ok(GtkWidget *parent, const char *title, const char *format, ...)
     __attribute__((format(printf, 3, 4)));

@@ -80,8 +80,9 @@ static file_node *node_or_top(GtkTreeModel *model, GtkTreeIter *iter)
 }
 
 // Sets the iterator to the n-th child; FALSE, and an invalid iterator, when there is none.
-static gboolean set_child(GtkTreeModel *model, GtkTreeIter *iter, const file_node &parent, std::size_t n)
+static gboolean set_child(GtkTreeModel *model, GtkTreeIter *iter, file_node &parent, std::size_t n)
 {
+    parent.seen = true;
     if (n >= parent.children.size()) {
         *iter = GtkTreeIter{};
         return FALSE;
@@ -127,6 +128,8 @@ static GType get_column_type(GtkTreeModel *, gint column)
 static gboolean get_iter(GtkTreeModel *model, GtkTreeIter *iter, GtkTreePath *path)
 {
     file_node *row = file_store_row_at(FILE_STORE(model), path);
+    for (file_node *level = row ? row->parent : nullptr; level; level = level->parent)
+        level->seen = true;
     *iter = row ? make_iter(state_of(model), row) : GtkTreeIter{};
     return row != nullptr;
 }
@@ -204,7 +207,7 @@ static void get_value(GtkTreeModel *model, GtkTreeIter *iter, gint column, GValu
 
 static gboolean iter_next(GtkTreeModel *model, GtkTreeIter *iter)
 {
-    const file_node *row = file_store_row(iter);
+    file_node *row = file_store_row(iter);
     return set_child(model, iter, *row->parent, row->position + 1U);
 }
 
@@ -220,7 +223,9 @@ static gboolean iter_has_child(GtkTreeModel *, GtkTreeIter *iter)
 
 static gint iter_n_children(GtkTreeModel *model, GtkTreeIter *iter)
 {
-    return static_cast<gint>(node_or_top(model, iter)->children.size());
+    file_node *parent = node_or_top(model, iter);
+    parent->seen = true;
+    return static_cast<gint>(parent->children.size());
 }
 
 static gboolean iter_nth_child(GtkTreeModel *model, GtkTreeIter *iter, GtkTreeIter *parent, gint n)
@@ -233,20 +238,6 @@ static gboolean iter_parent(GtkTreeModel *model, GtkTreeIter *iter, GtkTreeIter 
     file_node *parent = file_store_row(child)->parent;
     *iter = parent->parent ? make_iter(state_of(model), parent) : GtkTreeIter{};
     return parent->parent != nullptr;
-}
-
-static void ref_node(GtkTreeModel *, GtkTreeIter *iter)
-{
-    file_node *row = file_store_row(iter);
-    row->references++;
-    row->parent->child_references++;
-}
-
-static void unref_node(GtkTreeModel *, GtkTreeIter *iter)
-{
-    file_node *row = file_store_row(iter);
-    row->references--;
-    row->parent->child_references--;
 }
 
 static void implement_model(gpointer interface, gpointer)
@@ -264,8 +255,6 @@ static void implement_model(gpointer interface, gpointer)
     model->iter_n_children = iter_n_children;
     model->iter_nth_child = iter_nth_child;
     model->iter_parent = iter_parent;
-    model->ref_node = ref_node;
-    model->unref_node = unref_node;
 }
 
 // --- What the program does ---
@@ -312,11 +301,11 @@ file_node *file_store_row_at(file_store *store, GtkTreePath *path)
     return row->parent ? row : nullptr;
 }
 
-// Whether somebody must hear of changes among the children of this node: a view that shows them refers to
-// them, and the partitions are always shown.
+// Whether somebody must hear of changes among the children of this node. Nobody can know of rows that nobody
+// has asked for; the partitions are known without asking.
 static bool is_watched(const file_node &parent)
 {
-    return parent.child_references > 0 || !parent.parent;
+    return parent.seen || !parent.parent;
 }
 
 static void tell_has_child(file_store *store, file_node *row)
@@ -349,7 +338,6 @@ void file_store_remove(file_store *store, file_node *row)
     const bool watched = is_watched(*parent);
     if (row->change_pending)
         std::erase(store->state->changed, row);
-    parent->child_references -= row->references;
     const auto place = parent->children.begin() + row->position;
     for (auto later = place + 1; later != parent->children.end(); ++later)
         (*later)->position--;

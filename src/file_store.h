@@ -2,8 +2,9 @@
 // face that tree views see. Everything here works without a display.
 //
 // Signals: row-inserted, row-deleted and row-has-child-toggled are emitted at once, row-changed before the
-// next repaint, all of them only where somebody holds a reference (gtk_tree_model_ref_node) on the level
-// concerned. A view holds one on every row that it has unfolded; loading below folded rows costs no signals.
+// next repaint, all of them only among rows for which somebody has once asked through GtkTreeModel. Nobody,
+// be it a view or a model that sorts or filters, can have built anything from rows that it never asked for.
+// A view asks when a row is unfolded: loading below rows that never were costs no signals.
 #pragma once
 
 #include <cstdint>
@@ -44,13 +45,12 @@ struct file_node {
     std::uint64_t size = 0;       // bytes; files only
     std::vector<std::unique_ptr<file_node>> children; // directories before files, each in collation order
     std::uint32_t position = 0;                       // index among the children of `parent`
-    std::uint32_t references = 0;                     // held by views on this row
-    std::uint32_t child_references = 0;               // sum of the children's
     std::int32_t marked_files = 0;                    // marked files below this row
     file_kind kind = file_kind::top;
     bool not_loaded = false; // directory content not read yet; always set on a placeholder
     bool marked = false;
     bool change_pending = false; // a row-changed is due
+    bool seen = false;           // somebody has asked for the children
 
     bool is_dir() const { return kind == file_kind::root || kind == file_kind::directory; }
     bool is_root() const { return kind == file_kind::root; }

@@ -6,6 +6,7 @@
 #include "common/host.h"
 #include "common/mount_table.h"
 #include "common/owned.h"
+#include "common/process.h"
 #include "i18n.h"
 #include "progress.h"
 #include "trace_log.h"
@@ -145,6 +146,8 @@ void load_directories(struct app *app, file_store *store, file_node *row, const 
 {
     trace_log("Loading directory list...");
     for (const dirent *entry : directory_list(directory.path, dir_filter)) {
+        if (ending())
+            return;
         if (shows_directory(directory, entry->d_name))
             append_dir(store, row, entry->d_name, row->mount);
         progress_run_main_loop(app);
@@ -156,6 +159,8 @@ void load_files(struct app *app, file_store *store, file_node *row, const open_d
     trace_log("Loading file list...");
     struct stat status;
     for (const dirent *entry : directory_list(directory.path, file_filter)) {
+        if (ending())
+            return;
         if (shows_file(directory, entry->d_name, status))
             append_file(store, row, entry->d_name, static_cast<std::uint64_t>(status.st_size));
         progress_run_main_loop(app);

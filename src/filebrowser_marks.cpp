@@ -2,6 +2,7 @@
 #include "filebrowser.h"
 
 #include "common/owned.h"
+#include "common/process.h"
 #include "gtk_owned.h"
 #include "i18n.h"
 #include "progress.h"
@@ -101,7 +102,7 @@ void mark_recursive(struct app *app, file_store *store, file_node *directory, in
     progress_run_main_loop(app);
     if (value)
         load_iter(app, store, directory);
-    for (std::size_t i = 0; i < directory->children.size(); i++) {
+    for (std::size_t i = 0; i < directory->children.size() && !ending(); i++) {
         file_node *child = directory->children[i].get();
         if (child->is_dir()) {
             mark_recursive(app, store, child, value);
@@ -116,7 +117,7 @@ void mark_recursive(struct app *app, file_store *store, file_node *directory, in
 void mark_range(struct app *app, file_store *store, file_node *from, file_node *to, int value)
 {
     const file_node &parent = *from->parent;
-    for (std::size_t i = from->position; i < to->position; i++)
+    for (std::size_t i = from->position; i < to->position && !ending(); i++)
         mark_iter(app, store, parent.children[i].get(), value);
     mark_iter(app, store, to, value);
 }

@@ -8,6 +8,7 @@
 #include "common/iconvert.h"
 #include "common/letters.h"
 #include "common/owned.h"
+#include "common/process.h"
 #include "dialogs.h"
 #include "display_text.h"
 #include "i18n.h"
@@ -112,7 +113,7 @@ int mark_records(struct app *app, file_store *store, std::FILE *nam, std::uint32
     // The file bounds what the header claims; one more lets its end be noticed.
     const std::uint64_t bound = std::min<std::uint64_t>(count, body_size(nam) / file_record_size + 1);
     record_buffer buffer{};
-    for (std::uint32_t number = 0; number < bound; number++) {
+    for (std::uint32_t number = 0; number < bound && !ending(); number++) {
         if (read_record(nam, number, buffer) == read_result::end_of_file)
             break;
         const std::string record = buffer.data();

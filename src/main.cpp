@@ -3,6 +3,7 @@
 #include "common/host.h"
 #include "common/misc.h"
 #include "common/owned.h"
+#include "common/process.h"
 #include "i18n.h"
 #include "main_window.h"
 #include "termination.h"
@@ -42,6 +43,7 @@ void bind_texts()
 
 int main(int argc, char **argv)
 {
+    settle_process();
     bind_texts();
     if (geteuid() != 0) {
         std::fprintf(stderr, "%s\n", _("Only root can run this program"));
@@ -61,17 +63,23 @@ int main(int argc, char **argv)
     trace_log("Tracing and message logging enabled.");
 
     end_on_signals();
-    if (app_init(&the_app) != 0)
+    // A signal leaves the initialisation unfinished, but nothing mounted.
+    const bool failed = app_init(&the_app) != 0;
+    if (failed && !ending())
         return EXIT_FAILURE;
     std::atexit(on_exit_cleanup);
+    if (ending())
+        return ending_status();
 
     gtk_init(&argc, &argv);
     gtk_window_set_default_icon_from_file(window_icon, nullptr);
     if (app_init_gui(&the_app) != 0)
         return EXIT_FAILURE;
     warn_missing_board(&the_app);
-    gtk_widget_show(the_app.window);
-    gtk_main();
+    if (!ending()) {
+        gtk_widget_show(the_app.window);
+        gtk_main();
+    }
     lock.reset();
-    return EXIT_SUCCESS;
+    return ending() ? ending_status() : EXIT_SUCCESS;
 }

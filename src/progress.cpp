@@ -1,6 +1,7 @@
 #include "progress.h"
 
 #include "app.h"
+#include "common/process.h"
 
 #include <gtk/gtk.h>
 
@@ -73,7 +74,7 @@ int progress_pulse(void *data)
 
 void progress_run_main_loop(struct app *app)
 {
-    if (!app->progress_pending)
+    if (!app->progress_pending || ending())
         return;
     const gint64 now = g_get_monotonic_time();
     if (now - started < show_delay * 1000 || now - last_turn < turn_interval)

@@ -2,6 +2,7 @@
 #include "app.h"
 #include "common/filesystem.h"
 #include "common/owned.h"
+#include "common/process.h"
 #include "dialogs.h"
 #include "i18n.h"
 #include "report.h"
@@ -104,7 +105,7 @@ std::optional<std::string> choose_name(const struct app &app)
     GtkWidget *chooser = make_chooser(app);
     std::optional<std::string> accepted;
     while (!accepted) {
-        if (gtk_dialog_run(GTK_DIALOG(chooser)) != GTK_RESPONSE_ACCEPT) {
+        if (run_dialog(chooser) != GTK_RESPONSE_ACCEPT) {
             trace_log("User has cancelled report saving");
             break;
         }
@@ -175,7 +176,7 @@ void write_rows(rtf_report &report, const report_lists &lists)
 {
     rtf_files_begin(report);
     GtkTreeIter row;
-    for (gboolean more = gtk_tree_model_get_iter_first(lists.files, &row); more;
+    for (gboolean more = gtk_tree_model_get_iter_first(lists.files, &row); more && !ending();
          more = gtk_tree_model_iter_next(lists.files, &row)) {
         gchar *path = nullptr;
         guint64 size = 0;
@@ -218,6 +219,8 @@ void report_save_clicked(GtkWidget *, struct app *app)
     }
     write_rows(*report, lists);
     rtf_end(std::move(report));
+    if (ending())
+        return;
     if (!put_in_place(file))
         dialog_ok(app->report, _("Error"), _("Cannot write file «%s»: %s"), base_name(*path).c_str(),
                   g_strerror(errno));

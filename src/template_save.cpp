@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "common/fat.h"
+#include "common/process.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
 #include "filebrowser.h"
@@ -174,7 +175,9 @@ int save_done(struct app *app)
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
-    return replace_template(std::move(current)) ? 1 : 0;
+    auto pair = std::move(current);
+    // The walk that wrote it may have been left early.
+    return !ending() && replace_template(std::move(pair)) ? 1 : 0;
 }
 
 void save_file_template(struct app *app, file_store *store)

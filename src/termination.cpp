@@ -1,19 +1,23 @@
 #include "termination.h"
 
+#include "common/process.h"
+#include "gtk_owned.h"
 #include "trace_log.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr std::array ending_signals = {SIGINT, SIGTERM, SIGHUP};
+// GTK's own dialogs know nothing of the end and may open while it goes on, so it is told again; milliseconds.
+constexpr guint told_again = 50;
 
 // From the signal handler to the main loop.
 std::array<int, 2> ends = {-1, -1};
@@ -21,18 +25,33 @@ std::array<int, 2> ends = {-1, -1};
 void on_signal(int number)
 {
     const int error = errno;
-    const auto byte = static_cast<unsigned char>(number);
-    (void)!write(ends[1], &byte, 1);
+    note_ending(number);
+    (void)!write(ends[1], "", 1);
     errno = error;
+}
+
+gboolean leave_loops(gpointer)
+{
+    GList *windows = gtk_window_list_toplevels();
+    std::vector<owned_object<GtkWidget>> held; // closing one window may destroy another
+    for (GList *at = windows; at; at = at->next)
+        held.emplace_back(static_cast<GtkWidget *>(g_object_ref(at->data)));
+    g_list_free(windows);
+    for (const auto &window : held) {
+        if (GTK_IS_DIALOG(window.get()) && gtk_widget_get_visible(window.get()))
+            gtk_dialog_response(GTK_DIALOG(window.get()), GTK_RESPONSE_DELETE_EVENT);
+    }
+    if (gtk_main_level() > 0)
+        gtk_main_quit();
+    return G_SOURCE_CONTINUE;
 }
 
 gboolean on_readable(gint, GIOCondition, gpointer)
 {
-    unsigned char number = 0;
-    if (read(ends[0], &number, 1) != 1)
-        return G_SOURCE_CONTINUE;
-    trace_log("Ended by signal %d", number);
-    std::exit(128 + number);
+    trace_log("Ended by signal %d", ending_status() - 128);
+    leave_loops(nullptr);
+    g_timeout_add_full(G_PRIORITY_HIGH, told_again, leave_loops, nullptr, nullptr);
+    return G_SOURCE_REMOVE;
 }
 
 } // namespace

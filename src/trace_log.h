@@ -7,7 +7,7 @@
 extern std::int32_t trace_enabled;
 
 // Writes the formatted text, and nothing else, to standard error while `trace_enabled` is non-zero.
-// Returns the number of characters written, 0 when tracing is off.
+// Returns the number of characters written, 0 when tracing is off or nobody reads. Leaves errno alone.
 int trace_log(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // What the program calls: trace_log("Directory: %s", path) writes

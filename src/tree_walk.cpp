@@ -1,6 +1,7 @@
 #include "tree_walk.h"
 
 #include "common/owned.h"
+#include "common/process.h"
 #include "diskbrowser.h"
 
 #include <cstring>
@@ -38,6 +39,8 @@ void walk_file_rows(struct app *app, file_store *store, const file_node &above, 
                     char separator)
 {
     for (const auto &row : above.children) {
+        if (ending())
+            return;
         if (row->not_loaded)
             continue;
         char *const end = app->path_end;

@@ -1,23 +1,34 @@
-// Shell commands come to their end, whatever signals arrive meanwhile.
+// Shell commands come to their end, and what they leave behind can be ended.
 #include "common/host.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
 volatile std::sig_atomic_t delivered = 0;
 
-TEST(host, signals_do_not_end_a_command_and_are_not_lost)
+TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
 {
-    const auto before = std::signal(SIGTERM, [](int) { delivered = delivered + 1; });
-    // The shell, what it starts, and this process get one each, as from a terminal or at a shutdown.
-    EXPECT_EQ(run_command("for s in HUP INT TERM; do kill -$s $$; sh -c \"kill -$s \\$\\$\" || exit 1; done;"
-                          "kill -TERM $PPID; exit 5"),
-              5);
-    EXPECT_EQ(delivered, 1);
-    EXPECT_EQ(run_command("kill -KILL $$"), -1);
-    std::signal(SIGTERM, before);
+    setpgid(0, 0); // the shell's parent leads the group that the terminal's signals go to
+    for (const int number : {SIGHUP, SIGINT, SIGTERM})
+        std::signal(number, [](int) { delivered = delivered + 1; });
+    std::signal(SIGPIPE, SIG_IGN);
+    const struct {
+        const char *command;
+        int status;
+    } cases[] = {
+        {"for s in HUP INT TERM; do kill -s $s -- -$PPID; done; exit 5", 5},
+        // As a daemon: in the background, cut off once more, with nobody that waits.
+        {"setsid --fork --wait grep -q '^SigIgn:.*0000000$' /proc/self/status", 0},
+        {"setsid --fork --wait grep -q '^SigBlk:.*0000000$' /proc/self/status", 0},
+        {"read answer", 1},
+        {"kill -KILL $$", -1},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(run_command(c.command), c.status) << c.command;
+    EXPECT_EQ(delivered, 3);
 }
 
 } // namespace

@@ -10,9 +10,10 @@
 // Only for opening; records, rows and messages keep the real names.
 [[nodiscard]] std::string host_path(std::string_view path);
 
-// Runs a command through the C library's `system` and returns its exit status; -1 when the shell could not
-// be started or the command was killed. SIGINT, SIGTERM and SIGHUP interrupt neither the command nor the
-// wait.
+// Runs a command as the C library's `system` does, with /bin/sh -c, and returns its exit status; -1 when the
+// shell could not be started or the command was killed. The command is cut off from the terminal, has
+// every signal's default disposition, and nothing to read: what is sent to this process or from its terminal
+// ends neither the command nor the wait, and a file system's daemon that it leaves behind can be ended.
 [[nodiscard]] int run_command(const std::string &command);
 
 // For tests only. An empty root or runner restores the machine itself.

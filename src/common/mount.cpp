@@ -4,6 +4,7 @@
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/mktmpdir.h"
+#include "common/process.h"
 #include "trace_log.h"
 
 #include <algorithm>
@@ -107,7 +108,9 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
     trace_log("Try to mount partition /dev/%s%d to mountpoint %s", p.device.c_str(), p.index,
               directory.c_str());
     if (run_command(mount_command(d, p, directory)) != 0) {
-        rmdir(directory.c_str());
+        // A mount that was killed half-way may stand all the same.
+        if (rmdir(directory.c_str()) != 0 && errno == EBUSY && run_command("umount " + directory) == 0)
+            rmdir(directory.c_str());
         trace_log("Cannot mount /dev/%s%d to %s", p.device.c_str(), p.index, directory.c_str());
         return false;
     }
@@ -200,8 +203,10 @@ int mount_partitions(environment *env)
             trace_log("Warning /dev/%s (removable device)...", d.name.c_str());
             continue;
         }
-        for (part &p : d.parts)
-            use_partition(env, d, p);
+        for (part &p : d.parts) {
+            if (!ending())
+                use_partition(env, d, p);
+        }
     }
     trace_log("* Success");
     return 0;

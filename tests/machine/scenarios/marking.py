@@ -180,27 +180,6 @@ def whole_road():
     check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
 
 
-def exit_question():
-    """Closing over unsaved marks asks: Cancel keeps the tool, Yes saves both templates and ends it"""
-    tool = Tool()
-    tool.start()
-    open_page(tool, "sectors")
-    tool.expand("/dev/sdb", tree="diskbrowser")
-    tool.mark("diskbrowser", "/dev/sdb", "Master boot record")
-    question = "In data model were changes made. Save it before exiting?"
-    tool.close()
-    tool.answer("Confirm", question, "Cancel")
-    check_equal(tool.look().widget("total_sectors_selected").text, "1", "sectors marked after Cancel")
-    check_equal(os.listdir(TEMPLATES), [], "templates after Cancel")
-    tool.close()
-    look = tool.wait_window("Confirm")
-    tool.click(next(item for item in look.widgets if item.window == "Confirm" and item.text == "Yes"))
-    check_equal(tool.wait_end(), 0, "exit status")
-    check_equal(templates.read(templates.SECTORS, TEMPLATES),
-                templates.expected(templates.SECTORS, [(0x80, 0)], "C:/boot/pelva/"), "sectors")
-    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, [], "C:/boot/pelva/"), "files")
-
-
 def damaged_disk():
     """A disk whose partition table ends the process that reads it stays listed, and the others are unharmed"""
     header = bytearray(struct.pack("<8s4I4Q16sQ3I", b"EFI PART", 0x10000, 92, 0, 0, 1, 32767, 34, 32734, b"", 2, 0, 128, 0))
@@ -222,4 +201,4 @@ def damaged_disk():
     tool.quit()
 
 
-SCENARIOS = [demonstration, whole_road, exit_question, damaged_disk]
+SCENARIOS = [demonstration, whole_road, damaged_disk]
