@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-// Valid UTF-8 on one line: bytes that are none become U+FFFD, control characters their visible pictures
-// (U+2400 onward). A text without either comes back unchanged. For showing only; never for opening or writing
-// a file.
+// Valid UTF-8 on one line, in which nothing hides: bytes that are none become U+FFFD, control characters
+// their visible pictures (U+2400 onward), and what is invisible or would reorder the text reads like
+// <U+202E>; see common/visible_text.h. Any other text comes back unchanged. For showing only; never for
+// opening or writing a file.
 [[nodiscard]] std::string display_text(std::string_view bytes);

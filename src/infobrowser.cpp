@@ -4,6 +4,7 @@
 #include "common/board.h"
 #include "common/iconvert.h"
 #include "common/owned.h"
+#include "display_text.h"
 #include "i18n.h"
 #include "trace_log.h"
 #include "widgets.h"
@@ -14,13 +15,6 @@
 namespace {
 
 constexpr const char *os_name = "ROSA Linux";
-
-// A label takes UTF-8 only, and the template directory's name may be any bytes.
-void set_label(GtkWidget *label, owned_gchar text)
-{
-    const owned_gchar valid(g_utf8_make_valid(text.get(), -1));
-    gtk_label_set_text(GTK_LABEL(label), valid.get());
-}
 
 bool ask_board(pelva_version &version)
 {
@@ -40,7 +34,8 @@ owned_gchar version_text(bool present, const pelva_version &version)
                                        get_package_version(), version.major, version.minor, version.build));
 }
 
-// The start-up settles all of this before; the page must not end one that has not.
+// The start-up settles all of this before; the page must not end one that has not. The directory's name may
+// be any bytes.
 owned_gchar template_paths_text(const struct app &app)
 {
     const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '?';
@@ -49,7 +44,7 @@ owned_gchar template_paths_text(const struct app &app)
         replace_symbols(board_path, '/', app.separator);
     return owned_gchar(
         g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %c:%s"), os_name,
-                        app.pelva_db_path.c_str(), letter, board_path.c_str()));
+                        display_text(app.pelva_db_path).c_str(), letter, display_text(board_path).c_str()));
 }
 
 } // namespace
@@ -69,13 +64,13 @@ int infobrowser_init(struct app *app)
     GtkWidget *label = find_widget(app->xml, "label_version");
     if (!label)
         return 1;
-    set_label(label, version_text(present, version));
+    gtk_label_set_text(GTK_LABEL(label), version_text(present, version).get());
 
     label = described_widget(app->xml, "path_pelva");
     if (!label) {
         trace_log("* Failed");
         return 1;
     }
-    set_label(label, template_paths_text(*app));
+    gtk_label_set_text(GTK_LABEL(label), template_paths_text(*app).get());
     return 1;
 }

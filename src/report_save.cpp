@@ -4,6 +4,7 @@
 #include "common/owned.h"
 #include "common/process.h"
 #include "dialogs.h"
+#include "display_text.h"
 #include "i18n.h"
 #include "report.h"
 #include "rtf_export.h"
@@ -25,9 +26,10 @@ struct report_lists {
     GtkTreeModel *sectors;
 };
 
+// As the dialogs show it.
 std::string base_name(const std::string &path)
 {
-    return path.substr(path.rfind('/') + 1);
+    return display_text(path.substr(path.rfind('/') + 1));
 }
 
 GtkWidget *make_chooser(const struct app &app)

@@ -161,10 +161,15 @@ TEST(texts, are_joined_and_shown_on_one_line)
     for (const auto &[directory, path] :
          {std::pair("/", "/x"), {"//boot", "/boot/x"}, {"/boot///", "/boot/x"}, {"/a//b", "/a//b/x"}})
         EXPECT_EQ(build_path(directory, "x"), path);
-    EXPECT_EQ(display_text("plain \xd0\xaf \xe2\x80\xae \xe2\x80\xac"),
-              "plain \xd0\xaf \xe2\x80\xae \xe2\x80\xac");
-    EXPECT_EQ(display_text("a\nb\x01\x7f\xff\xd0x\xed\xa0\x80"),
-              "a\u240Ab\u2401\u2421\uFFFD\uFFFDx\uFFFD\uFFFD\uFFFD");
+    for (const auto &[bytes, shown] : {
+             std::pair("plain \u042f \ufffd e\u0301 <i> <b 0x", "plain \u042f \ufffd e\u0301 <i> <b 0x"),
+             {"a\nb\x01\x7f\xff\xd0x\xed\xa0\x80", "a\u240Ab\u2401\u2421\uFFFD\uFFFDx\uFFFD\uFFFD\uFFFD"},
+             {"rtl\u202egpj.exe\u2069\u200f", "rtl<U+202E>gpj.exe<U+2069><U+200F>"},
+             {"\u2028\u2029\ufeff\u00ad\u0085\u200d", "<U+2028><U+2029><U+FEFF><U+00AD><U+0085><U+200D>"},
+             {"\ufe0f\U000e0041\U000e0100\u3164\u2065", "<U+FE0F><U+E0041><U+E0100><U+3164><U+2065>"},
+             {"<U+202E>\u240a<0x<", "<U+003C>U+202E><U+240A><U+003C>0x<"},
+         })
+        EXPECT_EQ(display_text(bytes), shown);
 }
 
 TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
