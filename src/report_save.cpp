@@ -61,25 +61,37 @@ std::string resolved(const std::string &path)
     return target ? target.get() : path;
 }
 
-// Whether the report may be written under this name. Nothing but an RTF document is ever overwritten.
-bool accept_name(const struct app &app, const std::string &path)
+void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
+{
+    dialog_ok(parent, _("Error"), _("Cannot write file «%s»: %s"), base_name(path).c_str(),
+              g_strerror(reason));
+}
+
+// Whether the report may be written under this name. Nothing but an RTF document is ever overwritten. The
+// questions belong to the chooser, not to the window behind it: so they stay above it, and when they go, the
+// window manager gives the focus back to it.
+bool accept_name(GtkWidget *chooser, const std::string &path)
 {
     trace_log("Saving report as: %s", path.c_str());
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
-        if (errno == ENOENT)
+        if (errno != ENOENT) {
+            dialog_ok(chooser, _("Error"), "%s", _("Cannot open file for writing"));
+            return false;
+        }
+        if (lstat(path.c_str(), &status) != 0)
             return true;
-        dialog_ok(app.report, _("Error"), "%s", _("Cannot open file for writing"));
+        tell_unwritable(chooser, path, ENOENT); // a link that leads nowhere
         return false;
     }
     const std::string name = base_name(path);
-    if (dialog_yes_no(app.report, _("Warning"), _("File «%s» already exists. Rewrite it?"), name.c_str()) !=
+    if (dialog_yes_no(chooser, _("Warning"), _("File «%s» already exists. Rewrite it?"), name.c_str()) !=
         GTK_RESPONSE_YES) {
         trace_log("User has cancelled rewrite file");
         return false;
     }
     if (!check_mime_type(resolved(path), "text/rtf")) {
-        dialog_ok(app.report, _("Error"), _("File «%s» is not rtf-document."), name.c_str());
+        dialog_ok(chooser, _("Error"), _("File «%s» is not rtf-document."), name.c_str());
         trace_log("File %s is not rtf-document.", path.c_str());
         return false;
     }
@@ -114,7 +126,7 @@ std::optional<std::string> choose_name(const struct app &app)
         const owned_gchar path(gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser)));
         if (!path)
             trace_log("User has't declared file");
-        else if (accept_name(app, path.get()))
+        else if (accept_name(chooser, path.get()))
             accepted = path.get();
     }
     close_chooser(chooser);
@@ -224,6 +236,5 @@ void report_save_clicked(GtkWidget *, struct app *app)
     if (ending())
         return;
     if (!put_in_place(file))
-        dialog_ok(app->report, _("Error"), _("Cannot write file «%s»: %s"), base_name(*path).c_str(),
-                  g_strerror(errno));
+        tell_unwritable(app->report, *path, errno);
 }
