@@ -34,7 +34,6 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         {"ext4 -q -F -E offset=1048576 $IMAGE 7168", "/", directory, '/'},
         {"ext4 -q -F -E offset=1048576 $IMAGE 7168", here + "/boot", "/pelva", '/'},
         {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", directory, "", '\\'},
-        {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", here + "/bo", "ot/pelva", '\\'},
     };
     setenv("ENABLE_REMOVABLE", "", 1);
     for (const auto &[file_system, mount_directory, short_path, separator] : samples) {
