@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <set>
 #include <sys/stat.h>
 #include <vector>
 
@@ -55,16 +56,16 @@ private:
     int count_;
 };
 
-// A directory being read. What is the same for all its entries is found out once for entries on the
-// directory's own device, as long as no mount lies below the directory.
+// A directory being read. All its entries that are shown lie on its own mount, so what is asked of a mount is
+// asked once.
 struct open_directory {
     std::string path;
     std::string device; // node of the partition that it belongs to
     owned_fd file;
-    bool uniform = false; // the rest is valid
     dev_t dev = 0;
+    std::set<std::string, std::less<>> mounted; // entries that hold something else
+    bool other_device = false;                  // the directory itself is not on the partition
     bool known_fs = false;
-    bool other_device = false;
     std::size_t mount_length = 0; // of the mount directory
 };
 
@@ -82,31 +83,31 @@ std::size_t mount_length(const std::string &path)
 
 open_directory open_for_rows(const file_node &row)
 {
-    open_directory directory = {full_path(row), "", owned_fd()};
+    open_directory directory;
+    directory.path = full_path(row);
     if (row.mount && row.mount->partition)
         directory.device = "/dev/" + partition_name(*row.mount->partition);
     directory.file = owned_fd(open(directory.path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat status;
-    const mount_table *table = current_mount_table();
-    // The trace tells of every step for every entry.
-    if (trace_enabled || !table || !directory.file || fstat(directory.file.get(), &status) != 0 ||
-        std::ranges::any_of(table->lines, [&directory](const mount_data &mount) {
-            return is_below(mount.directory, directory.path);
-        }))
+    if (!directory.file || fstat(directory.file.get(), &status) != 0)
         return directory;
     directory.dev = status.st_dev;
+    directory.mounted = names_mounted_on(directory.path);
+    directory.other_device = (row.mount && row.mount->dev != 0 && row.mount->dev != status.st_dev) ||
+                             check_dir_mount(directory.path, directory.device) != 0;
     directory.known_fs = check_fs_type(directory.path) != 0;
-    directory.other_device = check_dir_mount(directory.path, directory.device) != 0;
     directory.mount_length = mount_length(directory.path);
-    directory.uniform = true;
     return directory;
 }
 
-// Links are not followed. An entry whose whole path the system would refuse is no entry.
+// Whether the entry belongs to the partition; its status then. Links are not followed. An entry whose whole
+// path the system would refuse is no entry.
 bool get_status(const open_directory &directory, const char *name, struct stat &status)
 {
-    return directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
-           fstatat(directory.file.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return !directory.other_device && directory.known_fs && !directory.mounted.contains(name) &&
+           directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
+           fstatat(directory.file.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           status.st_dev == directory.dev;
 }
 
 bool shows_directory(const open_directory &directory, const char *name)
@@ -114,31 +115,16 @@ bool shows_directory(const open_directory &directory, const char *name)
     struct stat status;
     trace_log("Directory: %s", build_path(directory.path, name).c_str());
     trace_log("cur_dev = %s", directory.device.c_str());
-    if (!get_status(directory, name, status))
-        return false;
-    if (directory.uniform && status.st_dev == directory.dev)
-        return !directory.other_device && directory.known_fs && S_ISDIR(status.st_mode);
-    const std::string path = build_path(directory.path, name);
-    return check_dir_mount(path, directory.device) == 0 && check_fs_type(path) != 0 &&
-           S_ISDIR(status.st_mode);
+    return get_status(directory, name, status) && S_ISDIR(status.st_mode);
 }
 
 bool shows_file(const open_directory &directory, const char *name, struct stat &status)
 {
     if (!get_status(directory, name, status))
         return false;
-    std::size_t length = build_path(directory.path, "").size() + std::strlen(name);
-    if (directory.uniform && status.st_dev == directory.dev) {
-        if (!directory.known_fs)
-            return false;
-        length -= directory.mount_length;
-    } else {
-        const std::string path = build_path(directory.path, name);
-        if (check_fs_type(path) == 0)
-            return false;
-        length -= mount_length(path);
-        trace_log("Template file name lenght: %d", static_cast<int>(length));
-    }
+    const std::size_t length =
+        build_path(directory.path, "").size() + std::strlen(name) - directory.mount_length;
+    trace_log("Template file name lenght: %d", static_cast<int>(length));
     return length <= longest_relative_path && S_ISREG(status.st_mode);
 }
 

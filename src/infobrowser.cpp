@@ -39,7 +39,7 @@ owned_gchar version_text(bool present, const pelva_version &version)
 owned_gchar template_paths_text(const struct app &app)
 {
     const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '?';
-    std::string board_path = app.short_path ? app.short_path : "";
+    std::string board_path = app.short_path;
     if (!board_path.empty() && app.separator != '/')
         replace_symbols(board_path, '/', app.separator);
     return owned_gchar(

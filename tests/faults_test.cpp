@@ -1,12 +1,12 @@
-// Reading and mounting while every system call in turn fails or moves half of its bytes: what comes back is
+// Reading while every system call in turn fails or moves half of its bytes: what comes back is
 // the truth or a declared failure, never half of it.
 #include "faults.h"
 
 #include "common/disk.h"
-#include "common/environment.h"
 #include "common/fat.h"
 #include "common/file_format.h"
 #include "common/gpt.h"
+#include "common/mount_table.h"
 #include "support.h"
 #include "template_bytes.h"
 
@@ -128,32 +128,6 @@ TEST_F(faulty_machine, disks)
         return judge(result == 0 && whole && right, result == -1 || right);
     };
     expect_truth_or_failure("disk list", read, 30, 3);
-}
-
-TEST_F(faulty_machine, what_was_mounted_is_unmounted)
-{
-    const private_tmp own;
-    if (!own.works)
-        GTEST_SKIP() << "needs the right to mount in a namespace of its own";
-    const auto mount_and_unmount = [] {
-        environment record;
-        record.disks.emplace_back().name = "sda";
-        for (int index : {1, 2, 3}) {
-            part &p = record.disks.front().parts.emplace_back();
-            p.device = "sda";
-            p.index = index;
-            p.letter = static_cast<char>('B' + index);
-            p.fs_type = "ext4";
-        }
-        const recorded_commands shell;
-        const int result = mount_partitions(&record);
-        umount_partitions(&record);
-        const auto undone = std::ranges::count_if(
-            shell.commands, [](const std::string &command) { return command.starts_with("umount"); });
-        return judge(result == 0 && undone == 3 && shell.commands.size() == 6,
-                     undone * 2 == std::ssize(shell.commands));
-    };
-    expect_truth_or_failure("mounting", mount_and_unmount, 12);
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -28,20 +27,28 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
     scratch.write("sys/block/sda/removable", "0\n");
     setenv("IMAGE", scratch.write("dev/sda", "").c_str(), 1);
-    const std::string here = scratch.path().string(),
-                      directory = scratch.write("boot/pelva/file", "").parent_path();
-    const std::tuple<std::string, std::string, std::string, char> samples[] = {
-        {"ext4 -q -F -E offset=1048576 $IMAGE 7168", "/", directory, '/'},
-        {"ext4 -q -F -E offset=1048576 $IMAGE 7168", here + "/boot", "/pelva", '/'},
-        {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", directory, "", '\\'},
-        {"fat -F 16 -s 1 --offset 2048 $IMAGE 7168", here + "/bo", "ot/pelva", '\\'},
+    const std::string here = fs::canonical(scratch.path()),
+                      directory = scratch.write("boot/pelva/file", "").parent_path(),
+                      ext = "ext4 -q -F -E offset=1048576 $IMAGE 7168",
+                      fat = "fat -F 16 -s 1 --offset 2048 $IMAGE 7168";
+    fs::create_directory_symlink("boot", here + "/link");
+    // The mount's directory, what it shows of its file system, the template directory.
+    const std::tuple<std::string, std::string, std::string, std::string, std::string, char> samples[] = {
+        {ext, "/", "/", directory, directory, '/'},
+        {ext, here + "/boot", "/", directory, "/pelva", '/'},
+        {fat, directory, "/", directory, "", '\\'},
+        {fat, here + "/bo", "/", directory, directory, '\\'},
+        {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva", '\\'},
+        {ext, here + "/boot", "/a", directory, "/a/pelva", '/'},
     };
     setenv("ENABLE_REMOVABLE", "", 1);
-    for (const auto &[file_system, mount_directory, short_path, separator] : samples) {
+    for (const auto &[file_system, mount_directory, root, given, short_path, separator] : samples) {
         record = environment();
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
-        scratch.write("proc/mounts", "/dev/sda1 " + mount_directory + " auto rw 0 0\n");
-        ASSERT_EQ(start(directory), 0);
+        scratch.write("proc/mounts", "/dev/sdb1 / x rw 0 0\n/dev/sda1 " + mount_directory + " x rw 0 0\n");
+        if (root != "/") // which only the other table tells
+            scratch.write("proc/self/mountinfo", "1 0 8:1 " + root + " " + mount_directory + " rw - x x rw");
+        ASSERT_EQ(start(given), 0);
         EXPECT_EQ(record.short_path, short_path);
         EXPECT_EQ(record.separator, separator);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
@@ -50,12 +57,17 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     EXPECT_TRUE(shell.commands.front().starts_with("umount /tmp/tarnel")) << "leftovers go first";
 
     setenv("ENABLE_REMOVABLE", "0", 1);
-    EXPECT_EQ(start(here + "/a/b"), 1) << "two levels are missing";
-    EXPECT_EQ(record.use_removable, 0);
-    ASSERT_EQ(chdir(here.c_str()), 0);
-    EXPECT_EQ(start("relative"), 1) << "on no mount point";
-    EXPECT_EQ(fs::status("relative").permissions(), fs::perms(0644)) << "made where it was missing";
-    scratch.write("proc/partitions", "");
-    record = environment();
-    EXPECT_EQ(start(directory), 1) << "no disk";
+    fs::current_path(here);
+    const std::string file = directory + "/file";
+    for (const std::string &path :
+         {std::string("relative"), std::string(), file, file + "/", file + "/new"}) {
+        testing::internal::CaptureStderr();
+        record = environment();
+        EXPECT_EQ(start(path), 1) << path;
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(path[0] == '/' ? path : '"' + path + '"'),
+                  std::string::npos);
+        EXPECT_EQ(record.tmpdir, "") << path;
+        EXPECT_EQ(record.use_removable, 0);
+        EXPECT_FALSE(fs::exists("relative"));
+    }
 }

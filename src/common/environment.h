@@ -17,7 +17,9 @@ struct environment {
     std::uint64_t pelva_db_dev = 0;     // st_dev of the template directory
     mount_entry *pelva_db_mt = nullptr; // the entry in `mounts` that holds the template directory
     std::string pelva_db_mountpoint;    // mount directory under which the template directory lies
-    const char *short_path = nullptr;   // inside pelva_db_path: the path from its partition's root
-    char separator = 0;                 // of the firmware's paths on that partition: '/' or '\'
+    // The path of the real template directory, links resolved, from the root of its partition: "/pelva";
+    // empty when it is that root.
+    std::string short_path;
+    char separator = 0; // of the firmware's paths on that partition: '/' or '\'
     std::int32_t use_removable = 0;
 };

@@ -20,13 +20,14 @@ struct known_file_system {
 };
 
 // f_type values of statfs(2).
-constexpr std::array<known_file_system, 9> known_file_systems = {{
+constexpr std::array<known_file_system, 10> known_file_systems = {{
     {0x137D, "File system: ext"},
     {0xEF51, "File system: ext2"},
     {0xEF53, "File system: ext2/ext3"}, // and ext4
     {0x4006, "File system: fat"},
     {0x4D44, "File system: msdos"},
     {0x5346544E, "File system: ntfs"},
+    {0x7366746E, "File system: ntfs"}, // the kernel's ntfs3
     {0x65735546, "File system: ntfs"}, // FUSE: mounted through ntfs-3g
     {0x00011954, "File system: ufs"},
     {0x54190100, "File system: ufs"}, // byte-swapped

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace {
@@ -33,8 +34,17 @@ void read_environment(environment *env)
 bool find_template_directory(environment *env)
 {
     const char *path = env->pelva_db_path.c_str();
+    if (*path != '/') {
+        std::fprintf(stderr, "PELVADB is not an absolute path: \"%s\"\n", path);
+        return false;
+    }
     struct stat status;
-    if (stat(path, &status) != 0) {
+    const bool found = stat(path, &status) == 0;
+    if (found ? !S_ISDIR(status.st_mode) : errno == ENOTDIR) {
+        std::fprintf(stderr, "The template directory is not a directory: %s\n", path);
+        return false;
+    }
+    if (!found) {
         trace_log("stat failed: %s", std::strerror(errno));
         trace_log("stat() failed on pelva database path, trying to create empty directory");
         if (mkdir(path, 0644) != 0 || stat(path, &status) != 0) {
@@ -51,15 +61,23 @@ bool find_template_directory(environment *env)
     return true;
 }
 
+// Finds the mount of the template directory, and with it the path from the root of its partition. The
+// firmware follows no links, and knows nothing of what Linux mounts where.
 bool find_template_mountpoint(environment *env)
 {
-    const std::optional<mount_data> mount = mount_data_find(env->pelva_db_path);
-    if (!mount || mount->directory.empty()) {
+    std::error_code error;
+    const std::string real = std::filesystem::canonical(env->pelva_db_path, error).string();
+    const std::optional<mount_data> mount = error ? std::nullopt : mount_data_find(real);
+    if (!mount) {
         trace_log("Cannot find mountpoint for pelva db path");
         return false;
     }
     env->pelva_db_mountpoint = mount->directory;
     trace_log("Pelva db mountpoint: %s", env->pelva_db_mountpoint.c_str());
+    env->short_path = mount->directory == "/" ? real : real.substr(mount->directory.size());
+    // A bind mount of "/srv/boot" at "/boot" shows "/srv/boot/pelva" as "/boot/pelva".
+    if (!mount->root.empty() && mount->root != "/")
+        env->short_path.insert(0, mount->root);
     return true;
 }
 
@@ -85,17 +103,12 @@ bool name_for_firmware(environment *env)
     trace_log("pelva_db_path: %s", env->pelva_db_path.c_str());
     setenv("PELVA_PATH", env->pelva_db_path.c_str(), 1);
 
-    // The mountpoint was found as a prefix of the path, so it is never longer.
-    env->short_path = env->pelva_db_path.c_str();
-    if (env->pelva_db_mountpoint != "/")
-        env->short_path += env->pelva_db_mountpoint.size();
-
     trace_log("pelva_db_mt: %" PRIxPTR, reinterpret_cast<std::uintptr_t>(env->pelva_db_mt));
     if (!env->pelva_db_mt) {
         trace_log("Unable to determine partition with pelva database, stopping");
         return false;
     }
-    trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path);
+    trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());
     env->separator = is_ext_fs(*env->pelva_db_mt->partition) ? '/' : '\\';
     return true;
 }

@@ -1,6 +1,5 @@
 #include "common/mount_table.h"
 
-#include "common/filesystem.h"
 #include "common/host.h"
 #include "common/owned.h"
 #include "trace_log.h"
@@ -17,71 +16,19 @@
 
 namespace {
 
-constexpr std::string_view blanks = " \t";
+// The tables that the kernel offers, the better one first.
+struct table_source {
+    const char *path;
+    mount_table (*parse)(std::string_view text);
+};
+constexpr std::array<table_source, 2> sources = {{
+    {"/proc/self/mountinfo", parse_mountinfo},
+    {"/proc/mounts", parse_mounts},
+}};
 
-// Takes the next field off the front of the line; empty when there is none.
-std::string_view take_field(std::string_view &line)
-{
-    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
-    const std::string_view field = line.substr(0, line.find_first_of(blanks));
-    line.remove_prefix(field.size());
-    return field;
-}
-
-// What "%1d" reads: one digit, blanks before it skipped.
-bool take_digit(std::string_view &line)
-{
-    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
-    if (line.empty() || line.front() < '0' || line.front() > '9')
-        return false;
-    line.remove_prefix(1);
-    return true;
-}
-
-bool is_octal(char c)
-{
-    return c >= '0' && c <= '7';
-}
-
-// The kernel writes blank, tab, newline and back-slash as a back-slash and three octal digits.
-std::string decode_octal(std::string_view field)
-{
-    std::string decoded;
-    for (std::size_t i = 0; i < field.size(); i++) {
-        if (field[i] == '\\' && i + 3 < field.size() && is_octal(field[i + 1]) && is_octal(field[i + 2]) &&
-            is_octal(field[i + 3])) {
-            const int code = (field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0');
-            if (code > 0 && code < 256) {
-                decoded += static_cast<char>(code);
-                i += 3;
-                continue;
-            }
-        }
-        decoded += field[i];
-    }
-    return decoded;
-}
-
-bool fits(std::string_view field, std::size_t longest)
-{
-    return !field.empty() && field.size() <= longest;
-}
-
-// Returns whether the line yields all six fields of the fixed format.
-bool parse_line(std::string_view line, mount_data &mount)
-{
-    const std::string_view device = take_field(line);
-    const std::string_view directory = take_field(line);
-    const std::string_view type = take_field(line);
-    const std::string_view options = take_field(line);
-    mount = {decode_octal(device), decode_octal(directory), decode_octal(type), decode_octal(options)};
-    return fits(device, 255) && fits(directory, 255) && fits(type, 15) && fits(options, 255) &&
-           take_digit(line) && take_digit(line);
-}
-
-// An open /proc/mounts and what was read from it.
+// An open table and what was read from it.
 struct open_table {
-    std::string path;
+    std::string root; // where it was opened below
     owned_fd file;
     mount_table table;
     // Directories by st_dev, as found in this reading of the table: some machines have hundreds of mounts,
@@ -123,7 +70,7 @@ bool signals_changes(int file)
     return fstatfs(file, &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
 }
 
-const mount_table *read_table()
+const mount_table *read_table(const table_source &source)
 {
     opened.known_devices.clear();
     std::string text;
@@ -138,39 +85,42 @@ const mount_table *read_table()
         }
         settled = !has_changed(opened.file.get());
     }
-    opened.table = parse_mount_table(text);
+    opened.table = source.parse(text);
     if (!settled || !signals_changes(opened.file.get()))
         opened.file.reset(); // the next call opens and reads it again
     return &opened.table;
 }
 
-} // namespace
-
-mount_table parse_mount_table(std::string_view text)
+// Whether the directory is the path, or one above it.
+bool holds(const std::string &directory, const std::string &path)
 {
-    mount_table table;
-    bool scanning = true;
-    while (!text.empty()) {
-        const std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
-        scanning = parse_line(line, table.lines.emplace_back()) && scanning;
-        if (scanning)
-            table.scanned++;
-    }
-    return table;
+    return path.starts_with(directory) &&
+           (directory.ends_with('/') || path.size() == directory.size() || path[directory.size()] == '/');
 }
+
+// Whether all of the device's file system may be seen under the mount's directory, as far as the table tells.
+bool shows_all(const mount_data &mount, std::uint64_t dev)
+{
+    return mount.complete && (mount.dev == 0 || mount.dev == dev) &&
+           (mount.root.empty() || mount.root == "/");
+}
+
+} // namespace
 
 const mount_table *current_mount_table()
 {
-    const std::string path = host_path("/proc/mounts");
-    if (opened.file && opened.path == path) {
-        if (!has_changed(opened.file.get()))
-            return &opened.table;
-        return read_table();
+    const std::string root = host_path("/");
+    if (opened.file && opened.root == root && !has_changed(opened.file.get()))
+        return &opened.table;
+    opened.root = root;
+    for (const table_source &source : sources) {
+        opened.file = owned_fd(open(host_path(source.path).c_str(), O_RDONLY | O_CLOEXEC));
+        if (!opened.file)
+            continue;
+        if (const mount_table *table = read_table(source))
+            return table;
     }
-    opened.path = path;
-    opened.file = owned_fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    return opened.file ? read_table() : nullptr;
+    return nullptr;
 }
 
 std::optional<mount_data> mount_data_find(const std::string &path)
@@ -181,9 +131,9 @@ std::optional<mount_data> mount_data_find(const std::string &path)
         return std::nullopt;
     }
     const mount_data *found = nullptr;
-    for (std::size_t i = 0; i < table->scanned; i++) {
-        const mount_data &mount = table->lines[i];
-        if (has_prefix(path, mount.directory) && (!found || mount.directory.size() > found->directory.size()))
+    for (const mount_data &mount : table->lines) {
+        if (mount.complete && holds(mount.directory, path) &&
+            (!found || mount.directory.size() > found->directory.size()))
             found = &mount;
     }
     return found ? std::optional(*found) : std::nullopt;
@@ -199,13 +149,28 @@ std::optional<std::string> find_mountpoint_for_device(std::uint64_t dev)
     }
     if (const auto known = opened.known_devices.find(dev); known != opened.known_devices.end())
         return known->second;
-    for (std::size_t i = 0; i < table->scanned; i++) {
+    for (const mount_data &mount : table->lines) {
         struct stat status;
-        const std::string &directory = table->lines[i].directory;
-        if (stat(directory.c_str(), &status) == 0 && status.st_dev == dev) {
-            opened.known_devices[dev] = directory;
-            return directory;
+        // A server that is gone can hold up whoever asks for its directories, so others are not asked.
+        if (shows_all(mount, dev) && stat(mount.directory.c_str(), &status) == 0 && status.st_dev == dev) {
+            opened.known_devices[dev] = mount.directory;
+            return mount.directory;
         }
     }
     return std::nullopt;
+}
+
+std::set<std::string, std::less<>> names_mounted_on(const std::string &directory)
+{
+    std::set<std::string, std::less<>> names;
+    const mount_table *table = current_mount_table();
+    if (!table)
+        return names;
+    const std::string above = directory.ends_with('/') ? directory : directory + '/';
+    for (auto below = std::ranges::lower_bound(table->directories, above);
+         below != table->directories.end() && below->starts_with(above); ++below) {
+        if (below->size() > above.size() && below->find('/', above.size()) == std::string::npos)
+            names.insert(below->substr(above.size()));
+    }
+    return names;
 }

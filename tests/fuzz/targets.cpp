@@ -202,12 +202,11 @@ void disks(input bytes)
 
 void mounts(input bytes)
 {
-    const mount_table table = parse_mount_table(bytes.rest());
-    require(table.scanned <= table.lines.size());
-    for (std::size_t i = 0; i < table.scanned; ++i)
-        for (const std::string &field :
-             {table.lines[i].device, table.lines[i].directory, table.lines[i].type})
-            require(!field.empty() && field.size() <= 255);
+    const std::string_view text = bytes.rest();
+    for (const mount_table &table : {parse_mounts(text), parse_mountinfo(text)})
+        for (const mount_data &mount : table.lines)
+            require(std::ranges::binary_search(table.directories, mount.directory) &&
+                    (mount.type != "" || !mount.complete));
 }
 
 void backslash(input bytes)
