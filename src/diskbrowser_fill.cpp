@@ -28,7 +28,7 @@ struct tree_filler {
 owned_gchar row_name(const char *format, const disk &disk, const part &part)
 {
     return owned_gchar(g_strdup_printf(format, disk.name.c_str(), partition_separator(disk.name), part.index,
-                                       part.fs_name.value_or("").c_str()));
+                                       part.fs_type.value_or("").c_str()));
 }
 
 GtkTreeIter append_group(const tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk,

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "app.h"
+#include "common/filesystem.h"
 #include "common/owned.h"
 #include "diskbrowser.h"
 #include "display_text.h"
@@ -135,7 +136,7 @@ void fill_file_report(struct app *app)
             continue;
         const part &partition = *root->mount->partition;
         begin_path(app, partition_name(partition) + ":");
-        walk_file_rows(app, tree, *root, file_callback, is_ext_fs(partition) ? '/' : '\\');
+        walk_file_rows(app, tree, *root, file_callback, file_system_of(partition).separator);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "common/fat.h"
+#include "common/filesystem.h"
 #include "common/process.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
@@ -108,9 +109,15 @@ std::optional<std::string> code_page_text(const struct app *app)
 // The file at `path_buf` as the firmware names it on its kind of file system.
 std::optional<std::string> record_text(const struct app *app, const part &p)
 {
-    if (is_ext_fs(p))
+    switch (file_system_of(p).names_in_records) {
+    case record_names::as_they_are:
         return app->path_buf;
-    return p.fs_type->find("fat") != std::string::npos ? short_name_text(app, p) : code_page_text(app);
+    case record_names::short_names:
+        return short_name_text(app, p);
+    case record_names::code_page_866:
+        break;
+    }
+    return code_page_text(app);
 }
 
 void refuse_long_name(struct app *app, file_store *store, file_node *row)
@@ -195,7 +202,7 @@ void save_file_template(struct app *app, file_store *store)
             continue;
         }
         begin_path(app, {top->mount->letter, ':'});
-        walk_file_rows(app, store, *top, save_file, is_ext_fs(*top->mount->partition) ? '/' : '\\');
+        walk_file_rows(app, store, *top, save_file, file_system_of(*top->mount->partition).separator);
     }
     const int saved = save_done(app);
     progress_stop(app);

@@ -31,7 +31,7 @@ disk make_disk(const char *name, std::uint32_t drive_number, const std::vector<s
         p.lvm = kind == "lvm";
         p.swap = kind == "swap";
         if (!fs.empty())
-            p.fs_name = p.fs_type = fs;
+            p.fs_type = fs;
     }
     return d;
 }

@@ -134,7 +134,7 @@ TEST(mount, mounts_lists_and_undoes)
     record.pelva_db_dev = device_of("/tmp");
     // Disk, partition number, file system, mount point.
     std::istringstream rows(
-        "sda 1 fat32 -  sda 2 ext4 -  sda 3 ntfs -  sda 4 - -  sda 5 xfs -  sda 6 ext3 - "
+        "sda 1 fat32 -  sda 2 ext4 -  sda 3 ntfs -  sda 4 - -  sda 5 exfat -  sda 6 ext3 - "
         "sda 7 ext2 /tmp/tarnelX  sdb 1 ext2 -  md0 1 fat16 -  md0 2 ext4 /tmp  md;x 1 ext4 -");
     part row;
     for (std::string type, where; rows >> row.device >> row.index >> type >> where;) {

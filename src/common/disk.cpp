@@ -127,11 +127,9 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
     if (p.lvm)
         trace_log("Partition: %s%d is lvm", path.c_str(), p.index);
     p.boot = entry.boot ? 1 : 0;
-    if (entry.fs_name) {
-        trace_log("File system of %s%d: %s", device.c_str(), p.index, entry.fs_name->c_str());
-        p.fs_name = entry.fs_name;
-        p.fs_type = entry.fs_name;
-    }
+    p.fs_type = entry.fs_type;
+    if (p.fs_type)
+        trace_log("File system of %s%d: %s", device.c_str(), p.index, p.fs_type->c_str());
     p.type = entry.type;
     examine_node(p);
     return p;

@@ -19,9 +19,9 @@ struct part {
     std::int32_t logical = 0;
     std::int32_t lvm = 0;
     std::int32_t swap = 0;
-    char letter = 0;                    // firmware's drive letter, 'C' upward; 0 for none
-    std::optional<std::string> fs_name; // libparted's name ("ext4", "fat32", ...), as shown to the user
-    std::optional<std::string> fs_type; // the same name, as tested and given to mount
+    char letter = 0; // firmware's drive letter, 'C' upward; 0 for none
+    // libparted's name of the file system, also of one that the tool does not know: "ext4", "linux-swap(v1)".
+    std::optional<std::string> fs_type;
     std::optional<std::string> mount_point;
     std::string device;    // base name of the disk, e.g. "sda"
     std::uint64_t dev = 0; // st_rdev of the device node; 0 when it could not be examined
@@ -62,8 +62,14 @@ const char *partition_separator(const std::string &disk_name);
 // Base name of a partition's device node: "sda1", "md0p1".
 std::string partition_name(const part &p);
 
+// What the tool knows of the partition's file system.
+[[nodiscard]] const struct file_system &file_system_of(const part &p);
+
 // 1 for ext2, ext3 and ext4; 0 otherwise, also without a file system.
 int is_ext_fs(const part &p);
 
-// 1 for the file systems that can be mounted and browsed: ext2, ext3, ext4, fat16, fat32, ntfs.
+// True for fat16 and fat32.
+bool is_fat_fs(const part &p);
+
+// 1 for the file systems that the firmware reads, so that they are mounted and browsed; 0 otherwise.
 int is_supported_fs(const part &p);

@@ -1,10 +1,33 @@
-// Small tests on paths of the running system, and two string helpers that many modules use.
+// The file systems that the tool knows, small tests on paths of the running system, and two string helpers.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+
+// How a file's name goes into a record of the template.
+enum class record_names { as_they_are, short_names, code_page_866 };
+
+// One kind of file system, and everything that the tool does differently for it.
+struct file_system {
+    struct known_magic {
+        std::uint32_t f_type; // of statfs(2)
+        const char *trace_text;
+    };
+    std::array<std::string_view, 3> names{}; // libparted's; none for what the firmware cannot read
+    std::array<known_magic, 3> magics{};
+    record_names names_in_records = record_names::code_page_866;
+    char separator = '\\';            // in the firmware's paths
+    const char *mount_type = nullptr; // null for the name itself
+    const char *mount_options = "";
+    const char *mount_package = nullptr; // what may be missing when it cannot be mounted; null for nothing
+};
+
+// The kind that libparted's whole name ("fat32") belongs to; one without names for any other name.
+[[nodiscard]] const file_system &find_file_system(const std::optional<std::string> &name);
 
 // The magic number (statfs f_type) of the path's file system when it is one that the tool recognises; 0 for
 // any other, and when the path cannot be queried.

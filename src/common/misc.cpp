@@ -1,6 +1,7 @@
 #include "common/misc.h"
 
 #include "common/environment.h"
+#include "common/filesystem.h"
 #include "common/template_pair.h"
 #include "trace_log.h"
 
@@ -109,7 +110,7 @@ bool name_for_firmware(environment *env)
         return false;
     }
     trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());
-    env->separator = is_ext_fs(*env->pelva_db_mt->partition) ? '/' : '\\';
+    env->separator = file_system_of(*env->pelva_db_mt->partition).separator;
     return true;
 }
 

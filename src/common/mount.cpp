@@ -74,16 +74,10 @@ bool is_plain_name(std::string_view name)
 
 std::string mount_command(const disk &d, const part &p, const std::string &directory)
 {
-    std::string type = *p.fs_type;
-    std::string options;
-    if (type == "fat16" || type == "fat32") {
-        type = "vfat";
-        options = "-o codepage=866,utf8";
-    } else if (type == "ntfs") {
-        type = "ntfs-3g";
-    }
+    const file_system &kind = file_system_of(p);
+    const std::string type = kind.mount_type ? kind.mount_type : *p.fs_type;
     const std::string device = "/dev/" + d.name + partition_separator(d.name) + std::to_string(p.index);
-    return "mount -t " + type + " " + device + " " + directory + " " + options;
+    return "mount -t " + type + " " + device + " " + directory + " " + kind.mount_options;
 }
 
 // Mounts the partition below the temporary directory and sets its `mount_point`. Returns whether it did.

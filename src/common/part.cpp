@@ -1,5 +1,7 @@
 #include "common/disk.h"
 
+#include "common/filesystem.h"
+
 const char *partition_separator(const std::string &disk_name)
 {
     return disk_name.starts_with("md") ? "p" : "";
@@ -10,12 +12,22 @@ std::string partition_name(const part &p)
     return p.device + partition_separator(p.device) + std::to_string(p.index);
 }
 
+const file_system &file_system_of(const part &p)
+{
+    return find_file_system(p.fs_type);
+}
+
 int is_ext_fs(const part &p)
 {
-    return p.fs_type == "ext2" || p.fs_type == "ext3" || p.fs_type == "ext4";
+    return file_system_of(p).names_in_records == record_names::as_they_are;
+}
+
+bool is_fat_fs(const part &p)
+{
+    return file_system_of(p).names_in_records == record_names::short_names;
 }
 
 int is_supported_fs(const part &p)
 {
-    return is_ext_fs(p) || p.fs_type == "fat16" || p.fs_type == "fat32" || p.fs_type == "ntfs";
+    return !file_system_of(p).names.front().empty();
 }

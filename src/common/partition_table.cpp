@@ -64,7 +64,7 @@ bool take_record(const table_record &r, partition_table &table)
     case record_kind::entry: {
         table_entry entry{r.number, r.type, r.start, r.length, r.boot != 0, r.lvm != 0, r.swap != 0, {}};
         if (r.has_fs)
-            entry.fs_name = text_of(r.text);
+            entry.fs_type = text_of(r.text);
         table.entries.push_back(std::move(entry));
         return r.number >= 0;
     }
