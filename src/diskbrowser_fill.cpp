@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr int free_space_type = 4; // libparted's PED_PARTITION_FREESPACE
-
 struct tree_filler {
     struct app *app;
     GtkTreeStore *store;
@@ -60,7 +58,7 @@ void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, d
 // Whether the board can check a sector of this partition.
 bool has_row(const part &part)
 {
-    if (part.type == free_space_type || part.swap || part.lvm)
+    if (part.swap || part.lvm)
         return false;
     return part.fs_type ? is_supported_fs(part) != 0 : part.extended != 0;
 }

@@ -25,7 +25,6 @@ disk make_disk(const char *name, std::uint32_t drive_number, const std::vector<s
         std::istringstream(text) >> kind >> p.index >> p.sect_before >> fs;
         p.device = name;
         p.sect_total = kind == "extended" ? 8000 : 1000;
-        p.type = kind == "free" ? 4 : 0;
         p.extended = kind == "extended";
         p.logical = kind == "logical";
         p.lvm = kind == "lvm";
@@ -93,8 +92,8 @@ struct diskbrowser : testing::Test {
 TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_of_the_template)
 {
     app.disks = {make_disk("sda", 0x80,
-                           {"primary 1 2048 ext4", "extended 2 4096", "free 3 20000 fat16",
-                            "lvm 4 30000 ext2", "logical 5 5000 ntfs", "swap 6 6000 ext2", "logical 7 7000",
+                           {"primary 1 2048 ext4", "extended 2 4096", "lvm 4 30000 ext2",
+                            "logical 5 5000 ntfs", "swap 6 6000 ext2", "logical 7 7000",
                             "logical 8 8000 fat32", "primary 9 40000", "extended 10 50000 xfs"}),
                  make_disk("sdb", 0x81, {}),
                  // A damaged list; the extended partition of the disk before is not lent to this one.

@@ -28,8 +28,7 @@ struct part {
 };
 
 struct disk {
-    std::string name; // base name, e.g. "sda" or "md0"
-    std::int32_t removable = 0;
+    std::string name;               // base name, e.g. "sda" or "md0"
     std::uint32_t drive_number = 0; // BIOS drive number, 0x80 for the first disk
     std::int32_t is_gpt = 0;
     // All 0 when the disk could not be read.

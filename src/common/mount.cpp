@@ -193,10 +193,6 @@ int mount_partitions(environment *env)
     env->pelva_db_mt = nullptr;
     for (disk &d : env->disks) {
         trace_log("Processing disk: /dev/%s", d.name.c_str());
-        if (d.removable && !env->use_removable) {
-            trace_log("Warning /dev/%s (removable device)...", d.name.c_str());
-            continue;
-        }
         for (part &p : d.parts) {
             if (!ending())
                 use_partition(env, d, p);
