@@ -307,6 +307,7 @@ int filebrowser_init(struct app *app)
     gtk_window_set_modal(GTK_WINDOW(app->progress_window), TRUE);
     gtk_window_set_transient_for(GTK_WINDOW(app->progress_window), GTK_WINDOW(app->window));
     g_signal_connect(app->progress_window, "delete-event", G_CALLBACK(keep_open), nullptr);
+    // The last number in a trace, here or in what is called below, says how far the start came.
     trace_log("* 1");
     if (!find_widgets(app)) {
         trace_log("* Failed");

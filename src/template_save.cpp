@@ -161,6 +161,7 @@ void save_file(struct app *app, file_store *store, file_node *row)
     }
     std::array<std::uint8_t, file_record_size> record{};
     std::ranges::copy(*text, record.begin());
+    // Spelled so, like every trace text that looks wrong: whoever searches traces looks for it as it stands.
     trace_log("Write file %s in themplates", text->c_str());
     write_record(record);
 }

@@ -35,6 +35,7 @@ constexpr std::array<const char *, 27> default_files = {
     "/usr/sbin/gtk-tarnel",
     "/usr/bin/tarnel",
     "/usr/bin/pelva",
+    // The kernel that the board's driver comes for; under another one the file is missing and drops out.
     "/lib/modules/4.9.41-nrj-desktop-1rosa-x86_64/kernel/drivers/char/pelva.ko",
 };
 

@@ -48,6 +48,7 @@ bool find_template_directory(environment *env)
     if (!found) {
         trace_log("stat failed: %s", std::strerror(errno));
         trace_log("stat() failed on pelva database path, trying to create empty directory");
+        // No search permission: only root, who does not need it, gets to the templates.
         if (mkdir(path, 0644) != 0 || stat(path, &status) != 0) {
             trace_log("Cannot create database directory, exiting");
             std::fprintf(stderr,
