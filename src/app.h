@@ -4,8 +4,10 @@
 #pragma once
 
 #include "common/disk.h"
+#include "common/file_format.h"
 #include "common/mount.h"
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <list>
@@ -21,6 +23,20 @@ extern std::int32_t sectors_changed;
 
 constexpr std::size_t path_buf_size = 1024;
 
+// What a page may have to say of its template (notice_bar.h).
+enum class notice_subject { not_taken_over, left_out, not_saved, count };
+struct notice {
+    std::string text;             // empty: nothing
+    std::list<std::string> names; // of the files concerned
+};
+
+// What became of a saved template at the start, and of the saves since.
+struct saved_template {
+    bool unreadable = false; // all of it or its rest, until the next save
+    bool kept = false;       // the user chose to keep its missing entries, until the next save
+    std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
+};
+
 struct app {
     GladeXML *xml = nullptr;
     GtkWidget *window = nullptr; // parent of the dialogs
@@ -29,16 +45,21 @@ struct app {
     GtkWidget *progressbar = nullptr;
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
-    std::list<std::string> missing_files; // files of the saved template that were not found, newest first
-    std::list<disk> disks;                // in the firmware's disk order
-    std::string tmpdir;                   // temporary mount directory of this run, "/tmp/tarnel%d"
-    std::string pelva_db_path;            // template directory as a Linux path
-    std::list<mount_entry> mounts;        // in the order they were made
-    std::uint64_t pelva_db_dev = 0;       // st_dev of the template directory
-    mount_entry *pelva_db_mt = nullptr;   // the entry in `mounts` that holds the template directory
-    std::string pelva_db_mountpoint;      // mount directory under which the template directory lies
-    const char *short_path = nullptr;     // inside pelva_db_path: the path from its partition's root
-    char separator = 0;                   // of the firmware's paths on that partition: '/' or '\'
+    std::list<std::string> missing_files;   // files of the saved template that were not found, newest first
+    std::list<std::string> hidden_files;    // those that exist, but that the tree does not show, newest first
+    std::list<std::string> missing_sectors; // records that lie on no disk of this machine, as text
+    saved_template file_template;
+    saved_template sector_template;
+
+    std::list<disk> disks;              // in the firmware's disk order
+    std::string tmpdir;                 // temporary mount directory of this run, "/tmp/tarnel%d"
+    std::string pelva_db_path;          // template directory as a Linux path
+    std::list<mount_entry> mounts;      // in the order they were made
+    std::uint64_t pelva_db_dev = 0;     // st_dev of the template directory
+    mount_entry *pelva_db_mt = nullptr; // the entry in `mounts` that holds the template directory
+    std::string pelva_db_mountpoint;    // mount directory under which the template directory lies
+    const char *short_path = nullptr;   // inside pelva_db_path: the path from its partition's root
+    char separator = 0;                 // of the firmware's paths on that partition: '/' or '\'
     std::int32_t use_removable = 0;
 
     GdkPixbuf *folder_normal = nullptr; // one reference each, null when the image could not be loaded
@@ -69,3 +90,5 @@ struct app {
     std::FILE *fsnon = nullptr; // name and check file: both open while a template is written,
     std::FILE *fsncv = nullptr; // both null otherwise
 };
+
+saved_template &template_of(struct app &app, list_kind kind);
