@@ -71,16 +71,6 @@ def no_parent():
     check("Cannot create database directory, exiting" in Tool.running.trace(), "not traced")
 
 
-def new_directory():
-    """A template directory of which only the last level is missing is made"""
-    os.rmdir(TEMPLATES)
-    tool = Tool()
-    tool.start()
-    check_equal(oct(os.stat(TEMPLATES).st_mode & 0o7777), "0o644", "mode")
-    check(f"Short path for pelva device: C:{TEMPLATES}" in tool.trace(), "not traced")
-    tool.quit()
-
-
 @contextlib.contextmanager
 def only_disks(*names):
     """While it lasts, the kernel names no other disks, which saves the time of the others."""
@@ -288,5 +278,5 @@ def discovery():
     shell("umount /mnt/fat")
 
 
-SCENARIOS = [not_root, no_lock, second_copy, no_parent, new_directory, no_environment, damaged_windows, no_board, board,
+SCENARIOS = [not_root, no_lock, second_copy, no_parent, no_environment, damaged_windows, no_board, board,
              killed, signalled, launched, discovery]
