@@ -2,10 +2,8 @@
 #include "filebrowser.h"
 
 #include "common/disk.h"
-#include "common/filesystem.h"
 #include "common/mount_table.h"
 #include "common/owned.h"
-#include "dialogs.h"
 #include "display_text.h"
 #include "gtk_owned.h"
 #include "i18n.h"
@@ -159,20 +157,6 @@ void fill_view(struct app *app)
     trace_log("* 7");
 }
 
-// One warning for each NTFS partition that neither the system nor this program could mount.
-void warn_ntfs(struct app *app)
-{
-    for (const disk &d : app->disks) {
-        for (const part &p : d.parts) {
-            if (file_system_of(p).mount_package && !p.mount_point)
-                dialog_ok(app->window, _("Warning"),
-                          _("Cannot read files on partition %s%s%d with NTFS.\n"
-                            "Perhaps the ntfs-3g package is not installed."),
-                          p.device.c_str(), partition_separator(p.device), p.index);
-        }
-    }
-}
-
 // --- Lookup ---
 
 // The partition whose files carry this device number; null when the tree has none.
@@ -317,8 +301,6 @@ int filebrowser_init(struct app *app)
     show_file_totals(app);
     trace_log("* 3");
     fill_view(app);
-    ask_delete_missing_files(app);
-    warn_ntfs(app);
     gtk_widget_grab_focus(app->filebrowser);
     trace_log("* Success");
     return 1;

@@ -12,8 +12,8 @@
 #include <string>
 #include <string_view>
 
-// Builds the browser in the loaded window description and pre-marks it; asks about missing files and warns of
-// unreadable NTFS partitions. 1 on success, 0 when a widget is missing.
+// Builds the browser in the loaded window description and pre-marks it. 1 on success, 0 when a widget is
+// missing.
 [[nodiscard]] int filebrowser_init(struct app *app);
 
 // At shutdown, before the images are released and while `app` still stands.
@@ -85,13 +85,12 @@ void multiple_select(struct app *app, GtkTreeView *view, file_store *store, file
 
 // --- The saved template ---
 
-// Marks the files that the saved template lists and collects in `missing_files` those that are gone.
+// Marks the files that the saved template lists. Collects in `missing_files` those that are gone, and a text
+// for records that cannot be read; in `hidden_files` those that are there and have no row. Notes in
+// `file_template` when a template is there that cannot be read, or not to its end.
 // 0; -1: no name file, -2: the headers are not valid, -3: a name could not be converted.
 int fill_model(struct app *app, file_store *store);
 
 // Marks the file of one board path, in UTF-8 and with long names. 0; -1: no partition with the letter, -2: no
 // such file, -3: it exists but the tree does not show it.
 int mark_file(struct app *app, file_store *store, const std::string &board_path);
-
-// Offers to save the template without `missing_files`, and empties the list.
-void ask_delete_missing_files(struct app *app);

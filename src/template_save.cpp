@@ -6,27 +6,91 @@
 #include "common/process.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
+#include "display_text.h"
 #include "filebrowser.h"
 #include "gtk_owned.h"
 #include "i18n.h"
+#include "notice_bar.h"
 #include "progress.h"
 #include "trace_log.h"
 #include "tree_walk.h"
 
 #include <algorithm>
 #include <array>
+#include <list>
 #include <optional>
+#include <vector>
 
 namespace {
 
 // The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
 std::unique_ptr<template_pair> current;
 
-void tell_failure(struct app *app)
+// The rows that got a record, in the order of the tree.
+std::vector<const file_node *> recorded;
+
+// Ends the save that was begun, and lets the page say why. What was written is removed.
+void give_up(struct app *app)
+{
+    const owned_gchar text(g_strdup_printf(_("The template was not saved: cannot write in %s: %s."),
+                                           display_text(app->pelva_db_path).c_str(),
+                                           g_strerror(current->error)));
+    const list_kind kind = current->kind;
+    current.reset();
+    set_notice(app, kind, notice_subject::not_saved, text.get());
+}
+
+void tell_failure(struct app *app, list_kind kind)
 {
     progress_stop(app);
     dialog_ok(app->window, _("Error"), "%s",
-              _("Cannot write the template. The previous template stays in use."));
+              kind == list_kind::files
+                  ? _("Cannot write the file template. The previous template stays in use.")
+                  : _("Cannot write the sector template. The previous template stays in use."));
+}
+
+// Where the user finds a file: not by where this run happens to have mounted its partition.
+std::string place_of(const struct app &app, const file_node &file)
+{
+    const std::string path = full_path(file);
+    const std::string &mountpoint = file.mount->mountpoint;
+    if (app.tmpdir.empty() || !mountpoint.starts_with(app.tmpdir))
+        return path;
+    return partition_name(*file.mount->partition) + ":" + path.substr(mountpoint.size());
+}
+
+// Adds the marked files below a row that got no record, whatever the reason. `next` is the first of
+// `recorded` that may still come.
+void find_left_out(const struct app &app, const file_node &above, std::size_t &next,
+                   std::list<std::string> &names)
+{
+    for (const auto &row : above.children) {
+        if (row->is_dir())
+            find_left_out(app, *row, next, names);
+        else if (row->marked && next < recorded.size() && recorded[next] == row.get())
+            ++next;
+        else if (row->marked)
+            names.push_back(place_of(app, *row));
+    }
+}
+
+// The pair is in place: the page says what is not in it, or nothing any more.
+void note_saved(struct app *app, file_store *store)
+{
+    std::list<std::string> names;
+    std::size_t next = 0;
+    find_left_out(*app, *file_store_top(store), next, names);
+    app->hidden_files.clear();
+    app->file_template.unreadable = app->file_template.kept = false;
+    clear_notices(app, list_kind::files);
+    if (names.empty())
+        return;
+    const owned_gchar text(g_strdup_printf(
+        P_("%u marked file has no name that the board can read. It is not in the template.",
+           "%u marked files have no name that the board can read. They are not in the template.",
+           names.size()),
+        static_cast<unsigned>(names.size())));
+    set_notice(app, list_kind::files, notice_subject::left_out, text.get(), std::move(names));
 }
 
 // The template directory's path on its partition, with the firmware's separator and none at the end.
@@ -51,33 +115,36 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         return 0;
     }
     current = open_template_pair(app->pelva_db_path, kind);
-    if (!current) {
+    if (current->error) {
         trace_log("* Failed");
+        give_up(app);
         return 0;
     }
     trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
               path.c_str());
     if (!write_template_headers(*current, directory, count)) {
-        current.reset();
         trace_log("Cannot write file headers");
         trace_log("Failed");
-        tell_failure(app);
+        give_up(app);
+        tell_failure(app, kind);
         return 0;
     }
+    recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
     trace_log("* Success");
     return 1;
 }
 
-void write_record(byte_span record)
+bool write_record(byte_span record)
 {
     if (write_template_record(*current, record)) {
         trace_log("* Success");
-        return;
+        return true;
     }
     trace_log("Write failed");
     trace_log("* Failed");
+    return false;
 }
 
 // The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
@@ -163,7 +230,8 @@ void save_file(struct app *app, file_store *store, file_node *row)
     std::ranges::copy(*text, record.begin());
     // Spelled so, like every trace text that looks wrong: whoever searches traces looks for it as it stands.
     trace_log("Write file %s in themplates", text->c_str());
-    write_record(record);
+    if (write_record(record))
+        recorded.push_back(row);
 }
 
 void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *)
@@ -174,7 +242,7 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     const sector_record record = make_sector_record(disk->drive_number, sector);
     std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
     std::ranges::copy(record.little_endian, bytes.begin() + 1);
-    write_record(bytes);
+    (void)write_record(bytes);
 }
 
 int save_done(struct app *app)
@@ -183,9 +251,15 @@ int save_done(struct app *app)
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
-    auto pair = std::move(current);
     // The walk that wrote it may have been left early.
-    return !ending() && replace_template(std::move(pair)) ? 1 : 0;
+    if (ending())
+        current.reset();
+    else if (replace_template(*current)) {
+        current.reset();
+        return 1;
+    } else
+        give_up(app);
+    return 0;
 }
 
 void save_file_template(struct app *app, file_store *store)
@@ -207,10 +281,12 @@ void save_file_template(struct app *app, file_store *store)
     }
     const int saved = save_done(app);
     progress_stop(app);
-    if (saved)
-        files_changed = 0;
-    else
-        tell_failure(app);
+    if (!saved) {
+        tell_failure(app, list_kind::files);
+        return;
+    }
+    files_changed = 0;
+    note_saved(app, store);
 }
 
 void save_sector_template(struct app *app, GtkTreeModel *disks)
@@ -226,8 +302,11 @@ void save_sector_template(struct app *app, GtkTreeModel *disks)
         begin_path(app, "");
         walk_sector_rows(app, disks, &first, save_sector);
     }
-    if (save_done(app))
-        sectors_changed = 0;
-    else
-        tell_failure(app);
+    if (!save_done(app)) {
+        tell_failure(app, list_kind::sectors);
+        return;
+    }
+    sectors_changed = 0;
+    app->sector_template.unreadable = app->sector_template.kept = false;
+    clear_notices(app, list_kind::sectors);
 }

@@ -37,8 +37,15 @@ struct faulty_machine : testing::Test {
         const pair_bytes pair = pair_of(1, "C:/bootsect.nam", {{'\x80', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"});
         scratch.write("bootsect.nam", pair.nam);
         scratch.write("bootsect.chk", pair.chk);
+        std::vector<std::string> names;
+        for (const char last : file_names)
+            names.push_back({'C', ':', '/', last});
+        const pair_bytes files = pair_of(2, "C:/bootfile.nam", names);
+        scratch.write("bootfile.nam", files.nam);
+        scratch.write("bootfile.chk", files.chk);
     }
 
+    const std::string file_names = "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVW"; // several reads
     scratch_directory scratch;
     replaced_host host{scratch.path()};
 };
@@ -96,6 +103,20 @@ TEST_F(faulty_machine, tables_and_names)
         return judge(list && count == 2 && sector_of(list[1]) == 0xFE030201, !list);
     };
     expect_truth_or_failure("sector list", sectors, 8);
+    // Every record is passed on once at its place, or reported as unread.
+    const auto files = [&] {
+        std::string seen;
+        const auto on_record = [](const char *text, void *to) {
+            return static_cast<std::string *>(to)->push_back(text[3]), 0;
+        };
+        const auto on_unread = [](std::uint32_t first, std::uint32_t last, void *to) {
+            for (; first <= last; ++first)
+                static_cast<std::string *>(to)->push_back(static_cast<char>('0' + first));
+        };
+        const int result = read_file_list(scratch.path(), nullptr, on_record, &seen, on_unread);
+        return judge(seen == file_names, result < 0 && seen.empty());
+    };
+    expect_truth_or_failure("file list", files, 8);
     struct stat here {};
     ASSERT_EQ(stat(scratch.path().c_str(), &here), 0);
     const auto mounts = [&] {

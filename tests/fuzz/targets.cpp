@@ -157,12 +157,11 @@ void templates(input bytes)
     const list_kind kind = names & 1 ? list_kind::files : list_kind::sectors;
     const template_layout layout = layout_of(kind);
     const fs::path directory = machine().templates();
-    machine().write("templates/" + std::string(layout.name_file) + (names & 2 ? ".new" : ""), nam);
-    machine().write("templates/" + std::string(layout.check_file) +
-                        (names & 4   ? ".new"
-                         : names & 8 ? ".old"
-                                     : ""),
-                    chk);
+    const auto name = [](const std::string &file, const char *suffix) {
+        return "templates/" + std::string(*suffix ? ".gtk-tarnel-" : "") + file + suffix;
+    };
+    machine().write(name(layout.name_file, names & 2 ? ".new" : ""), nam);
+    machine().write(name(layout.check_file, names & 4 ? ".new" : names & 8 ? ".old" : ""), chk);
     recover_templates(directory);
     for (const auto &file : fs::directory_iterator(directory))
         require(file.path().extension() == ".nam" || file.path().extension() == ".chk");
@@ -170,7 +169,7 @@ void templates(input bytes)
     const std::size_t whole = nam.size() < template_header_size ? 0 : nam.size() - template_header_size;
     std::size_t records = 0;
     const auto count = [](const char *text, void *user) {
-        require(std::strlen(text) < file_record_size);
+        require(std::strlen(text) <= file_record_size); // all of a record without a NUL
         ++*static_cast<std::size_t *>(user);
         return 0;
     };
