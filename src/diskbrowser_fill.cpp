@@ -58,7 +58,7 @@ bool has_row(const part &part)
 {
     if (part.swap || part.lvm)
         return false;
-    return part.fs_type ? is_supported_fs(part) != 0 : part.extended != 0;
+    return part.fs_type ? is_supported_fs(part) : part.extended != 0;
 }
 
 void append_disk(tree_filler &filler, disk &disk)

@@ -282,7 +282,7 @@ file_store *filebrowser_store(struct app *app)
     return model ? FILE_STORE(model) : nullptr;
 }
 
-int filebrowser_init(struct app *app)
+bool filebrowser_init(struct app *app)
 {
     trace_log("* Enter");
     app->total_files_selected = 0;
@@ -295,7 +295,7 @@ int filebrowser_init(struct app *app)
     trace_log("* 1");
     if (!find_widgets(app)) {
         trace_log("* Failed");
-        return 0;
+        return false;
     }
     trace_log("* 2");
     show_file_totals(app);
@@ -303,7 +303,7 @@ int filebrowser_init(struct app *app)
     fill_view(app);
     gtk_widget_grab_focus(app->filebrowser);
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
 void filebrowser_release(struct app *app)

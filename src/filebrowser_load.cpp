@@ -58,7 +58,7 @@ private:
 
 // A directory being read. All its entries that are shown lie on its own mount, so what is asked of a mount is
 // asked once.
-struct open_directory {
+struct directory_source {
     std::string path;
     std::string device; // node of the partition that it belongs to
     owned_fd file;
@@ -81,9 +81,9 @@ std::size_t mount_length(const std::string &path)
     return mount && mount->directory != "/" ? mount->directory.size() : 0;
 }
 
-open_directory open_for_rows(const file_node &row)
+directory_source open_for_rows(const file_node &row)
 {
-    open_directory directory;
+    directory_source directory;
     directory.path = full_path(row);
     if (row.mount && row.mount->partition)
         directory.device = "/dev/" + partition_name(*row.mount->partition);
@@ -94,7 +94,7 @@ open_directory open_for_rows(const file_node &row)
     directory.dev = status.st_dev;
     directory.mounted = names_mounted_on(directory.path);
     directory.other_device = (row.mount && row.mount->dev != 0 && row.mount->dev != status.st_dev) ||
-                             check_dir_mount(directory.path, directory.device) != 0;
+                             check_dir_mount(directory.path, directory.device);
     directory.known_fs = check_fs_type(directory.path) != 0;
     directory.mount_length = mount_length(directory.path);
     return directory;
@@ -102,7 +102,7 @@ open_directory open_for_rows(const file_node &row)
 
 // Whether the entry belongs to the partition; its status then. Links are not followed. An entry whose whole
 // path the system would refuse is no entry.
-bool get_status(const open_directory &directory, const char *name, struct stat &status)
+bool get_status(const directory_source &directory, const char *name, struct stat &status)
 {
     return !directory.other_device && directory.known_fs && !directory.mounted.contains(name) &&
            directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
@@ -110,7 +110,7 @@ bool get_status(const open_directory &directory, const char *name, struct stat &
            status.st_dev == directory.dev;
 }
 
-bool shows_directory(const open_directory &directory, const char *name)
+bool shows_directory(const directory_source &directory, const char *name)
 {
     struct stat status;
     trace_log("Directory: %s", build_path(directory.path, name).c_str());
@@ -118,7 +118,7 @@ bool shows_directory(const open_directory &directory, const char *name)
     return get_status(directory, name, status) && S_ISDIR(status.st_mode);
 }
 
-bool shows_file(const open_directory &directory, const char *name, struct stat &status)
+bool shows_file(const directory_source &directory, const char *name, struct stat &status)
 {
     if (!get_status(directory, name, status))
         return false;
@@ -128,7 +128,7 @@ bool shows_file(const open_directory &directory, const char *name, struct stat &
     return length <= longest_relative_path && S_ISREG(status.st_mode);
 }
 
-void load_directories(struct app *app, file_store *store, file_node *row, const open_directory &directory)
+void load_directories(struct app *app, file_store *store, file_node *row, const directory_source &directory)
 {
     trace_log("Loading directory list...");
     for (const dirent *entry : directory_list(directory.path, dir_filter)) {
@@ -140,7 +140,7 @@ void load_directories(struct app *app, file_store *store, file_node *row, const 
     }
 }
 
-void load_files(struct app *app, file_store *store, file_node *row, const open_directory &directory)
+void load_files(struct app *app, file_store *store, file_node *row, const directory_source &directory)
 {
     trace_log("Loading file list...");
     struct stat status;
@@ -250,7 +250,7 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
         return 0;
     row->not_loaded = false; // before reading: a directory that fails is not tried again
     file_store_changed(store, row);
-    const open_directory directory = open_for_rows(*row);
+    const directory_source directory = open_for_rows(*row);
     load_directories(app, store, row, directory);
     load_files(app, store, row, directory);
     row->children.shrink_to_fit();
@@ -259,7 +259,7 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
     return 0;
 }
 
-int check_dir_mount(const std::string &directory, const std::string &device)
+bool check_dir_mount(const std::string &directory, const std::string &device)
 {
     trace_log("* Enter");
     trace_log("current directory = %s len = %d current device = %s len %d", directory.c_str(),
@@ -270,12 +270,12 @@ int check_dir_mount(const std::string &directory, const std::string &device)
     if (!table) {
         // Nothing is known of mounts then; hiding every directory would help nobody.
         std::printf("Unable to open /proc/mounts: %s\n", std::strerror(errno));
-        return 0;
+        return false;
     }
     const mount_data *mount = find_device_mount(*table, directory);
     if (!mount) {
         trace_log("* Exit");
-        return 0;
+        return false;
     }
     const dev_t mounted = node_number(mount->device);
     trace_log("bg_dev_m.st_rdev = %d", static_cast<int>(mounted));

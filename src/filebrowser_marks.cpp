@@ -82,7 +82,7 @@ int mark_iter(struct app *app, file_store *store, file_node *row, int value)
     return 1;
 }
 
-int toggle_iter(struct app *app, file_store *store, file_node *row)
+bool toggle_iter(struct app *app, file_store *store, file_node *row)
 {
     if (!row->is_dir()) {
         mark_iter(app, store, row, !row->marked);
@@ -93,7 +93,7 @@ int toggle_iter(struct app *app, file_store *store, file_node *row)
     mark_recursive(app, store, row, !row->marked);
     progress_stop(app);
     g_object_unref(store);
-    return 0;
+    return false;
 }
 
 void mark_recursive(struct app *app, file_store *store, file_node *directory, int value)

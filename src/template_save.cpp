@@ -102,7 +102,7 @@ std::string path_on_partition(const struct app *app)
     return path;
 }
 
-int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
+bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
 {
     trace_log("Enter");
     const char letter = app->pelva_db_mt->letter;
@@ -112,13 +112,13 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         trace_log("* Failed");
         dialog_ok(app->window, _("Error"), "%s",
                   _("The path of the template directory is too long for the board."));
-        return 0;
+        return false;
     }
     current = open_template_pair(app->pelva_db_path, kind);
     if (current->error) {
         trace_log("* Failed");
         give_up(app);
-        return 0;
+        return false;
     }
     trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
               path.c_str());
@@ -127,16 +127,16 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         trace_log("Failed");
         give_up(app);
         tell_failure(app, kind);
-        return 0;
+        return false;
     }
     recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
-bool write_record(byte_span record)
+bool write_to_pair(byte_span record)
 {
     if (write_template_record(*current, record)) {
         trace_log("* Success");
@@ -200,12 +200,12 @@ void refuse_long_name(struct app *app, file_store *store, file_node *row)
 
 } // namespace
 
-int file_save_init(struct app *app)
+bool file_save_init(struct app *app)
 {
     return begin_pair(app, list_kind::files, app->total_files_selected);
 }
 
-int sector_save_init(struct app *app)
+bool sector_save_init(struct app *app)
 {
     return begin_pair(app, list_kind::sectors, app->total_sectors_selected);
 }
@@ -230,7 +230,7 @@ void save_file(struct app *app, file_store *store, file_node *row)
     std::ranges::copy(*text, record.begin());
     // Spelled so, like every trace text that looks wrong: whoever searches traces looks for it as it stands.
     trace_log("Write file %s in themplates", text->c_str());
-    if (write_record(record))
+    if (write_to_pair(record))
         recorded.push_back(row);
 }
 
@@ -242,10 +242,10 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     const sector_record record = make_sector_record(disk->drive_number, sector);
     std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
     std::ranges::copy(record.little_endian, bytes.begin() + 1);
-    (void)write_record(bytes);
+    (void)write_to_pair(bytes);
 }
 
-int save_done(struct app *app)
+bool save_done(struct app *app)
 {
     // Spelled so for the text of the message.
     g_assert(app->fsnon != ((void *)0)); // NOLINT
@@ -256,10 +256,10 @@ int save_done(struct app *app)
         current.reset();
     else if (replace_template(*current)) {
         current.reset();
-        return 1;
+        return true;
     } else
         give_up(app);
-    return 0;
+    return false;
 }
 
 void save_file_template(struct app *app, file_store *store)
@@ -279,7 +279,7 @@ void save_file_template(struct app *app, file_store *store)
         begin_path(app, {top->mount->letter, ':'});
         walk_file_rows(app, store, *top, save_file, file_system_of(*top->mount->partition).separator);
     }
-    const int saved = save_done(app);
+    const bool saved = save_done(app);
     progress_stop(app);
     if (!saved) {
         tell_failure(app, list_kind::files);

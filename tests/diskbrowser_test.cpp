@@ -131,7 +131,7 @@ TEST_F(diskbrowser, window_offers_to_drop_unknown_records_and_marks_by_right_cli
     app.separator = '/';
     save_template({record(0x85, 63), record(0x80, 0), record(0x80, 100000), record(0x81, 0xfffffffeU)});
     answered_dialogs user({GTK_RESPONSE_YES});
-    ASSERT_EQ(diskbrowser_init(&app), 1);
+    ASSERT_TRUE(diskbrowser_init(&app));
     ask_delete_missing_sectors(&app);
     EXPECT_EQ(user.text(), "Confirm: The following sectors not found. Delete a sectors from a template?\n"
                            "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");

@@ -134,7 +134,7 @@ TEST(check_dir_mount, finds_the_device_that_holds_a_directory)
         EXPECT_EQ(check_dir_mount(directory, "/dev/sda2"), not_on_sda2) << directory;
     }
     fs::remove(partition.host.path() / "proc/mounts");
-    EXPECT_EQ(check_dir_mount("/boot", "/dev/sda2"), 0);
+    EXPECT_FALSE(check_dir_mount("/boot", "/dev/sda2"));
 }
 
 TEST(find_iter_for_file, gives_the_row_or_the_reason)

@@ -75,7 +75,7 @@ TEST(marks, stay_true_on_any_sequence)
             EXPECT_EQ(last->marked, value);
             break;
         case 2:
-            EXPECT_EQ(toggle_iter(&app, store, directory), 0);
+            EXPECT_FALSE(toggle_iter(&app, store, directory));
             EXPECT_EQ(directory->marked, !was_marked && directory->marked_files > 0);
             break;
         case 3:

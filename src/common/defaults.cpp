@@ -47,7 +47,7 @@ std::vector<std::string> generate_defaults()
     std::vector<std::string> passed;
     for (const char *file : default_files) {
         const std::string path = host_path(file);
-        if (check_fs_type(path) != 0 && check_symlink(path) != 0) {
+        if (check_fs_type(path) != 0 && check_symlink(path)) {
             trace_log("File %s passed", file);
             passed.emplace_back(file);
         }

@@ -64,11 +64,11 @@ std::string partition_name(const part &p);
 // What the tool knows of the partition's file system.
 [[nodiscard]] const struct file_system &file_system_of(const part &p);
 
-// 1 for ext2, ext3 and ext4; 0 otherwise, also without a file system.
-int is_ext_fs(const part &p);
+// True for ext2, ext3 and ext4; false also without a file system.
+bool is_ext_fs(const part &p);
 
 // True for fat16 and fat32.
 bool is_fat_fs(const part &p);
 
-// 1 for the file systems that the firmware reads, so that they are mounted and browsed; 0 otherwise.
-int is_supported_fs(const part &p);
+// True for the file systems that the firmware reads, so that they are mounted and browsed.
+bool is_supported_fs(const part &p);

@@ -69,10 +69,10 @@ std::uint32_t check_fs_type(const std::string &path)
     return 0;
 }
 
-int check_mime_type(const std::string &path, const std::string &expected)
+bool check_mime_type(const std::string &path, const std::string &expected)
 {
     trace_log("* Enter");
-    int answer = 0;
+    bool answer = false;
     const owned_magic cookie(magic_open(MAGIC_MIME));
     if (cookie && magic_load(cookie.get(), nullptr) == 0) {
         // Null when the file cannot be read.
@@ -84,7 +84,7 @@ int check_mime_type(const std::string &path, const std::string &expected)
     return answer;
 }
 
-int check_symlink(const std::string &path)
+bool check_symlink(const std::string &path)
 {
     for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
@@ -94,10 +94,10 @@ int check_symlink(const std::string &path)
         if (readlink(directory.c_str(), target.data(), target.size()) >= 0) {
             trace_log("Find symlink:  %s", directory.c_str());
             trace_log("* Exit");
-            return 0;
+            return false;
         }
     }
-    return 1;
+    return true;
 }
 
 int is_symlink(const std::string &path, mode_t mode)
@@ -141,7 +141,7 @@ const char *static_sprintf(const char *format, ...)
     return buffer.data();
 }
 
-int has_prefix(std::string_view text, std::string_view prefix)
+bool has_prefix(std::string_view text, std::string_view prefix)
 {
-    return text.starts_with(prefix) ? 1 : 0;
+    return text.starts_with(prefix);
 }

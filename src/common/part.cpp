@@ -17,7 +17,7 @@ const file_system &file_system_of(const part &p)
     return find_file_system(p.fs_type);
 }
 
-int is_ext_fs(const part &p)
+bool is_ext_fs(const part &p)
 {
     return file_system_of(p).names_in_records == record_names::as_they_are;
 }
@@ -27,7 +27,7 @@ bool is_fat_fs(const part &p)
     return file_system_of(p).names_in_records == record_names::short_names;
 }
 
-int is_supported_fs(const part &p)
+bool is_supported_fs(const part &p)
 {
     return !file_system_of(p).names.front().empty();
 }

@@ -294,7 +294,7 @@ int recover(int directory, list_kind kind)
     return 0;
 }
 
-owned_fd open_directory(const std::string &path)
+owned_fd open_template_directory(const std::string &path)
 {
     return owned_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
@@ -314,7 +314,7 @@ template_pair::~template_pair()
 
 std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind)
 {
-    auto pair = std::make_unique<template_pair>(directory, kind, open_directory(directory));
+    auto pair = std::make_unique<template_pair>(directory, kind, open_template_directory(directory));
     const auto [nam, chk] = names_of(kind);
     // A save that could not be taken back may have left half of the pair in use here.
     if (!pair->directory || (pair->error = recover(pair->directory.get(), kind)) != 0) {
@@ -354,7 +354,7 @@ bool replace_template(template_pair &pair)
 
 void recover_templates(const std::string &directory)
 {
-    const owned_fd opened = open_directory(directory);
+    const owned_fd opened = open_template_directory(directory);
     if (!opened)
         return;
     for (const list_kind kind : {list_kind::files, list_kind::sectors})
