@@ -29,6 +29,12 @@ constexpr const char *check_file = "bootfile.chk";
 // Letter, colon and separator at the start of a board path.
 constexpr std::size_t prefix_length = 3;
 
+// What the records of one template share.
+struct lookups {
+    fat_lookups fat;
+    row_names rows;
+};
+
 using record_buffer = std::array<char, file_record_size + 1>; // its last byte stays 0
 
 enum class read_result { record, end_of_file };
@@ -74,11 +80,12 @@ read_result read_record(std::FILE *nam, std::uint32_t number, record_buffer &rec
 }
 
 // The name on a FAT partition with its long components; the name itself when there are none.
-std::string with_long_names(const part &partition, const std::string &record, const std::string &name)
+std::string with_long_names(lookups &shared, const part &partition, const std::string &record,
+                            const std::string &name)
 {
     const std::string tail = name.size() > prefix_length ? name.substr(prefix_length) : "";
     const std::optional<std::string> path =
-        get_path_on_fat_part(partition_name(partition), tail, fat_direction::short_to_long);
+        shared.fat.find(partition_name(partition), tail, fat_direction::short_to_long);
     if (path)
         return record.substr(0, prefix_length) + *path;
     trace_log("Cannot convert filename %s to LFN-path", name.c_str());
@@ -87,7 +94,7 @@ std::string with_long_names(const part &partition, const std::string &record, co
 }
 
 // The record's board path in UTF-8 and with long names. Nothing when it cannot be converted.
-std::optional<std::string> decode_record(struct app *app, const std::string &record)
+std::optional<std::string> decode_record(struct app *app, lookups &shared, const std::string &record)
 {
     trace_log("Search part for label: %c", record.empty() ? '\0' : record[0]);
     const part *partition = record.empty() ? nullptr : find_part_by_label(app->disks, record[0]);
@@ -102,8 +109,8 @@ std::optional<std::string> decode_record(struct app *app, const std::string &rec
         return std::nullopt;
     }
     trace_log("Converted success: %s", converted.get());
-    if (partition->fs_type && partition->fs_type->find("fat") != std::string::npos)
-        return with_long_names(*partition, record, converted.get());
+    if (is_fat_fs(*partition))
+        return with_long_names(shared, *partition, record, converted.get());
     return converted.get();
 }
 
@@ -112,15 +119,17 @@ int mark_records(struct app *app, file_store *store, std::FILE *nam, std::uint32
     // The file bounds what the header claims; one more lets its end be noticed.
     const std::uint64_t bound = std::min<std::uint64_t>(count, body_size(nam) / file_record_size + 1);
     record_buffer buffer{};
+    lookups shared;
     for (std::uint32_t number = 0; number < bound; number++) {
         if (read_record(nam, number, buffer) == read_result::end_of_file)
             break;
         const std::string record = buffer.data();
         trace_log("Record #%d: %s", static_cast<int>(number), record.c_str());
-        const std::optional<std::string> name = decode_record(app, record);
+        const std::optional<std::string> name = decode_record(app, shared, record);
         if (!name)
             return -3;
-        static_cast<void>(mark_file(app, store, *name)); // what is gone was put on `missing_files`
+        // What is gone is put on `missing_files`.
+        static_cast<void>(mark_file(app, store, *name, shared.rows));
         progress_run_main_loop(app);
     }
     return 0;
@@ -159,8 +168,8 @@ std::string convert_ntfs_path(std::string mountpoint, const std::string &tail)
 
 // Walks from a partition down the path that follows its mount directory, reading what was not read yet, and
 // marks the file at its end. 0, or -4 when a piece has no row.
-int load_and_mark(struct app *app, file_store *store, const std::string &path, std::size_t start,
-                  file_node *row)
+int load_and_mark(struct app *app, file_store *store, row_names &rows, const std::string &path,
+                  std::size_t start, file_node *row)
 {
     trace_log("Enter *");
     load_directory_content(app, store, row);
@@ -168,7 +177,7 @@ int load_and_mark(struct app *app, file_store *store, const std::string &path, s
     trace_log("%s, %s", path.c_str(), relative.c_str());
     for (std::size_t at = 0; row && at < relative.size();) {
         const std::size_t end = std::min(relative.find(relative[0], at + 1), relative.size());
-        row = find_child(*row, relative.substr(at + 1, end - at - 1));
+        row = rows.find(*row, relative.substr(at + 1, end - at - 1));
         if (row && end < relative.size())
             load_directory_content(app, store, row);
         at = end;
@@ -201,7 +210,7 @@ int fill_model(struct app *app, file_store *store)
     return result;
 }
 
-int mark_file(struct app *app, file_store *store, const std::string &board_path)
+int mark_file(struct app *app, file_store *store, const std::string &board_path, row_names &rows)
 {
     const char letter = board_path.empty() ? '\0' : board_path[0];
     mount_entry *mount = find_mount(app, letter);
@@ -221,6 +230,14 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
         trace_log("WARNING: wrong path separator");
     const std::string path =
         is_ntfs(*mount) ? convert_ntfs_path(mount->mountpoint, tail) : convert_path(mount->mountpoint, tail);
+    const auto mark = [&] {
+        return root != roots.end() &&
+               load_and_mark(app, store, rows, path, mount->mountpoint.size(), root->get()) == 0;
+    };
+    // On FAT a name is found without regard to case; stat() does that for Latin letters only.
+    const bool rows_first = is_fat_fs(*mount->partition);
+    if (rows_first && mark())
+        return 0;
     trace_log("stat(%s)", path.c_str());
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
@@ -232,9 +249,7 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
         app->missing_files.push_front(mounted_here ? board_path : shown);
         return -2;
     }
-    if (root == roots.end() || load_and_mark(app, store, path, mount->mountpoint.size(), root->get()) != 0)
-        return -3;
-    return 0;
+    return !rows_first && mark() ? 0 : -3;
 }
 
 void ask_delete_missing_files(struct app *app)
