@@ -90,7 +90,7 @@ foreign_file make_file(std::mt19937 &random)
         file.bytes += run;
         file.shown = file.back = long_name;
     }
-    const char attribute = file.is_directory ? 0x10 : any(2) ? 0x20 : 0;
+    const char attribute = file.is_directory ? '\x10' : any(2) ? ' ' : '\0';
     // A file may begin in the cluster where the directory goes on.
     file.bytes += short_entry(short_name, attribute, kind.case_byte, static_cast<char>(any(100)));
     return file;
@@ -146,7 +146,7 @@ void fat_test::fill_directories()
     const bool fat32 = word(boot, 22) == 0;
     const std::size_t sector = word(boot, 11), cluster = sector * static_cast<std::uint8_t>(boot[13]);
     const std::size_t fat = sector * word(boot, 14), width = fat32 ? 4 : 2;
-    const std::size_t root = fat + boot[16] * sector * word(boot, fat32 ? 36 : 22);
+    const std::size_t root = fat + word(boot, 16) % 256 * sector * word(boot, fat32 ? 36 : 22);
     const std::size_t data = root + word(boot, 17) * 32;
     for (std::size_t i = 0; i < 3; ++i) {
         directories[i].clear();

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t longest_path = 255;
 // Of all directories that are remembered, beside the one in use: as many as one directory can hold.
-constexpr std::size_t most_files_remembered = 65536 * 16;
+constexpr std::size_t most_files_remembered = 65536UL * 16;
 // Paths of 255 bytes have no more directories.
 constexpr std::size_t most_directories_remembered = 128;
 
