@@ -186,26 +186,6 @@ std::optional<std::string_view> path_below(std::string_view path, std::string_vi
 
 } // namespace
 
-file_node *find_child(const file_node &row, const std::string &name)
-{
-    const auto &children = row.children;
-    // The directories, and then the files, stand in the order of this comparison. Where the C library's
-    // collation contradicts itself, as it may on bytes that are no text, only the search of all rows is sure.
-    const auto before = [&name](const auto &child) {
-        return std::strcoll(child->name.c_str(), name.c_str()) < 0;
-    };
-    const auto files =
-        std::ranges::partition_point(children, [](const auto &child) { return child->is_dir(); });
-    for (const auto &[from, to] : {std::pair(children.begin(), files), std::pair(files, children.end())}) {
-        const auto place = std::partition_point(from, to, before);
-        if (place != to && (*place)->name == name)
-            return place->get();
-    }
-    const auto found = std::ranges::find(
-        children, name, [](const auto &child) -> const std::string & { return child->name; });
-    return found == children.end() ? nullptr : found->get();
-}
-
 int find_iter_go_down(struct app *app, file_store *store, const std::string &name, file_node **row)
 {
     trace_log("Enter *");

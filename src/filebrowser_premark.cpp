@@ -24,12 +24,19 @@ namespace {
 // Letter, colon and separator at the start of a board path.
 constexpr std::size_t prefix_length = 3;
 
+// What the records of one template share.
+struct lookups {
+    fat_lookups fat;
+    row_names rows;
+};
+
 // The name on a FAT partition with its long components; the name itself when there are none.
-std::string with_long_names(const part &partition, const std::string &record, const std::string &name)
+std::string with_long_names(lookups &shared, const part &partition, const std::string &record,
+                            const std::string &name)
 {
     const std::string tail = name.size() > prefix_length ? name.substr(prefix_length) : "";
     const std::optional<std::string> path =
-        get_path_on_fat_part(partition_name(partition), tail, fat_direction::short_to_long);
+        shared.fat.find(partition_name(partition), tail, fat_direction::short_to_long);
     if (path)
         return record.substr(0, prefix_length) + *path;
     trace_log("Cannot convert filename %s to LFN-path", name.c_str());
@@ -39,7 +46,7 @@ std::string with_long_names(const part &partition, const std::string &record, co
 
 // The record's board path in UTF-8 and with long names. Nothing when it cannot be converted. Without a
 // partition it is only good for being shown; then the separator tells what the bytes are.
-std::optional<std::string> decode_record(struct app *app, const std::string &record)
+std::optional<std::string> decode_record(struct app *app, lookups &shared, const std::string &record)
 {
     trace_log("Search part for label: %c", record.empty() ? '\0' : record[0]);
     const part *partition = record.empty() ? nullptr : find_part_by_label(app->disks, record[0]);
@@ -56,7 +63,7 @@ std::optional<std::string> decode_record(struct app *app, const std::string &rec
     }
     trace_log("Converted success: %s", converted.get());
     if (partition && is_fat_fs(*partition))
-        return with_long_names(*partition, record, converted.get());
+        return with_long_names(shared, *partition, record, converted.get());
     return converted.get();
 }
 
@@ -88,8 +95,8 @@ std::string convert_ntfs_path(std::string mountpoint, const std::string &tail)
 
 // Walks from a partition down the path that follows its mount directory, reading what was not read yet, and
 // marks the file at its end. 0, or -4 when a piece has no row.
-int load_and_mark(struct app *app, file_store *store, const std::string &path, std::size_t start,
-                  file_node *row)
+int load_and_mark(struct app *app, file_store *store, row_names &rows, const std::string &path,
+                  std::size_t start, file_node *row)
 {
     trace_log("Enter *");
     load_directory_content(app, store, row);
@@ -97,7 +104,7 @@ int load_and_mark(struct app *app, file_store *store, const std::string &path, s
     trace_log("%s, %s", path.c_str(), relative.c_str());
     for (std::size_t at = 0; row && at < relative.size();) {
         const std::size_t end = std::min(relative.find(relative[0], at + 1), relative.size());
-        row = find_child(*row, relative.substr(at + 1, end - at - 1));
+        row = rows.find(*row, relative.substr(at + 1, end - at - 1));
         if (row && end < relative.size())
             load_directory_content(app, store, row);
         at = end;
@@ -118,6 +125,7 @@ struct premarking {
     file_store *store;
     std::uint32_t count = 0, next = 0;
     bool unconvertible = false; // a name could not be converted; nothing behind it was looked at
+    lookups shared = {};
 };
 
 // What nobody can name is told like missing files.
@@ -136,14 +144,15 @@ int mark_record(const char *record, void *user)
     auto &marking = *static_cast<premarking *>(user);
     if (ending())
         return 1;
-    const std::optional<std::string> name = decode_record(marking.app, record);
+    const std::optional<std::string> name = decode_record(marking.app, marking.shared, record);
     if (!name) {
         marking.unconvertible = true;
         note_unread(marking.next, marking.count - 1, user);
         return 1;
     }
     ++marking.next;
-    static_cast<void>(mark_file(marking.app, marking.store, *name)); // it notes what it cannot mark itself
+    // It notes itself what it cannot mark.
+    static_cast<void>(mark_file(marking.app, marking.store, *name, marking.shared.rows));
     progress_run_main_loop(marking.app);
     return 0;
 }
@@ -166,7 +175,7 @@ int fill_model(struct app *app, file_store *store)
     return marking.unconvertible ? -3 : result;
 }
 
-int mark_file(struct app *app, file_store *store, const std::string &board_path)
+int mark_file(struct app *app, file_store *store, const std::string &board_path, row_names &rows)
 {
     const char letter = board_path.empty() ? '\0' : board_path[0];
     mount_entry *mount = find_mount(app, letter);
@@ -192,6 +201,14 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
     // begins with two slashes; the user is shown one.
     const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
     const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
+    const auto mark = [&] {
+        return root != roots.end() &&
+               load_and_mark(app, store, rows, path, mount->mountpoint.size(), root->get()) == 0;
+    };
+    // On FAT a name is found without regard to case; stat() does that for Latin letters only.
+    const bool rows_first = is_fat_fs(*mount->partition);
+    if (rows_first && mark())
+        return 0;
     trace_log("stat(%s)", path.c_str());
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
@@ -199,7 +216,7 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
         app->missing_files.push_front(shown);
         return -2;
     }
-    if (root == roots.end() || load_and_mark(app, store, path, mount->mountpoint.size(), root->get()) != 0) {
+    if (rows_first || !mark()) {
         app->hidden_files.push_front(shown);
         return -3;
     }

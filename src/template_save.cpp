@@ -25,6 +25,8 @@ namespace {
 
 // The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
 std::unique_ptr<template_pair> current;
+// Its lookups on FAT.
+std::optional<fat_lookups> names_on_fat;
 
 // The rows that got a record, in the order of the tree.
 std::vector<const file_node *> recorded;
@@ -132,6 +134,7 @@ bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
     recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
+    names_on_fat.emplace();
     trace_log("* Success");
     return true;
 }
@@ -147,14 +150,27 @@ bool write_to_pair(byte_span record)
     return false;
 }
 
-// The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
-std::optional<std::string> short_name_text(const struct app *app, const part &p)
+// A back-slash in a name, which only a damaged volume has, would make two components of it.
+bool holds_separator(const file_node &row)
 {
+    const file_node *at = &row;
+    while (!at->is_root() && at->name.find('\\') == std::string::npos)
+        at = at->parent;
+    return !at->is_root();
+}
+
+// The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
+std::optional<std::string> short_name_text(const struct app *app, const file_node &row)
+{
+    const part &p = *row.mount->partition;
     constexpr std::size_t drive_prefix = 3; // letter, colon, back-slash
     trace_log("fs = %s, start convert filename to sfn-path:, path_buf = %s", p.fs_type->c_str(),
               app->path_buf);
     const std::string path = app->path_buf;
-    const std::optional<std::string> names = get_sfn_path(partition_name(p), path.substr(drive_prefix));
+    std::optional<std::string> names;
+    if (!holds_separator(row))
+        names =
+            names_on_fat->find(partition_name(p), path.substr(drive_prefix), fat_direction::long_to_short);
     if (!names) {
         trace_log("Get sfn-path error!");
         return std::nullopt;
@@ -174,17 +190,12 @@ std::optional<std::string> code_page_text(const struct app *app)
 }
 
 // The file at `path_buf` as the firmware names it on its kind of file system.
-std::optional<std::string> record_text(const struct app *app, const part &p)
+std::optional<std::string> record_text(const struct app *app, const file_node &row)
 {
-    switch (file_system_of(p).names_in_records) {
-    case record_names::as_they_are:
+    const part &p = *row.mount->partition;
+    if (is_ext_fs(p))
         return app->path_buf;
-    case record_names::short_names:
-        return short_name_text(app, p);
-    case record_names::code_page_866:
-        break;
-    }
-    return code_page_text(app);
+    return is_fat_fs(p) ? short_name_text(app, row) : code_page_text(app);
 }
 
 void refuse_long_name(struct app *app, file_store *store, file_node *row)
@@ -218,7 +229,7 @@ void save_file(struct app *app, file_store *store, file_node *row)
     const part &p = *row->mount->partition;
     trace_log("fs_path = %s, mount_point = %s fs = %s", full_path(*row).c_str(),
               row->mount->mountpoint.c_str(), p.fs_type->c_str());
-    const std::optional<std::string> text = record_text(app, p);
+    const std::optional<std::string> text = record_text(app, *row);
     if (!text)
         return;
     trace_log("filename = %s len = %zu", text->c_str(), text->size());
@@ -251,6 +262,7 @@ bool save_done(struct app *app)
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
+    names_on_fat.reset();
     // The walk that wrote it may have been left early.
     if (ending())
         current.reset();

@@ -94,16 +94,21 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     for (const std::string kind : {"16", "32"}) {
         browsed_partition partition("fat" + kind);
         NEED_FILE_SYSTEM(partition);
-        partition.files.write("Long directory/\xd0\x96 file.text", "");
-        partition.files.write("PLAIN.TXT", "");
+        for (const auto *name :
+             {"Long directory/\xd0\x96 file.text", "PLAIN.TXT", "README.txt", "\xd0\x96.txt"})
+            partition.files.write(name, "");
         fs::current_path(partition.files.path());
         setenv("IMAGE", partition.host.write("dev/sda1", "").c_str(), 1);
         setenv("KIND", kind.c_str(), 1);
         run_tool(
             "truncate -s 64M $IMAGE && mkfs.fat -F $KIND $IMAGE && LC_ALL=C.UTF-8 mcopy -si $IMAGE * ::/");
         fs::current_path("/");
-        EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT"}), 0);
-        EXPECT_EQ(marked(partition, *partition.root()), "/Long directory/\xd0\x96 file.text /PLAIN.TXT ");
+        partition.files.write("plain.txt", "");
+        EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT",
+                                      "C:\\README.TXT", "C:\\\x86.TXT"}),
+                  0);
+        EXPECT_EQ(marked(partition, *partition.root()),
+                  "/Long directory/\xd0\x96 file.text /PLAIN.TXT /README.txt /\xd0\x96.txt ");
         EXPECT_EQ(partition.app.missing_files, std::list<std::string>{partition.files.path() / "LOST.TXT"});
     }
     browsed_partition ntfs("ntfs");

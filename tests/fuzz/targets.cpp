@@ -134,15 +134,13 @@ void fat(input bytes)
         }
         return count;
     };
+    fat_lookups lookups;
     if (const auto found = get_sfn_path("sda1", path)) {
         require(parts(*found, "\\") == parts(path, "\\"));
-        for (std::size_t start = 0; start < found->size(); ++start) {
-            const std::size_t end = std::min(found->find('\\', start), found->size());
-            require(end - start >= 1 && end - start <= 12); // NAME.EXT
-            start = end;
-        }
+        require(lookups.find("sda1", path, fat_direction::long_to_short) == found);
     }
     if (const auto found = get_lfn_path("sda1", path)) {
+        require(lookups.find("sda1", path, fat_direction::short_to_long) == found);
         require(parts(*found, "/") == parts(path, "\\") && found->size() <= 255);
         require(is_utf8(*found) && ("/" + *found + "/").find("/../") == std::string::npos);
     }
