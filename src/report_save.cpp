@@ -62,7 +62,7 @@ std::string resolved(const std::string &path)
 bool accept_name(const struct app &app, const std::string &path)
 {
     trace_log("Saving report as: %s", path.c_str());
-    struct stat status {};
+    struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         if (errno == ENOENT)
             return true;
@@ -144,7 +144,7 @@ bool open_beside(new_file &file, const std::string &path)
     const int fd = g_mkstemp_full(file.temporary.data(), O_WRONLY | O_CLOEXEC, 0666);
     if (fd < 0)
         return false;
-    struct stat old {};
+    struct stat old = {};
     if (stat(file.target.c_str(), &old) == 0 &&
         (fchown(fd, old.st_uid, old.st_gid) != 0 || fchmod(fd, old.st_mode & 07777) != 0))
         trace_log("Cannot keep owner and permissions of %s", file.target.c_str());

@@ -96,7 +96,7 @@ TEST_F(faulty_machine, tables_and_names)
         return judge(list && count == 2 && sector_of(list[1]) == 0xFE030201, !list);
     };
     expect_truth_or_failure("sector list", sectors, 8);
-    struct stat here {};
+    struct stat here = {};
     ASSERT_EQ(stat(scratch.path().c_str(), &here), 0);
     const auto mounts = [&] {
         const auto found = find_mountpoint_for_device(here.st_dev);

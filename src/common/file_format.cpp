@@ -266,7 +266,7 @@ std::unique_ptr<sector_record[]> read_sector_list(const std::string &directory, 
 owned_file open_template_file(int directory, const std::string &name, int flags)
 {
     owned_fd fd(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags));
-    struct stat status {};
+    struct stat status = {};
     if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     owned_file stream(fdopen(fd.get(), "rb"));
@@ -277,7 +277,7 @@ owned_file open_template_file(int directory, const std::string &name, int flags)
 
 std::uint64_t body_size(std::FILE *stream)
 {
-    struct stat status {};
+    struct stat status = {};
     if (fstat(fileno(stream), &status) != 0 || status.st_size < static_cast<off_t>(template_header_size))
         return 0;
     return static_cast<std::uint64_t>(status.st_size) - template_header_size;

@@ -66,7 +66,7 @@ bool exists(int directory, const std::string &name, struct stat *status)
 
 bool is_regular_file(int directory, const std::string &name)
 {
-    struct stat status {};
+    struct stat status = {};
     return exists(directory, name, &status) && S_ISREG(status.st_mode);
 }
 
@@ -74,7 +74,7 @@ bool is_regular_file(int directory, const std::string &name)
 // file that it is to replace.
 owned_fd create_beside(int directory, const std::string &name, const std::string &beside)
 {
-    struct stat status {};
+    struct stat status = {};
     mode_t mode = 0644;
     if (exists(directory, name, &status)) {
         if (S_ISDIR(status.st_mode))
@@ -116,7 +116,7 @@ bool copy_file(int directory, const std::string &from, const std::string &to)
 {
     const owned_fd source(openat(directory, from.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     const owned_fd copy = create_beside(directory, from, to);
-    struct stat status {};
+    struct stat status = {};
     if (!source || !copy || fstat(source.get(), &status) != 0)
         return traced_failure("copy", from);
     for (off_t left = status.st_size; left > 0;) {
@@ -132,7 +132,7 @@ bool copy_file(int directory, const std::string &from, const std::string &to)
 // file.
 bool keep_old(int directory, const std::string &name)
 {
-    struct stat status {};
+    struct stat status = {};
     if (!exists(directory, name, &status))
         return errno == ENOENT;
     return linkat(directory, name.c_str(), directory, old_name(name).c_str(), 0) == 0 ||
@@ -142,7 +142,7 @@ bool keep_old(int directory, const std::string &name)
 // Undoes a replacement. Without a predecessor there was no such file before.
 bool restore_old(int directory, const std::string &name)
 {
-    struct stat status {};
+    struct stat status = {};
     if (exists(directory, old_name(name), &status))
         return rename_file(directory, old_name(name), name);
     return errno == ENOENT && remove_file(directory, name);
@@ -212,7 +212,7 @@ void repair(int directory, list_kind kind)
 
 void recover(int directory, list_kind kind)
 {
-    struct stat status {};
+    struct stat status = {};
     const auto [nam, chk] = names_of(kind);
     for (const std::string &name : {new_name(nam), new_name(chk), old_name(nam), old_name(chk)}) {
         if (!exists(directory, name, &status))
