@@ -24,36 +24,25 @@ std::string text_of(const GValue &value)
     return result;
 }
 
-// All properties of a widget, or those of its place in a container.
-void print_properties(GtkWidget *widget, GtkContainer *place)
-{
-    guint count = 0;
-    GParamSpec **specs = place ? gtk_container_class_list_child_properties(G_OBJECT_GET_CLASS(place), &count)
-                               : g_object_class_list_properties(G_OBJECT_GET_CLASS(widget), &count);
-    for (guint i = 0; i < count; i++) {
-        GValue value = G_VALUE_INIT;
-        g_value_init(&value, specs[i]->value_type);
-        if (place)
-            gtk_container_child_get_property(place, widget, specs[i]->name, &value);
-        else if (specs[i]->flags & G_PARAM_READABLE)
-            g_object_get_property(G_OBJECT(widget), specs[i]->name, &value);
-        std::cout << "  " << specs[i]->name << " = " << text_of(value) << "\n";
-        g_value_unset(&value);
-    }
-    g_free(specs);
-}
-
-void print_widget(GtkWidget *widget, gpointer place)
+void print_widget(GtkWidget *widget, gpointer)
 {
     AtkObject *spoken = gtk_widget_get_accessible(widget);
     std::cout << G_OBJECT_TYPE_NAME(widget) << "\n";
     for (const char *text : {atk_object_get_name(spoken), atk_object_get_description(spoken)})
         std::cout << "  " << (text ? text : "none") << "\n";
-    print_properties(widget, nullptr);
-    if (place)
-        print_properties(widget, GTK_CONTAINER(place));
+    guint count = 0;
+    GParamSpec **specs = g_object_class_list_properties(G_OBJECT_GET_CLASS(widget), &count);
+    for (guint i = 0; i < count; i++) {
+        GValue value = G_VALUE_INIT;
+        g_value_init(&value, specs[i]->value_type);
+        if (specs[i]->flags & G_PARAM_READABLE)
+            g_object_get_property(G_OBJECT(widget), specs[i]->name, &value);
+        std::cout << "  " << specs[i]->name << " = " << text_of(value) << "\n";
+        g_value_unset(&value);
+    }
+    g_free(specs);
     if (GTK_IS_CONTAINER(widget))
-        gtk_container_forall(GTK_CONTAINER(widget), print_widget, widget);
+        gtk_container_forall(GTK_CONTAINER(widget), print_widget, nullptr);
 }
 
 } // namespace
