@@ -19,7 +19,7 @@ std::string text_of(const GValue &value)
     GValue text = G_VALUE_INIT;
     g_value_init(&text, G_TYPE_STRING);
     const char *characters = g_value_transform(&value, &text) ? g_value_get_string(&text) : nullptr;
-    const std::string result = characters ? characters : "none";
+    std::string result = characters ? characters : "none";
     g_value_unset(&text);
     return result;
 }
