@@ -292,7 +292,7 @@ bool template_exists(const std::string &directory, list_kind kind)
 owned_file open_template_file(int directory, const std::string &name, int flags)
 {
     owned_fd fd(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags));
-    struct stat status {};
+    struct stat status = {};
     if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     owned_file stream(fdopen(fd.get(), "rb"));
@@ -303,7 +303,7 @@ owned_file open_template_file(int directory, const std::string &name, int flags)
 
 std::optional<std::uint64_t> body_size(std::FILE *stream)
 {
-    struct stat status {};
+    struct stat status = {};
     if (fstat(fileno(stream), &status) != 0)
         return std::nullopt;
     if (status.st_size < static_cast<off_t>(template_header_size))
