@@ -1,6 +1,7 @@
 #include "common/misc.h"
 
 #include "common/environment.h"
+#include "common/file_format.h"
 #include "common/template_pair.h"
 #include "trace_log.h"
 
@@ -24,7 +25,7 @@ void read_environment(environment *env)
         env->pelva_db_path = path;
         setenv("PELVA_PATH", path, 1);
     } else {
-        env->pelva_db_path = "/boot/pelva";
+        env->pelva_db_path = default_template_directory;
         trace_log("Defined path to the templates: %s", env->pelva_db_path.c_str());
     }
     trace_log("Using pelva db path: %s", env->pelva_db_path.c_str());
