@@ -2,6 +2,7 @@
 // terminal of. KIND is "error" or "info".
 #include "common/owned.h"
 #include "i18n.h"
+#include "wrapped_label.h"
 
 #include <gtk/gtk.h>
 #include <string>
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr const char *window_icon = "/usr/share/gtk-tarnel/gtk-tarnel.png";
-constexpr int message_max_width = 600; // pixels
 // Of a program that has printed without end, the last words tell the most.
 constexpr std::size_t longest = 4000;
 
@@ -30,20 +30,6 @@ std::string read_message()
     return text;
 }
 
-// GTK's own label grows to the width of half a screen, and does not break words, though a path is one.
-void limit_width(GtkWidget *widget, gpointer)
-{
-    if (!GTK_IS_LABEL(widget))
-        return;
-    GtkRequisition natural;
-    gtk_label_set_line_wrap(GTK_LABEL(widget), FALSE);
-    gtk_widget_size_request(widget, &natural);
-    gtk_label_set_line_wrap(GTK_LABEL(widget), TRUE);
-    gtk_label_set_line_wrap_mode(GTK_LABEL(widget), PANGO_WRAP_WORD_CHAR);
-    if (natural.width > message_max_width)
-        gtk_widget_set_size_request(widget, message_max_width, -1);
-}
-
 void show(const std::string &text, GtkMessageType kind)
 {
     const owned_gchar valid(g_utf8_make_valid(text.c_str(), -1));
@@ -51,7 +37,11 @@ void show(const std::string &text, GtkMessageType kind)
                                                GTK_BUTTONS_CLOSE, "%s", valid.get());
     gtk_window_set_title(GTK_WINDOW(dialog), _("Pelva integrity-check templates"));
     GtkWidget *area = gtk_message_dialog_get_message_area(GTK_MESSAGE_DIALOG(dialog));
-    gtk_container_foreach(GTK_CONTAINER(area), limit_width, nullptr);
+    const auto wrap = +[](GtkWidget *widget, gpointer) {
+        if (GTK_IS_LABEL(widget))
+            wrap_label(GTK_LABEL(widget));
+    };
+    gtk_container_foreach(GTK_CONTAINER(area), wrap, nullptr);
     gtk_dialog_run(GTK_DIALOG(dialog));
     gtk_widget_destroy(dialog);
 }
