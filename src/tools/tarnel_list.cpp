@@ -47,6 +47,13 @@ owned_file open_half(const std::string &path, bool &missing)
     return stream;
 }
 
+void say_not_whole(const std::string &directory, list_kind kind)
+{
+    complain(kind == list_kind::files ? _("The file template in %s is not whole")
+                                      : _("The sector template in %s is not whole"),
+             shown(directory).c_str());
+}
+
 // Whether both files are there and agree. What is wrong is said.
 bool check_pair(const std::string &directory, list_kind kind)
 {
@@ -64,8 +71,7 @@ bool check_pair(const std::string &directory, list_kind kind)
     if (nam && chk && read_structures(nam.get(), chk.get(), nam_header, chk_header) &&
         is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind))
         return true;
-    complain(files ? _("The file template in %s is not whole") : _("The sector template in %s is not whole"),
-             shown(directory).c_str());
+    say_not_whole(directory, kind);
     return false;
 }
 
@@ -83,19 +89,27 @@ void print_record(const std::string &text, bool raw)
     std::fputc(raw ? '\0' : '\n', stdout);
 }
 
-void list_files(const std::string &directory, bool raw)
+struct listing {
+    bool raw;
+    bool complete; // false once records could not be read
+};
+
+bool list_files(const std::string &directory, bool raw)
 {
-    static_cast<void>(read_file_list(
+    listing list{raw, true};
+    const int failure = read_file_list(
         directory, nullptr,
         [](const char *record, void *user) {
-            const bool as_it_is = *static_cast<const bool *>(user);
+            const bool as_it_is = static_cast<const listing *>(user)->raw;
             print_record(as_it_is ? record : record_text(record), as_it_is);
             return 0;
         },
-        &raw));
+        &list,
+        [](std::uint32_t, std::uint32_t, void *user) { static_cast<listing *>(user)->complete = false; });
+    return failure == 0 && list.complete;
 }
 
-void list_sectors(const std::string &directory, bool raw)
+bool list_sectors(const std::string &directory, bool raw)
 {
     std::uint32_t count = 0;
     const auto records = read_sector_list(directory, count);
@@ -105,15 +119,25 @@ void list_sectors(const std::string &directory, bool raw)
                       sector_of(records[i]));
         print_record(text, raw);
     }
+    return records != nullptr;
 }
 
 // What can be read of a pair that is not whole is printed, too: what the program would mark at its start.
+bool list_pair(const std::string &directory, list_kind kind, bool raw)
+{
+    const bool whole = check_pair(directory, kind);
+    const bool complete =
+        kind == list_kind::files ? list_files(directory, raw) : list_sectors(directory, raw);
+    if (whole && !complete)
+        say_not_whole(directory, kind);
+    return whole && complete;
+}
+
 int list_templates(const std::string &directory, bool raw)
 {
-    bool whole = check_pair(directory, list_kind::files);
-    list_files(directory, raw);
-    whole = check_pair(directory, list_kind::sectors) && whole;
-    list_sectors(directory, raw);
+    bool whole = true;
+    for (const list_kind kind : {list_kind::files, list_kind::sectors})
+        whole = list_pair(directory, kind, raw) && whole;
     if (std::fflush(stdout) == 0 && !std::ferror(stdout))
         return whole ? all_whole : not_whole;
     complain(_("Cannot write: %s"), std::strerror(errno));
