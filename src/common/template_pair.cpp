@@ -191,7 +191,7 @@ bool replace_files(template_pair &pair)
 
 bool is_regular_file(int directory, const std::string &name, int &error)
 {
-    struct stat status {};
+    struct stat status = {};
     if (exists(directory, name, &status))
         return S_ISREG(status.st_mode);
     if (errno != ENOENT)
@@ -224,15 +224,9 @@ bool is_whole(int directory, list_kind kind, const std::string &nam_name, const 
             error = EIO;
         return false;
     }
-    const std::optional<std::uint64_t> nam_size = body_size(nam.get()), chk_size = body_size(chk.get());
-    if (!nam_size || !chk_size)
+    if (!body_size(nam.get()) || !body_size(chk.get()))
         error = EIO;
-    const template_fields fields = fields_of(nam_header);
-    const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
-                                      layout_of(kind).record_size};
-    return fields == expected && fields_of(chk_header) == expected &&
-           nam_size == std::uint64_t{fields.count} * fields.record_size &&
-           chk_size == std::uint64_t{fields.count} * check_value_size;
+    return is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
 }
 
 // The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
