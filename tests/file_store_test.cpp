@@ -51,7 +51,8 @@ void expect_children(GtkTreeModel *upper, upper_path convert, GtkTreePath *path,
 {
     const owned_path above(convert(upper, path));
     GtkTreeIter iter;
-    ASSERT_TRUE(above && gtk_tree_model_get_iter(upper, &iter, above.get()));
+    ASSERT_NE(above, nullptr);
+    ASSERT_TRUE(gtk_tree_model_get_iter(upper, &iter, above.get()));
     EXPECT_EQ(gtk_tree_model_iter_n_children(upper, &iter), std::ssize(row.children));
 }
 

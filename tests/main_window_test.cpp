@@ -75,6 +75,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     // A window that is destroyed ends the main loop.
     g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);
     gtk_main();
+    release_window_description(app.xml);
 }
 
 TEST(main_window, has_a_handler_for_every_signal_of_the_description_and_no_other)

@@ -83,7 +83,7 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
         std::filesystem::current_path("/");
         save_file_template(app, partition->store);
         EXPECT_EQ(saved(), file_pair(records)) << fs_type;
-        EXPECT_TRUE(files_changed == 0 && app->total_files_selected == 4) << fs_type;
+        EXPECT_EQ(std::tuple(files_changed, app->total_files_selected), std::tuple(0, 4U)) << fs_type;
         EXPECT_EQ(left_out(), unnamed) << fs_type;
     }
 }
