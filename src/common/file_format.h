@@ -66,9 +66,10 @@ std::uint32_t sector_of(const sector_record &record); // LBA
                                    template_header &chk_header);
 
 // Whether two open files and their headers, as read_structures has read them, make a whole pair: they agree
-// with each other and hold exactly the records that they claim.
-[[nodiscard]] bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
-                                 const template_header &chk_header, list_kind kind);
+// with each other and hold exactly the records that they claim. Nothing when one cannot be examined.
+[[nodiscard]] std::optional<bool> is_whole_pair(std::FILE *nam, const template_header &nam_header,
+                                                std::FILE *chk, const template_header &chk_header,
+                                                list_kind kind);
 
 using count_callback = void (*)(std::uint32_t count, void *user);
 using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading

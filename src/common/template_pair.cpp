@@ -224,9 +224,10 @@ bool is_whole(int directory, list_kind kind, const std::string &nam_name, const 
             error = EIO;
         return false;
     }
-    if (!body_size(nam.get()) || !body_size(chk.get()))
+    const std::optional<bool> whole = is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
+    if (!whole)
         error = EIO;
-    return is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
+    return whole.value_or(false);
 }
 
 // The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
