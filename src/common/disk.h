@@ -47,9 +47,6 @@ struct disk {
 // (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.
 [[nodiscard]] std::vector<std::string> get_device_from_proc();
 
-// 1 when the disk (such as sda) holds the root file system, else 0.
-[[nodiscard]] int is_system_disk(const std::string &name);
-
 // The kernel's "removable" flag of a device such as /dev/sda; -1 when it cannot be read.
 [[nodiscard]] int is_removable(const std::string &device);
 
