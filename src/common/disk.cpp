@@ -116,8 +116,8 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 {
     part p;
     p.index = entry.number;
-    p.sect_before = static_cast<std::uint32_t>(entry.start);
-    p.sect_total = static_cast<std::uint32_t>(entry.length);
+    p.sect_before = static_cast<std::uint64_t>(entry.start);
+    p.sect_total = static_cast<std::uint64_t>(entry.length);
     p.device = device;
     p.extended = entry.type == 2;
     p.logical = entry.type == 1;

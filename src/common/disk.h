@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-// One partition. Sector numbers and lengths are in logical sectors of the disk, cut to 32 bits.
+// One partition. Sector numbers and lengths are in logical sectors of the disk.
 struct part {
     std::int8_t boot = 0;          // the "active" flag
     std::int32_t type = 0;         // libparted's: 0 normal, 1 logical, 2 extended
-    std::uint32_t sect_before = 0; // first sector (LBA) on the disk
-    std::uint32_t sect_total = 0;
+    std::uint64_t sect_before = 0; // first sector (LBA) on the disk; a template holds 32 bits of it
+    std::uint64_t sect_total = 0;
     std::int32_t index = 0; // 1-4 primary, 5 and up logical, GPT entry position + 1
     std::int32_t extended = 0;
     std::int32_t logical = 0;

@@ -229,6 +229,8 @@ partition_table finish_reading(const table_reading &started, std::chrono::millis
         drop_table(table, describe_end(state, status, time));
     else if (table.openable && started.depth == table_depth::whole_table && table.type.empty())
         drop_table(table, "libparted found none that it could read");
+    else if (table.type == "loop")
+        drop_table(table, "a file system takes the whole disk");
     return table;
 }
 
