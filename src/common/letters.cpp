@@ -143,7 +143,9 @@ part *find_part_by_label(std::list<disk> &disks, char letter, disk **owner)
     trace_log("Enter *");
     if (owner)
         *owner = nullptr;
-    part *found = letter >= 'C' && letter <= 'Z' ? find_lettered(disks, letter, owner) : nullptr;
+    // Letters run on behind 'Z', up to 0xFF.
+    const bool is_letter = static_cast<unsigned char>(letter) >= 'C';
+    part *found = is_letter ? find_lettered(disks, letter, owner) : nullptr;
     if (found) {
         trace_log("The partition label %c was defined", letter);
         if (found->extended) {
