@@ -9,6 +9,7 @@
 #include "trace_log.h"
 #include "widgets.h"
 #include "window_description.h"
+#include "wrapped_label.h"
 
 #include <gtk/gtk.h>
 
@@ -73,5 +74,6 @@ int infobrowser_init(struct app *app)
         return 1;
     }
     gtk_label_set_text(GTK_LABEL(label), template_paths_text(*app).get());
+    wrap_anywhere(GTK_LABEL(label));
     return 1;
 }

@@ -92,15 +92,16 @@ struct diskbrowser : testing::Test {
 
 TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_of_the_template)
 {
-    app.disks = {make_disk("sda", 0x80,
-                           {"primary 1 2048 ext4", "extended 2 4096", "lvm 4 30000 ext2",
-                            "logical 5 5000 ntfs", "swap 6 6000 ext2", "logical 7 7000",
-                            "logical 8 8000 fat32", "primary 9 40000", "extended 10 50000 xfs"}),
-                 make_disk("sdb", 0x81, {}),
-                 // A damaged list; the extended partition of the disk before is not lent to this one.
-                 make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
-                 // A record holds the low byte of the number.
-                 make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
+    app.disks = {
+        make_disk("sda", 0x80,
+                  {"primary 1 2048 ext4", "extended 2 4096", "lvm 4 30000 ext2", "logical 5 5000 ntfs",
+                   "swap 6 6000 ext2", "logical 7 7000", "logical 8 8000 fat32", "primary 9 40000",
+                   "extended 10 50000 xfs", "primary 11 4294969344 ext4", "primary 12 4294967296 ext4"}),
+        make_disk("sdb", 0x81, {}),
+        // A damaged list; the extended partition of the disk before is not lent to this one.
+        make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
+        // A record holds the low byte of the number.
+        make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
     // Also the same again, inside a partition, inside the extended partition, and outside every partition: no
     // question, which would need a display.
     save_template({record(0x80, 5000), record(0x83, 2048), record(0x80, 5000), record(0x80, 2050),

@@ -2,30 +2,13 @@
 // with the partitions that the firmware can see. Built once at start-up.
 #pragma once
 
+#include "common/part.h"
+
 #include <cstdint>
 #include <list>
 #include <optional>
 #include <string>
 #include <vector>
-
-// One partition. Sector numbers and lengths are in logical sectors of the disk, cut to 32 bits.
-struct part {
-    std::int8_t boot = 0;          // the "active" flag
-    std::int32_t type = 0;         // libparted's: 0 normal, 1 logical, 2 extended
-    std::uint32_t sect_before = 0; // first sector (LBA) on the disk
-    std::uint32_t sect_total = 0;
-    std::int32_t index = 0; // 1-4 primary, 5 and up logical, GPT entry position + 1
-    std::int32_t extended = 0;
-    std::int32_t logical = 0;
-    std::int32_t lvm = 0;
-    std::int32_t swap = 0;
-    char letter = 0; // firmware's drive letter, 'C' upward; 0 for none
-    // libparted's name of the file system, also of one that the tool does not know: "ext4", "linux-swap(v1)".
-    std::optional<std::string> fs_type;
-    std::optional<std::string> mount_point;
-    std::string device;    // base name of the disk, e.g. "sda"
-    std::uint64_t dev = 0; // st_rdev of the device node; 0 when it could not be examined
-};
 
 struct disk {
     std::string name;               // base name, e.g. "sda" or "md0"
@@ -46,29 +29,8 @@ struct disk {
 // (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.
 [[nodiscard]] std::vector<std::string> get_device_from_proc();
 
-// 1 when the disk (such as sda) holds the root file system, else 0.
-[[nodiscard]] int is_system_disk(const std::string &name);
-
 // The kernel's "removable" flag of a device such as /dev/sda; -1 when it cannot be read.
 [[nodiscard]] int is_removable(const std::string &device);
 
 // The active md array (such as md0) that has the whole disk (such as sdb) as a member.
 [[nodiscard]] std::optional<std::string> find_raid_mapping_for_device(const std::string &name);
-
-// "p" for md arrays, whose partitions are named md0p1; nothing for sda1.
-const char *partition_separator(const std::string &disk_name);
-
-// Base name of a partition's device node: "sda1", "md0p1".
-std::string partition_name(const part &p);
-
-// What the tool knows of the partition's file system.
-[[nodiscard]] const struct file_system &file_system_of(const part &p);
-
-// True for ext2, ext3 and ext4; false also without a file system.
-bool is_ext_fs(const part &p);
-
-// True for fat16 and fat32.
-bool is_fat_fs(const part &p);
-
-// True for the file systems that the firmware reads, so that they are mounted and browsed.
-bool is_supported_fs(const part &p);

@@ -12,7 +12,8 @@
 // the others disk by disk, logical drives at the place of their extended partition.
 void assign_letters(std::list<disk> &disks);
 
-// The extended or supported partition with this letter ('C' to 'Z'). `owner`, if given, receives its disk.
+// The extended or supported partition with this letter, from 'C' to the character 0xFF. `owner`, if given,
+// receives its disk.
 [[nodiscard]] part *find_part_by_label(std::list<disk> &disks, char letter, disk **owner = nullptr);
 
 // The extended or supported partition with this name, such as sda1. `owner`, if given, receives its disk.
@@ -27,7 +28,7 @@ void assign_letters(std::list<disk> &disks);
 
 [[nodiscard]] disk *find_disk_by_number(std::list<disk> &disks, std::uint32_t drive_number);
 
-// 0 when a sector, counted from the start of the named disk or partition (sda, sda1), lies inside it, 1 when
-// it lies outside. A name that the list does not know gives 0.
-[[nodiscard]] int check_sector_range(const std::list<disk> &disks, const std::string &name,
-                                     std::int32_t sector);
+// Whether a sector, counted from the start of the named disk or partition (sda, sda1), lies outside of it. A
+// name that the list does not know gives false.
+[[nodiscard]] bool check_sector_range(const std::list<disk> &disks, const std::string &name,
+                                      std::int64_t sector);

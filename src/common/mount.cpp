@@ -7,7 +7,6 @@
 #include "common/process.h"
 #include "trace_log.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -63,15 +62,6 @@ std::vector<std::string> cleanup_places()
     return only_own ? std::vector<std::string>{"/tmp/tarnel*"} : own;
 }
 
-// Device names stand on a command line and in a path. The kernel's names of disks are of this kind.
-bool is_plain_name(std::string_view name)
-{
-    return std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-               c == '-';
-    });
-}
-
 std::string mount_command(const disk &d, const part &p, const std::string &directory)
 {
     const file_system &kind = file_system_of(p);
@@ -85,7 +75,7 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
 {
     trace_log("Partition /dev/%s%d does not have mount point", p.device.c_str(), p.index);
     trace_log("Mounting devices to %s", tmpdir.c_str());
-    if (!is_plain_name(d.name) || !is_plain_name(p.device)) {
+    if (!is_device_name(d.name) || !is_device_name(p.device)) {
         trace_log("Unusable device name %s", p.device.c_str());
         return false;
     }

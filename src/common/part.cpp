@@ -1,6 +1,8 @@
-#include "common/disk.h"
+#include "common/part.h"
 
 #include "common/filesystem.h"
+
+#include <algorithm>
 
 const char *partition_separator(const std::string &disk_name)
 {
@@ -30,4 +32,14 @@ bool is_fat_fs(const part &p)
 bool is_supported_fs(const part &p)
 {
     return !file_system_of(p).names.front().empty();
+}
+
+bool is_device_name(std::string_view name)
+{
+    const auto is_alphanumeric = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    };
+    return !name.empty() && is_alphanumeric(name.front()) && std::ranges::all_of(name, [&](char c) {
+        return is_alphanumeric(c) || c == '_' || c == '-' || c == '.';
+    });
 }
