@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace {
 
@@ -211,42 +213,61 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
     EXPECT_TRUE(partition.row("\xff\xfe")->marked);
 }
 
-// Keeps a long operation going for some milliseconds; whether the progress window was seen.
-bool operate(struct app &app, int milliseconds)
-{
-    bool seen = false;
-    for (const gint64 end = g_get_monotonic_time() + gint64{1000} * milliseconds;
-         g_get_monotonic_time() < end;) {
-        progress_run_main_loop(&app);
-        seen = seen || gtk_widget_get_visible(app.progress_window);
-        g_usleep(1000);
-    }
-    return seen;
-}
+// What happens at each status call on a file below the tree, to a disk that is slow.
+void (*during_status)() = nullptr;
 
-TEST(progress, shows_a_moving_bar_only_during_long_operations)
+TEST(progress, covers_the_unfolding_of_a_slow_directory_and_drops_what_is_pressed_meanwhile)
 {
     NEED_DISPLAY();
+    static browsed_partition *shown;
+    static std::size_t most_rows;
+    static GdkEvent *pressed;
     browsed_partition partition;
+    NEED_FILE_SYSTEM(partition);
+    for (int i = 0; i < 400; i++)
+        partition.files.write(std::to_string(i), "");
     partition.show();
+    shown = &partition;
     struct app &app = partition.app;
-    for (int i = 0; i < 3; i++) { // no timer of one reaches the next
+    GtkTreeView *view = GTK_TREE_VIEW(app.filebrowser);
+    for (int i = 0; i < 4; i++) { // no timer of one operation reaches the next
         progress_start(&app);
-        EXPECT_FALSE(operate(app, 70));
+        g_usleep(40'000);
+        settle();
         progress_stop(&app);
     }
+    EXPECT_FALSE(gtk_widget_get_realized(app.progress_window)) << "shown for 40 ms";
     int drawn = 0;
-    const auto count = +[](GtkWidget *, GdkEvent *, int *number) -> gboolean { return ++*number < 0; };
+    const auto count = +[](GtkWidget *, GdkEvent *, int *number) -> gboolean {
+        most_rows = std::max(most_rows, shown->root()->children.size());
+        return ++*number < 0;
+    };
     g_signal_connect(app.progressbar, "expose-event", G_CALLBACK(count), &drawn);
+    pressed = gdk_event_new(GDK_BUTTON_PRESS);
+    pressed->button.window = GDK_WINDOW(g_object_ref(gtk_tree_view_get_bin_window(view)));
+    pressed->button.x = pressed->button.y = 3; // on the partition
+    pressed->button.button = 3;
+    during_status = [] { // before the window is up, while it is, and at the very end
+        gdk_event_put(pressed);
+        g_usleep(2000);
+    };
     files_changed = 0;
-    press(partition, partition.root(), 3, 0, GDK_BUTTON_PRESS); // waits in the queue
-    progress_start(&app);
-    EXPECT_TRUE(operate(app, 800));
-    EXPECT_GE(drawn, 3);
-    progress_stop(&app);
-    settle();
+    gtk_tree_view_expand_row(view, path_of(partition.store, partition.root()).get(), FALSE);
+    during_status = nullptr;
+    gdk_event_free(pressed);
     EXPECT_FALSE(gtk_widget_get_visible(app.progress_window));
-    EXPECT_EQ(files_changed, 0) << "a press came through in the middle of an operation";
+    settle();
+    EXPECT_GE(drawn, 3);
+    EXPECT_EQ(most_rows, 1U) << "rows appeared one by one";
+    EXPECT_EQ(partition.root()->children.size(), 400U);
+    EXPECT_EQ(files_changed, 0) << "a press came through";
 }
 
 } // namespace
+
+extern "C" int fstatat(int directory, const char *name, struct stat *status, int flags)
+{
+    if (during_status)
+        during_status();
+    return static_cast<int>(syscall(SYS_newfstatat, directory, name, status, flags));
+}
