@@ -187,11 +187,12 @@ bool is_dot_entry(const dirent *entry)
     return std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0;
 }
 
-// Device number of a device node; 0 when there is no such node.
+// Device number of a device node; 0 when there is no such node. A mount may name a link to it, such as
+// /dev/disk/by-uuid/...
 dev_t node_number(const std::string &device)
 {
     struct stat status;
-    return lstat(host_path(device).c_str(), &status) == 0 ? status.st_rdev : 0;
+    return stat(host_path(device).c_str(), &status) == 0 ? status.st_rdev : 0;
 }
 
 // The mount of a device that holds the directory: the deepest, and of several on one directory the last,

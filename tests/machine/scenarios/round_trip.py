@@ -1,0 +1,141 @@
+"""There and back: everything on volumes that other tools wrote, marked, saved, marked again by the next start."""
+
+import contextlib
+import os
+import re
+import subprocess
+
+import templates
+from marking import open_page, save
+from robot import MAIN, TEMPLATES, Tool, check, check_equal, shell, wait
+
+# The letters of the sample machine with one more disk behind the others; sdg, without a table, gets none.
+ROOTS = {"C": "/srv", "G": "/mnt/volume", "O": "/mnt/2", "P": "/mnt/3", "Q": "/mnt/4"}
+NAMES = ["README.txt", "BOOTX64.efi", "readme2.EXE", "lower.low", "UPPER.UPP", "Mixed Case and long.txt", "ПРИКАЗ.DOC",
+         "приказ2.doc", "Приказ о проверке.txt", "old long name of a deleted file.doc", "one more long name.doc",
+         "behind the orphan.doc", "FOOXBAR.TXT", "FOX.XAB", "EFI/boot/Loader.efi", "Каталог/ОТЧЁТ.txt",
+         "Program Files/Readme.txt", "naïve façade.txt", "日本語.txt"]
+# What an old system leaves behind that renames files, or writes entries, without knowing long names; blanks inside of names.
+ORPHAN = bytes([0x42, *b"o\0r\0p\0h\0a\0", 0x0F, 0, 0x55, *b"n\0 \0n\0a\0m\0e\0", 0, 0, *b"s\0.\0"])
+DAMAGE = {b"OLDLON~1DOC": b"NEW     TXT", b"ONEMOR~1DOC": ORPHAN, b"FOOXBAR TXT": b"FOO BAR TXT",
+          b"FOX     XAB": b"FOX      AB"}
+
+
+def damage(device):
+    with open(device, "r+b") as volume:
+        data = volume.read(1 << 23)
+        for found, put in DAMAGE.items():
+            check_equal((data.count(found), data.find(found) % 32), (1, 0), f"{found} on {device}")
+            volume.seek(data.find(found))
+            volume.write(put)
+
+
+@contextlib.contextmanager
+def foreign_volumes():
+    """One more disk with volumes that mtools and the kernel have written, and mounts of every kind; undone at the end."""
+    shell("modprobe scsi_debug dev_size_mb=112; modprobe overlay; echo - - - >/sys/class/scsi_host/host1/scan")
+    wait(lambda: os.path.exists("/dev/sdh"), "the disk")
+    shell("printf '%s\n' 2048,16M,6 ,40M,c ,12M,7 ,20M,83 | sfdisk -q /dev/sdh; mkfs.fat -F 16 /dev/sdh1; "
+          "mkfs.fat -F 32 -s 1 /dev/sdh2; mkntfs -q -Q /dev/sdh3; mke2fs -q -t ext4 /dev/sdh4; mke2fs -q -t ext2 -F /dev/sdg")
+    for number, name in enumerate(NAMES):
+        os.makedirs(os.path.dirname(f"/tmp/names/{name}"), exist_ok=True)
+        with open(f"/tmp/names/{name}", "wb") as file:
+            file.write(bytes(number))
+    with open("/root/.mtoolsrc", "w", encoding="ascii") as settings:
+        settings.write("default_codepage=866\n")
+    for volume in ("/dev/sdh1", "/dev/sdh2"):
+        shell(f"cd /tmp/names && mcopy -s -i {volume} * :: 2>&1 && sync")
+        damage(volume)
+    os.makedirs("/mnt/volume", exist_ok=True)
+    for number, options in ((2, "-t vfat -o codepage=866,utf8"), (3, "-t ntfs-3g"), (4, "")):
+        shell(f"mkdir -p /mnt/{number}; mount {options} /dev/sdh{number} /mnt/{number}")
+    shell("cp -r /tmp/names/. /mnt/3; mkdir /mnt/4/part; cp -r /tmp/names /mnt/4/part")
+    for name in (b"two\nlines", b"not utf-8 \xe9\xff", b"tab\tand \\040"):
+        with open(b"/mnt/4/part/" + name, "wb") as file:
+            file.write(name)
+    # A container's overlay, a bind mount of the same device, an image mounted through FUSE.
+    shell("mkdir -p /mnt/container /srv/image $(seq -f /mnt/layer%g 40); truncate -s 2M /root/image; "
+          "mount -t overlay overlay -o lowerdir=$(seq -f /mnt/layer%g -s : 40) /mnt/container; "
+          "mkntfs -q -Q -F /root/image 2>/dev/null; ntfs-3g /root/image /srv/image; touch /srv/image/inside; "
+          "mount --bind /srv/files/EFI '/srv/files/empty directory'; "
+          "mount -t vfat -o shortname=lower,codepage=866,utf8 /dev/sdh1 /mnt/volume")
+    try:
+        yield
+    finally:
+        if Tool.running.process.poll() is None:
+            Tool.running.process.kill()
+            Tool.running.process.wait(30)
+        subprocess.run("umount -q /tmp/tarnel*/sdh*; umount -q '/srv/files/empty directory' /srv/image /mnt/*; umount -q /mnt/*; rmdir /srv/image; "
+                       "echo a disk without a table | cat - /dev/zero | head -c 2048 >/dev/sdg; "
+                       "rm -r /tmp/names /root/image /mnt/*; rmmod scsi_debug", shell=True, check=False)
+
+
+def files_below(root):
+    """Path and size of every file below a directory, as bytes; without what is mounted there."""
+    for directory, directories, files in os.walk(root.encode()):
+        directories[:] = [name for name in directories if os.path.join(directory, name)
+                          not in (b"/srv/image", b"/srv/files/empty directory")]
+        for name in files:
+            path = os.path.join(directory, name)
+            if os.path.isfile(path) and not os.path.islink(path):
+                yield path, os.path.getsize(path)
+
+
+def record(letter, root, path):
+    """How the firmware names a file; None when it cannot."""
+    below = path[len(root):] if letter != "C" else path
+    if letter in "CQ":
+        return f"{letter}:".encode() + below
+    try:
+        below.decode().encode("cp866")
+    except UnicodeEncodeError:
+        return None
+    if letter == "P":
+        return b"P:" + below.decode().replace("/", "\\").encode("cp866")
+    # Blanks are dropped, and an extension that begins with one is none.
+    short = re.sub(rb"\. .*$", b"", templates.short_names(root, below[1:].decode()))
+    return f"{letter}:\\".encode() + short.replace(b" ", b"")
+
+
+def round_trip():
+    """Whatever other tools wrote is saved, marked again and saved as the same bytes; what the board cannot read is told"""
+    with foreign_volumes():
+        expected, total, left_out = set(), [0, 0], [0, 0]
+        for letter, root in ROOTS.items():
+            for path, size in files_below(root):
+                name = record(letter, root, path)
+                expected.add(name)
+                for counts in (total, left_out) if name is None else (total,):
+                    counts[0] += 1
+                    counts[1] += size
+        # The last of them is seen only in part from now on, so the tool mounts it itself, like the two before.
+        shell("mkdir /mnt/seen; mount --bind /mnt/4/part /mnt/seen; umount /mnt/2 /mnt/3 /mnt/4")
+        saved = []
+        for start, count in ((1, total), (2, [total[0] - left_out[0], total[1] - left_out[1]])):
+            tool = Tool(trace=False)
+            tool.start()
+            if start == 1:
+                tool.expand("/dev/sdb1")
+                tool.mark("filebrowser", "/dev/sdb1", "srv")
+                for number in (1, 2, 3, 4):
+                    tool.mark("filebrowser", f"/dev/sdh{number}")
+            check_equal([tool.look().widget(f"total_files_{name}").text for name in ("selected", "size")],
+                        [str(count[0]), f"{count[1]} bytes"], f"totals of start {start}")
+            save(tool, "files", count[0])
+            told = f"{left_out[0]} marked files have no name that the board can read. They are not in the template."
+            check_equal(told in tool.look().texts(MAIN), start == 1, "told what was left out")
+            tool.picture(f"round_trip_{start}")
+            open_page(tool, "sectors")
+            if start == 1:
+                tool.click(tool.look().widget("sectors_default"))
+                tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
+            save(tool, "sectors", int(tool.look().widget("total_sectors_selected").text))
+            tool.quit()
+            saved.append([templates.read(kind, TEMPLATES) for kind in (templates.FILES, templates.SECTORS)])
+        records = templates.records_of(templates.FILES, saved[0][0][0])
+        check_equal(sorted(records), sorted(expected - {None}), "records")
+        check_equal(saved[0][0], templates.expected(templates.FILES, records, "C:/boot/pelva/"), "file template")
+        check_equal(saved[1] == saved[0], True, "the second pairs equal the first")
+
+
+SCENARIOS = [round_trip]
