@@ -4,6 +4,7 @@
 #include "support.h"
 
 #include <cstdlib>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
@@ -69,5 +70,12 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.tmpdir, "") << path;
         EXPECT_EQ(record.use_removable, 0);
         EXPECT_FALSE(fs::exists("relative"));
+    }
+    for (const char *disk : {"nvme0n1", "sdb"}) { // of no kind that the firmware numbers, and removable
+        scratch.write("sys/block/" + std::string(disk) + "/device", "");
+        scratch.write("proc/partitions", "\n\n 8 0 8192 " + std::string(disk) + "\n");
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(start(directory), 1);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(std::string(": ") + disk));
     }
 }

@@ -1,7 +1,9 @@
 #include "common/misc.h"
 
+#include "common/disk_notes.h"
 #include "common/environment.h"
 #include "common/template_pair.h"
+#include "i18n.h"
 #include "trace_log.h"
 
 #include <cerrno>
@@ -81,10 +83,22 @@ bool find_template_mountpoint(environment *env)
     return true;
 }
 
+// Why a disk that the user looks for may not be there.
+void print_disk_notes(const environment &env)
+{
+    if (const std::string text = describe_disk_notes(env.disk_notes); !text.empty())
+        std::fprintf(stderr, "%s\n", text.c_str());
+}
+
 bool prepare_partitions(environment *env)
 {
-    if (get_disk_list(env->disks) != 0) {
+    if (get_disk_list(env->disks, env->disk_notes) != 0 || env->disks.empty()) {
         trace_log("get_disk_list() failed");
+        std::fprintf(
+            stderr, "%s\n",
+            _("No disks were found. The board checks disks that Linux names sda to sdz, and arrays of "
+              "them (md0 and so on). Others, such as NVMe and eMMC disks, have no number there."));
+        print_disk_notes(*env);
         return false;
     }
     trace_log("Mounting partitions");
@@ -106,6 +120,7 @@ bool name_for_firmware(environment *env)
     trace_log("pelva_db_mt: %" PRIxPTR, reinterpret_cast<std::uintptr_t>(env->pelva_db_mt));
     if (!env->pelva_db_mt) {
         trace_log("Unable to determine partition with pelva database, stopping");
+        print_disk_notes(*env);
         return false;
     }
     trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());
