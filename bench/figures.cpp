@@ -229,7 +229,7 @@ void measure_fat()
         int files;
         const char *shown;
     } volumes[] = {{"sdc1", 2'000, "2,000"}, {"sdc2", 20'000, "20,000"}};
-    figure to_short{}, to_long{};
+    figure to_short{}, to_long{}, both{};
     for (const auto &[name, files, shown] : volumes) {
         const std::string image = scratch / "dev" / name;
         shell("mkfs.fat -C -F 32 -s 8 dev/" + std::string(name) + " 524288");
@@ -248,6 +248,9 @@ void measure_fat()
         to_long = measure("FAT long name" + among,
                           {ours("bench_reader", {"long", name, "DIR\\" + short_name}), "DIR/" + long_name},
                           "`mshortname`", mshortname(short_name), large ? &to_long : nullptr);
+        both = measure(std::string("FAT names of all ") + shown + " files of a directory, both ways",
+                       {ours("bench_reader", {"both", name, std::to_string(files)}), std::to_string(files)},
+                       "`mdir`", {{"mdir", "-i", image, "::/DIR"}, ""}, large ? &both : nullptr);
     }
 }
 

@@ -4,7 +4,9 @@
 #pragma once
 
 #include "common/environment.h"
+#include "common/file_format.h"
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <list>
@@ -21,6 +23,20 @@ extern std::int32_t sectors_changed;
 
 constexpr std::size_t path_buf_size = 1024;
 
+// What a page may have to say of its template (notice_bar.h).
+enum class notice_subject { not_taken_over, left_out, not_saved, count };
+struct notice {
+    std::string text;             // empty: nothing
+    std::list<std::string> names; // of the files concerned
+};
+
+// What became of a saved template at the start, and of the saves since.
+struct saved_template {
+    bool unreadable = false; // all of it or its rest, until the next save
+    bool kept = false;       // the user chose to keep its missing entries, until the next save
+    std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
+};
+
 struct app : environment {
     window_description *xml = nullptr; // the windows as loaded
     GtkWidget *window = nullptr;       // parent of the dialogs
@@ -29,7 +45,11 @@ struct app : environment {
     GtkWidget *progressbar = nullptr;
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
-    std::list<std::string> missing_files; // files of the saved template that were not found, newest first
+    std::list<std::string> missing_files;   // files of the saved template that were not found, newest first
+    std::list<std::string> hidden_files;    // those that exist, but that the tree does not show, newest first
+    std::list<std::string> missing_sectors; // records that lie on no disk of this machine, as text
+    saved_template file_template;
+    saved_template sector_template;
 
     GdkPixbuf *folder_normal = nullptr; // one reference each, null when the image could not be loaded
     GdkPixbuf *folder_marked = nullptr;
@@ -59,3 +79,5 @@ struct app : environment {
     std::FILE *fsnon = nullptr; // name and check file: both open while a template is written,
     std::FILE *fsncv = nullptr; // both null otherwise
 };
+
+saved_template &template_of(struct app &app, list_kind kind);

@@ -109,7 +109,8 @@ void on_files_default_clicked(GtkWidget *, struct app *app)
             return;
         trace_log("File: %s", path.c_str());
         file_node *row = nullptr;
-        if (find_iter_for_file(app, store, path, &row) == 0) {
+        // A directory has no mark of its own, and the list does not mean all that happens to lie in it.
+        if (find_iter_for_file(app, store, path, &row) == 0 && row->kind == file_kind::file) {
             trace_log("Mark file %s", path.c_str());
             mark_iter(app, store, row, 1);
         }

@@ -22,6 +22,7 @@ constexpr int list_max_width = 640;
 constexpr int list_max_height = 320;
 constexpr int border = 12;
 
+const buttons ok = {{GTK_STOCK_OK, GTK_RESPONSE_OK}};
 const buttons yes_no = {{GTK_STOCK_YES, GTK_RESPONSE_YES}, {GTK_STOCK_NO, GTK_RESPONSE_NO}};
 
 GtkWidget *make_dialog(GtkWidget *parent, const char *title, const buttons &choices)
@@ -117,6 +118,36 @@ GtkWidget *make_list_area(GtkWidget *detail)
     return scrolled;
 }
 
+// Several long lines in one label would be laid out wider than the room that the label asks for.
+void keep_within_list(GtkWidget *label)
+{
+    PangoLayout *layout = gtk_widget_create_pango_layout(label, gtk_label_get_text(GTK_LABEL(label)));
+    int width = 0;
+    pango_layout_get_pixel_size(layout, &width, nullptr);
+    g_object_unref(layout);
+    if (width + 2 * border > list_max_width)
+        gtk_widget_set_size_request(label, list_max_width, -1);
+}
+
+int ask_list(GtkWidget *parent, const char *title, const buttons &choices, const char *text,
+             const char *format, std::va_list arguments) __attribute__((format(printf, 5, 0)));
+
+int ask_list(GtkWidget *parent, const char *title, const buttons &choices, const char *text,
+             const char *format, std::va_list arguments)
+{
+    const owned_gchar list(g_strdup_vprintf(format, arguments));
+    GtkWidget *dialog = make_dialog(parent, title, choices);
+    GtkWidget *label = make_message_label(text);
+    keep_within_list(label);
+    GtkWidget *scrolled = make_list_area(make_detail(list.get()));
+    GtkBox *content = GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog)));
+    gtk_box_pack_start(content, label, TRUE, TRUE, 0);
+    gtk_box_pack_start(content, scrolled, TRUE, TRUE, 0);
+    gtk_widget_show(label);
+    gtk_widget_show(scrolled);
+    return run_and_destroy(dialog);
+}
+
 } // namespace
 
 int run_dialog(GtkWidget *dialog)
@@ -129,7 +160,7 @@ void dialog_ok(GtkWidget *parent, const char *title, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    ask(parent, title, {{GTK_STOCK_OK, GTK_RESPONSE_OK}}, format, arguments);
+    ask(parent, title, ok, format, arguments);
     va_end(arguments);
 }
 
@@ -153,21 +184,19 @@ int dialog_yes_no_cancel(GtkWidget *parent, const char *title, const char *forma
     return response;
 }
 
+void dialog_ok_list(GtkWidget *parent, const char *title, const char *text, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    ask_list(parent, title, ok, text, format, arguments);
+    va_end(arguments);
+}
+
 int dialog_yes_no_list(GtkWidget *parent, const char *title, const char *question, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const owned_gchar text(g_strdup_vprintf(format, arguments));
+    const int response = ask_list(parent, title, yes_no, question, format, arguments);
     va_end(arguments);
-
-    GtkWidget *dialog = make_dialog(parent, title, yes_no);
-    GtkWidget *question_label = make_message_label(question);
-    GtkWidget *scrolled = make_list_area(make_detail(text.get()));
-
-    GtkBox *content = GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog)));
-    gtk_box_pack_start(content, question_label, TRUE, TRUE, 0);
-    gtk_box_pack_start(content, scrolled, TRUE, TRUE, 0);
-    gtk_widget_show(question_label);
-    gtk_widget_show(scrolled);
-    return run_and_destroy(dialog);
+    return response;
 }

@@ -24,8 +24,8 @@ enum disk_column {
     disk_column_count
 };
 
-// Builds the browser in the loaded window description and pre-marks it; asks about template records that fit
-// no sector of this machine. 1 on success, 0 when a widget is missing.
+// Builds the browser in the loaded window description and pre-marks it. 1 on success, 0 when a widget is
+// missing.
 [[nodiscard]] int diskbrowser_init(struct app *app);
 
 // At shutdown; there is nothing to release.
@@ -37,8 +37,9 @@ void disk_add_column(GtkTreeView *view);
 
 // --- Rows and the saved template ---
 
-// Adds the rows of every disk, marks what the saved template lists and offers to save it without the records
-// that name no sector of any known disk. Always 1.
+// Adds the rows of every disk, marks what the saved template lists and collects in `missing_sectors` the
+// records that name no sector of any known disk. Notes in `sector_template` when there is a template that
+// cannot be read. Always 1.
 int fill_tree(struct app *app, GtkTreeStore *store);
 
 // The records of the saved sector template; null, with a count of 0, when it cannot be read.

@@ -1,10 +1,8 @@
-// Building the sector tree: the rows of every disk, their marks from the saved template, and the question
-// about records that fit nothing.
+// Building the sector tree: the rows of every disk, their marks from the saved template, and which of its
+// records fit nothing.
 #include "app.h"
-#include "callbacks.h"
 #include "common/letters.h"
 #include "common/owned.h"
-#include "dialogs.h"
 #include "diskbrowser.h"
 #include "i18n.h"
 #include "trace_log.h"
@@ -103,24 +101,19 @@ bool lies_on_known_disk(std::list<disk> &disks, const sector_record &record)
     return check_sector_range(disks, name, static_cast<std::int32_t>(relative)) == 0;
 }
 
-void ask_delete_unmatched(const tree_filler &filler)
+// The records that name no sector of any known disk, one text for each.
+std::list<std::string> unmatched_records(const tree_filler &filler)
 {
-    std::string list;
+    std::list<std::string> texts;
     for (std::size_t i = 0; i < filler.records.size(); ++i) {
         const sector_record &record = filler.records[i];
         if (!filler.unmatched[i] || lies_on_known_disk(filler.app->disks, record))
             continue;
-        const owned_gchar line(g_strdup_printf("0x%x : %d\n", record.drive_number,
-                                               static_cast<std::int32_t>(sector_of(record))));
-        list += line.get();
+        const owned_gchar text(
+            g_strdup_printf("0x%x : %d", record.drive_number, static_cast<std::int32_t>(sector_of(record))));
+        texts.emplace_back(text.get());
     }
-    if (list.empty())
-        return;
-    const int answer = dialog_yes_no_list(
-        filler.app->window, _("Confirm"),
-        _("The following sectors not found. Delete a sectors from a template?"), "%s", list.c_str());
-    if (answer == GTK_RESPONSE_YES)
-        on_sectors_save_clicked(nullptr, filler.app);
+    return texts;
 }
 
 } // namespace
@@ -149,9 +142,10 @@ int fill_tree(struct app *app, GtkTreeStore *store)
     const auto records = load_template(app, count);
     if (!records)
         trace_log("WARNING: cannot read template for sectors");
+    app->sector_template.unreadable = !records && template_exists(app->pelva_db_path, list_kind::sectors);
     tree_filler filler{app, store, {records.get(), count}, std::vector<bool>(count, true)};
     for (disk &disk : app->disks)
         append_disk(filler, disk);
-    ask_delete_unmatched(filler);
+    app->missing_sectors = unmatched_records(filler);
     return 1;
 }

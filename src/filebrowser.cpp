@@ -4,7 +4,6 @@
 #include "common/disk.h"
 #include "common/mount_table.h"
 #include "common/owned.h"
-#include "dialogs.h"
 #include "display_text.h"
 #include "gtk_owned.h"
 #include "i18n.h"
@@ -162,20 +161,6 @@ void fill_view(struct app *app)
     trace_log("* 7");
 }
 
-// One warning for each NTFS partition that neither the system nor this program could mount.
-void warn_ntfs(struct app *app)
-{
-    for (const disk &d : app->disks) {
-        for (const part &p : d.parts) {
-            if (p.fs_type == "ntfs" && !p.mount_point)
-                dialog_ok(app->window, _("Warning"),
-                          _("Cannot read files on partition %s%s%d with NTFS.\n"
-                            "Perhaps the ntfs-3g package is not installed."),
-                          p.device.c_str(), partition_separator(p.device), p.index);
-        }
-    }
-}
-
 // --- Lookup ---
 
 // The partition whose files carry this device number; null when the tree has none.
@@ -204,26 +189,6 @@ std::optional<std::string_view> path_below(std::string_view path, std::string_vi
 }
 
 } // namespace
-
-file_node *find_child(const file_node &row, const std::string &name)
-{
-    const auto &children = row.children;
-    // The directories, and then the files, stand in the order of this comparison. Where the C library's
-    // collation contradicts itself, as it may on bytes that are no text, only the search of all rows is sure.
-    const auto before = [&name](const auto &child) {
-        return std::strcoll(child->name.c_str(), name.c_str()) < 0;
-    };
-    const auto files =
-        std::ranges::partition_point(children, [](const auto &child) { return child->is_dir(); });
-    for (const auto &[from, to] : {std::pair(children.begin(), files), std::pair(files, children.end())}) {
-        const auto place = std::partition_point(from, to, before);
-        if (place != to && (*place)->name == name)
-            return place->get();
-    }
-    const auto found = std::ranges::find(
-        children, name, [](const auto &child) -> const std::string & { return child->name; });
-    return found == children.end() ? nullptr : found->get();
-}
 
 int find_iter_go_down(struct app *app, file_store *store, const std::string &name, file_node **row)
 {
@@ -319,8 +284,6 @@ int filebrowser_init(struct app *app)
     show_file_totals(app);
     trace_log("* 3");
     fill_view(app);
-    ask_delete_missing_files(app);
-    warn_ntfs(app);
     gtk_widget_grab_focus(app->filebrowser);
     trace_log("* Success");
     return 1;

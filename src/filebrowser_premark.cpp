@@ -1,7 +1,6 @@
 // The saved file template's way back into the tree.
 #include "filebrowser.h"
 
-#include "callbacks.h"
 #include "common/disk.h"
 #include "common/fat.h"
 #include "common/file_format.h"
@@ -9,77 +8,34 @@
 #include "common/letters.h"
 #include "common/owned.h"
 #include "common/process.h"
-#include "dialogs.h"
-#include "display_text.h"
 #include "i18n.h"
 #include "progress.h"
 #include "trace_log.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
 
 namespace {
 
-constexpr const char *name_file = "bootfile.nam";
-constexpr const char *check_file = "bootfile.chk";
 // Letter, colon and separator at the start of a board path.
 constexpr std::size_t prefix_length = 3;
 
-using record_buffer = std::array<char, file_record_size + 1>; // its last byte stays 0
-
-enum class read_result { record, end_of_file };
-
-owned_file open_in(const struct app *app, const char *name)
-{
-    return open_template_file(AT_FDCWD, app->pelva_db_path + "/" + name);
-}
-
-// Opens the name file and reads its headers. 0, or what fill_model returns.
-int open_template(const struct app *app, owned_file &nam, std::uint32_t &count)
-{
-    nam = open_in(app, name_file);
-    if (!nam) {
-        trace_log("Cannot open %s/%s", app->pelva_db_path.c_str(), name_file);
-        return -1;
-    }
-    const owned_file chk = open_in(app, check_file);
-    if (chk)
-        trace_log("CHK file seems to be correct");
-    else
-        trace_log("WARNING: cannot open %s/%s", app->pelva_db_path.c_str(), check_file);
-    template_header nam_header, chk_header;
-    if (!read_structures(nam.get(), chk.get(), nam_header, chk_header)) {
-        trace_log("Error on read_structures");
-        return -2;
-    }
-    count = fields_of(nam_header).count;
-    trace_log("%s contains %u file names", name_file, count);
-    return 0;
-}
-
-read_result read_record(std::FILE *nam, std::uint32_t number, record_buffer &record)
-{
-    if (std::fread(record.data(), 1, file_record_size, nam) == file_record_size)
-        return read_result::record;
-    if (std::feof(nam)) {
-        trace_log("Unexpected end of file on %d-th record", static_cast<int>(number));
-        return read_result::end_of_file;
-    }
-    trace_log("Read error on %d-th record", static_cast<int>(number));
-    return read_result::record;
-}
+// What the records of one template share.
+struct lookups {
+    fat_lookups fat;
+    row_names rows;
+};
 
 // The name on a FAT partition with its long components; the name itself when there are none.
-std::string with_long_names(const part &partition, const std::string &record, const std::string &name)
+std::string with_long_names(lookups &shared, const part &partition, const std::string &record,
+                            const std::string &name)
 {
     const std::string tail = name.size() > prefix_length ? name.substr(prefix_length) : "";
     const std::optional<std::string> path =
-        get_path_on_fat_part(partition_name(partition), tail, fat_direction::short_to_long);
+        shared.fat.find(partition_name(partition), tail, fat_direction::short_to_long);
     if (path)
         return record.substr(0, prefix_length) + *path;
     trace_log("Cannot convert filename %s to LFN-path", name.c_str());
@@ -87,12 +43,14 @@ std::string with_long_names(const part &partition, const std::string &record, co
     return name;
 }
 
-// The record's board path in UTF-8 and with long names. Nothing when it cannot be converted.
-std::optional<std::string> decode_record(struct app *app, const std::string &record)
+// The record's board path in UTF-8 and with long names. Nothing when it cannot be converted. Without a
+// partition it is only good for being shown; then the separator tells what the bytes are.
+std::optional<std::string> decode_record(struct app *app, lookups &shared, const std::string &record)
 {
     trace_log("Search part for label: %c", record.empty() ? '\0' : record[0]);
     const part *partition = record.empty() ? nullptr : find_part_by_label(app->disks, record[0]);
-    if (!partition || is_ext_fs(*partition))
+    const bool code_page = partition ? !is_ext_fs(*partition) : record.substr(0, 3).ends_with(":\\");
+    if (!code_page)
         return record;
     trace_log("Convert %s from CP866 to UTF-8", record.c_str());
     const owned_gchar converted(g_convert(record.c_str(), -1, "UTF-8", "CP866", nullptr, nullptr, nullptr));
@@ -103,28 +61,9 @@ std::optional<std::string> decode_record(struct app *app, const std::string &rec
         return std::nullopt;
     }
     trace_log("Converted success: %s", converted.get());
-    if (partition->fs_type && partition->fs_type->find("fat") != std::string::npos)
-        return with_long_names(*partition, record, converted.get());
+    if (partition && is_fat_fs(*partition))
+        return with_long_names(shared, *partition, record, converted.get());
     return converted.get();
-}
-
-int mark_records(struct app *app, file_store *store, std::FILE *nam, std::uint32_t count)
-{
-    // The file bounds what the header claims; one more lets its end be noticed.
-    const std::uint64_t bound = std::min<std::uint64_t>(count, body_size(nam) / file_record_size + 1);
-    record_buffer buffer{};
-    for (std::uint32_t number = 0; number < bound && !ending(); number++) {
-        if (read_record(nam, number, buffer) == read_result::end_of_file)
-            break;
-        const std::string record = buffer.data();
-        trace_log("Record #%d: %s", static_cast<int>(number), record.c_str());
-        const std::optional<std::string> name = decode_record(app, record);
-        if (!name)
-            return -3;
-        static_cast<void>(mark_file(app, store, *name)); // what is gone was put on `missing_files`
-        progress_run_main_loop(app);
-    }
-    return 0;
 }
 
 mount_entry *find_mount(struct app *app, char letter)
@@ -160,8 +99,8 @@ std::string convert_ntfs_path(std::string mountpoint, const std::string &tail)
 
 // Walks from a partition down the path that follows its mount directory, reading what was not read yet, and
 // marks the file at its end. 0, or -4 when a piece has no row.
-int load_and_mark(struct app *app, file_store *store, const std::string &path, std::size_t start,
-                  file_node *row)
+int load_and_mark(struct app *app, file_store *store, row_names &rows, const std::string &path,
+                  std::size_t start, file_node *row)
 {
     trace_log("Enter *");
     load_directory_content(app, store, row);
@@ -169,7 +108,7 @@ int load_and_mark(struct app *app, file_store *store, const std::string &path, s
     trace_log("%s, %s", path.c_str(), relative.c_str());
     for (std::size_t at = 0; row && at < relative.size();) {
         const std::size_t end = std::min(relative.find(relative[0], at + 1), relative.size());
-        row = find_child(*row, relative.substr(at + 1, end - at - 1));
+        row = rows.find(*row, relative.substr(at + 1, end - at - 1));
         if (row && end < relative.size())
             load_directory_content(app, store, row);
         at = end;
@@ -184,25 +123,63 @@ int load_and_mark(struct app *app, file_store *store, const std::string &path, s
     return 0;
 }
 
+// A start's way through the records, whose numbers begin at 0.
+struct premarking {
+    struct app *app;
+    file_store *store;
+    std::uint32_t count = 0, next = 0;
+    bool unconvertible = false; // a name could not be converted; nothing behind it was looked at
+    lookups shared = {};
+};
+
+// What nobody can name is told like missing files.
+void note_unread(std::uint32_t first, std::uint32_t last, void *user)
+{
+    auto &marking = *static_cast<premarking *>(user);
+    marking.next = last + 1;
+    const owned_gchar text(first == last
+                               ? g_strdup_printf(_("Record %u cannot be read"), first + 1)
+                               : g_strdup_printf(_("Records %u to %u cannot be read"), first + 1, last + 1));
+    marking.app->missing_files.emplace_front(text.get());
+}
+
+int mark_record(const char *record, void *user)
+{
+    auto &marking = *static_cast<premarking *>(user);
+    if (ending())
+        return 1;
+    const std::optional<std::string> name = decode_record(marking.app, marking.shared, record);
+    if (!name) {
+        marking.unconvertible = true;
+        note_unread(marking.next, marking.count - 1, user);
+        return 1;
+    }
+    ++marking.next;
+    // It notes itself what it cannot mark.
+    static_cast<void>(mark_file(marking.app, marking.store, *name, marking.shared.rows));
+    progress_run_main_loop(marking.app);
+    return 0;
+}
+
 } // namespace
 
 int fill_model(struct app *app, file_store *store)
 {
     app->missing_files.clear();
-    owned_file nam;
-    std::uint32_t count = 0;
-    if (const int failure = open_template(app, nam, count))
-        return failure;
-    progress_start(app);
-    const int result = mark_records(app, store, nam.get(), count);
+    app->hidden_files.clear();
+    const auto begin = [](std::uint32_t count, void *marking) {
+        static_cast<premarking *>(marking)->count = count;
+        progress_start(static_cast<premarking *>(marking)->app);
+    };
+    premarking marking = {.app = app, .store = store};
+    const int result = read_file_list(app->pelva_db_path, begin, mark_record, &marking, note_unread);
     progress_stop(app);
-    if (result == 0 && std::fgetc(nam.get()) != EOF)
-        trace_log("WARNING: %s/%s contains unhandled data at end of file", app->pelva_db_path.c_str(),
-                  name_file);
-    return result;
+    app->file_template.unreadable =
+        marking.unconvertible || (result != 0 && template_exists(app->pelva_db_path, list_kind::files));
+    return marking.unconvertible ? -3 : result;
 }
 
-int mark_file(struct app *app, file_store *store, const std::string &board_path)
+int mark_file(struct app *app, file_store *store, const std::string &board_path, row_names &rows)
 {
     const char letter = board_path.empty() ? '\0' : board_path[0];
     mount_entry *mount = find_mount(app, letter);
@@ -222,33 +199,28 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path)
         trace_log("WARNING: wrong path separator");
     const std::string path =
         is_ntfs(*mount) ? convert_ntfs_path(mount->mountpoint, tail) : convert_path(mount->mountpoint, tail);
+    // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
+    // begins with two slashes; the user is shown one.
+    const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
+    const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
+    const auto mark = [&] {
+        return root != roots.end() &&
+               load_and_mark(app, store, rows, path, mount->mountpoint.size(), root->get()) == 0;
+    };
+    // On FAT a name is found without regard to case; stat() does that for Latin letters only.
+    const bool rows_first = is_fat_fs(*mount->partition);
+    if (rows_first && mark())
+        return 0;
     trace_log("stat(%s)", path.c_str());
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
         trace_log("cannot stat() on %s: %s", path.c_str(), std::strerror(errno));
-        // Nobody knows a file by where this run happens to have mounted its partition.
-        const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
-        // Below the mount "/" a path begins with two slashes; the user is shown one.
-        const std::string shown = path.starts_with("//") ? path.substr(1) : path;
-        app->missing_files.push_front(mounted_here ? board_path : shown);
+        app->missing_files.push_front(shown);
         return -2;
     }
-    if (root == roots.end() || load_and_mark(app, store, path, mount->mountpoint.size(), root->get()) != 0)
+    if (rows_first || !mark()) {
+        app->hidden_files.push_front(shown);
         return -3;
+    }
     return 0;
-}
-
-void ask_delete_missing_files(struct app *app)
-{
-    if (app->missing_files.empty())
-        return;
-    std::string list;
-    for (const std::string &name : app->missing_files)
-        list += display_text(name) + "\n";
-    const int answer = dialog_yes_no_list(
-        app->window, _("Confirm"), _("The following files are missing. Delete these files from a template?"),
-        _("%s"), list.c_str());
-    if (answer == GTK_RESPONSE_YES)
-        on_files_save_clicked(nullptr, app);
-    app->missing_files.clear();
 }

@@ -5,3 +5,5 @@
 
 #define TEXT_DOMAIN "gtk-tarnel"
 #define _(text) dgettext(TEXT_DOMAIN, text)
+// The form of a text that belongs to a number.
+#define P_(one, many, number) dngettext(TEXT_DOMAIN, one, many, number)

@@ -10,6 +10,7 @@
 #include "i18n.h"
 #include "infobrowser.h"
 #include "report.h"
+#include "start_questions.h"
 #include "trace_log.h"
 #include "window_description.h"
 
@@ -126,6 +127,28 @@ bool init_pages(struct app *app)
     return true;
 }
 
+void show_page_of(GtkWidget *view)
+{
+    GtkNotebook *pages = GTK_NOTEBOOK(gtk_widget_get_ancestor(view, GTK_TYPE_NOTEBOOK));
+    for (gint page = 0; page < gtk_notebook_get_n_pages(pages); ++page)
+        if (gtk_widget_is_ancestor(view, gtk_notebook_get_nth_page(pages, page)))
+            gtk_notebook_set_current_page(pages, page);
+}
+
+// A template whose missing entries the user chose to keep is written only for changes of its own. Each save
+// clears its own flag; one that could not be written keeps it, and its page tells why.
+void save_both(struct app *app)
+{
+    if (files_changed || !app->file_template.kept)
+        on_files_save_clicked(nullptr, app);
+    if (sectors_changed || !app->sector_template.kept)
+        on_sectors_save_clicked(nullptr, app);
+    if (files_changed != sectors_changed)
+        show_page_of(files_changed ? app->filebrowser : app->diskbrowser);
+    else if (files_changed && !gtk_widget_get_mapped(app->diskbrowser))
+        show_page_of(app->filebrowser);
+}
+
 bool keeps_running(int response)
 {
     return response == GTK_RESPONSE_CANCEL || response == GTK_RESPONSE_DELETE_EVENT;
@@ -140,6 +163,7 @@ int app_init_gui(struct app *app)
         trace_log("* Failed");
         end_with_failure();
     }
+    ask_start_questions(app);
     trace_log("* Success");
     return 0;
 }
@@ -157,9 +181,7 @@ int confirm_save_changes(struct app *app)
     const int response = dialog_yes_no_cancel(app->window, _("Confirm"), "%s",
                                               _("In data model were changes made. Save it before exiting?"));
     if (response == GTK_RESPONSE_YES) {
-        // Each save clears its own flag; one that could not be written keeps it.
-        on_files_save_clicked(nullptr, app);
-        on_sectors_save_clicked(nullptr, app);
+        save_both(app);
     } else if (response == GTK_RESPONSE_NO) {
         files_changed = 0;
         sectors_changed = 0;

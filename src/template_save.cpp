@@ -5,27 +5,93 @@
 #include "common/process.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
+#include "display_text.h"
 #include "filebrowser.h"
 #include "gtk_owned.h"
 #include "i18n.h"
+#include "notice_bar.h"
 #include "progress.h"
 #include "trace_log.h"
 #include "tree_walk.h"
 
 #include <algorithm>
 #include <array>
+#include <list>
 #include <optional>
+#include <vector>
 
 namespace {
 
 // The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
 std::unique_ptr<template_pair> current;
+// Its lookups on FAT.
+std::optional<fat_lookups> names_on_fat;
 
-void tell_failure(struct app *app)
+// The rows that got a record, in the order of the tree.
+std::vector<const file_node *> recorded;
+
+// Ends the save that was begun, and lets the page say why. What was written is removed.
+void give_up(struct app *app)
+{
+    const owned_gchar text(g_strdup_printf(_("The template was not saved: cannot write in %s: %s."),
+                                           display_text(app->pelva_db_path).c_str(),
+                                           g_strerror(current->error)));
+    const list_kind kind = current->kind;
+    current.reset();
+    set_notice(app, kind, notice_subject::not_saved, text.get());
+}
+
+void tell_failure(struct app *app, list_kind kind)
 {
     progress_stop(app);
     dialog_ok(app->window, _("Error"), "%s",
-              _("Cannot write the template. The previous template stays in use."));
+              kind == list_kind::files
+                  ? _("Cannot write the file template. The previous template stays in use.")
+                  : _("Cannot write the sector template. The previous template stays in use."));
+}
+
+// Where the user finds a file: not by where this run happens to have mounted its partition.
+std::string place_of(const struct app &app, const file_node &file)
+{
+    const std::string path = full_path(file);
+    const std::string &mountpoint = file.mount->mountpoint;
+    if (app.tmpdir.empty() || !mountpoint.starts_with(app.tmpdir))
+        return path;
+    return partition_name(*file.mount->partition) + ":" + path.substr(mountpoint.size());
+}
+
+// Adds the marked files below a row that got no record, whatever the reason. `next` is the first of
+// `recorded` that may still come.
+void find_left_out(const struct app &app, const file_node &above, std::size_t &next,
+                   std::list<std::string> &names)
+{
+    for (const auto &row : above.children) {
+        if (row->is_dir())
+            find_left_out(app, *row, next, names);
+        else if (row->marked && next < recorded.size() && recorded[next] == row.get())
+            ++next;
+        else if (row->marked)
+            names.push_back(place_of(app, *row));
+    }
+}
+
+// The pair is in place: the page says what is not in it, or nothing any more.
+void note_saved(struct app *app, file_store *store)
+{
+    std::list<std::string> names;
+    std::size_t next = 0;
+    find_left_out(*app, *file_store_top(store), next, names);
+    app->hidden_files.clear();
+    app->file_template.unreadable = app->file_template.kept = false;
+    clear_notices(app, list_kind::files);
+    if (names.empty())
+        return;
+    const owned_gchar text(g_strdup_printf(
+        P_("%u marked file has no name that the board can read. It is not in the template.",
+           "%u marked files have no name that the board can read. They are not in the template.",
+           names.size()),
+        static_cast<unsigned>(names.size())));
+    set_notice(app, list_kind::files, notice_subject::left_out, text.get(), std::move(names));
 }
 
 // The template directory's path on its partition, with the firmware's separator and none at the end.
@@ -50,43 +116,60 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         return 0;
     }
     current = open_template_pair(app->pelva_db_path, kind);
-    if (!current) {
+    if (current->error) {
         trace_log("* Failed");
+        give_up(app);
         return 0;
     }
     trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
               path.c_str());
     if (!write_template_headers(*current, directory, count)) {
-        current.reset();
         trace_log("Cannot write file headers");
         trace_log("Failed");
-        tell_failure(app);
+        give_up(app);
+        tell_failure(app, kind);
         return 0;
     }
+    recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
+    names_on_fat.emplace();
     trace_log("* Success");
     return 1;
 }
 
-void write_record(byte_span record)
+bool write_record(byte_span record)
 {
     if (write_template_record(*current, record)) {
         trace_log("* Success");
-        return;
+        return true;
     }
     trace_log("Write failed");
     trace_log("* Failed");
+    return false;
+}
+
+// A back-slash in a name, which only a damaged volume has, would make two components of it.
+bool holds_separator(const file_node &row)
+{
+    const file_node *at = &row;
+    while (!at->is_root() && at->name.find('\\') == std::string::npos)
+        at = at->parent;
+    return !at->is_root();
 }
 
 // The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
-std::optional<std::string> short_name_text(const struct app *app, const part &p)
+std::optional<std::string> short_name_text(const struct app *app, const file_node &row)
 {
+    const part &p = *row.mount->partition;
     constexpr std::size_t drive_prefix = 3; // letter, colon, back-slash
     trace_log("fs = %s, start convert filename to sfn-path:, path_buf = %s", p.fs_type->c_str(),
               app->path_buf);
     const std::string path = app->path_buf;
-    const std::optional<std::string> names = get_sfn_path(partition_name(p), path.substr(drive_prefix));
+    std::optional<std::string> names;
+    if (!holds_separator(row))
+        names =
+            names_on_fat->find(partition_name(p), path.substr(drive_prefix), fat_direction::long_to_short);
     if (!names) {
         trace_log("Get sfn-path error!");
         return std::nullopt;
@@ -106,11 +189,12 @@ std::optional<std::string> code_page_text(const struct app *app)
 }
 
 // The file at `path_buf` as the firmware names it on its kind of file system.
-std::optional<std::string> record_text(const struct app *app, const part &p)
+std::optional<std::string> record_text(const struct app *app, const file_node &row)
 {
+    const part &p = *row.mount->partition;
     if (is_ext_fs(p))
         return app->path_buf;
-    return p.fs_type->find("fat") != std::string::npos ? short_name_text(app, p) : code_page_text(app);
+    return is_fat_fs(p) ? short_name_text(app, row) : code_page_text(app);
 }
 
 void refuse_long_name(struct app *app, file_store *store, file_node *row)
@@ -144,7 +228,7 @@ void save_file(struct app *app, file_store *store, file_node *row)
     const part &p = *row->mount->partition;
     trace_log("fs_path = %s, mount_point = %s fs = %s", full_path(*row).c_str(),
               row->mount->mountpoint.c_str(), p.fs_type->c_str());
-    const std::optional<std::string> text = record_text(app, p);
+    const std::optional<std::string> text = record_text(app, *row);
     if (!text)
         return;
     trace_log("filename = %s len = %zu", text->c_str(), text->size());
@@ -155,7 +239,8 @@ void save_file(struct app *app, file_store *store, file_node *row)
     std::array<std::uint8_t, file_record_size> record{};
     std::ranges::copy(*text, record.begin());
     trace_log("Write file %s in themplates", text->c_str());
-    write_record(record);
+    if (write_record(record))
+        recorded.push_back(row);
 }
 
 void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *)
@@ -166,7 +251,7 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     const sector_record record = make_sector_record(disk->drive_number, sector);
     std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
     std::ranges::copy(record.little_endian, bytes.begin() + 1);
-    write_record(bytes);
+    (void)write_record(bytes);
 }
 
 int save_done(struct app *app)
@@ -175,9 +260,16 @@ int save_done(struct app *app)
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
-    auto pair = std::move(current);
+    names_on_fat.reset();
     // The walk that wrote it may have been left early.
-    return !ending() && replace_template(std::move(pair)) ? 1 : 0;
+    if (ending())
+        current.reset();
+    else if (replace_template(*current)) {
+        current.reset();
+        return 1;
+    } else
+        give_up(app);
+    return 0;
 }
 
 void save_file_template(struct app *app, file_store *store)
@@ -199,10 +291,12 @@ void save_file_template(struct app *app, file_store *store)
     }
     const int saved = save_done(app);
     progress_stop(app);
-    if (saved)
-        files_changed = 0;
-    else
-        tell_failure(app);
+    if (!saved) {
+        tell_failure(app, list_kind::files);
+        return;
+    }
+    files_changed = 0;
+    note_saved(app, store);
 }
 
 void save_sector_template(struct app *app, GtkTreeModel *disks)
@@ -218,8 +312,11 @@ void save_sector_template(struct app *app, GtkTreeModel *disks)
         begin_path(app, "");
         walk_sector_rows(app, disks, &first, save_sector);
     }
-    if (save_done(app))
-        sectors_changed = 0;
-    else
-        tell_failure(app);
+    if (!save_done(app)) {
+        tell_failure(app, list_kind::sectors);
+        return;
+    }
+    sectors_changed = 0;
+    app->sector_template.unreadable = app->sector_template.kept = false;
+    clear_notices(app, list_kind::sectors);
 }

@@ -1,6 +1,7 @@
 // Saving the marks of the two trees as templates. The pair in use is replaced only by a complete new one
 // (common/template_pair.h). When anything fails it stays, the change flag stays set, and once the first
-// header was begun the user is told.
+// header was begun the user is told in a dialog. The page itself says why a template was not saved, and which
+// marked files are not in it (notice_bar.h).
 #pragma once
 
 #include "app.h"

@@ -10,7 +10,7 @@ int(trace_log)(const char *format, ...)
 {
     if (!trace_enabled)
         return 0;
-    const int error = errno; // nobody but the reader notices a line that is lost
+    const int error = errno; // which the caller may not have looked at yet
     va_list arguments;
     va_start(arguments, format);
     const int written = std::vfprintf(stderr, format, arguments);

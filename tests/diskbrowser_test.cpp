@@ -4,6 +4,7 @@
 #include "app.h"
 #include "gtk_owned.h"
 #include "gtk_support.h"
+#include "start_questions.h"
 #include "support.h"
 #include "template_bytes.h"
 
@@ -132,6 +133,7 @@ TEST_F(diskbrowser, window_offers_to_drop_unknown_records_and_marks_by_right_cli
     save_template({record(0x85, 63), record(0x80, 0), record(0x80, 100000), record(0x81, 0xfffffffeU)});
     answered_dialogs user({GTK_RESPONSE_YES});
     ASSERT_EQ(diskbrowser_init(&app), 1);
+    ask_delete_missing_sectors(&app);
     EXPECT_EQ(user.text(), "Confirm: The following sectors not found. Delete a sectors from a template?\n"
                            "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");
     EXPECT_EQ(read_pair(directory.path(), "bootsect"), pair_of(1, "C:/bootsect.nam", {record(0x80, 0)}));

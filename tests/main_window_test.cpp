@@ -3,6 +3,7 @@
 
 #include "app.h"
 #include "gtk_support.h"
+#include "notice_bar.h"
 #include "support.h"
 
 #include <gtest/gtest.h>
@@ -30,27 +31,45 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     const struct {
         int files, sectors; // flags
         int response;       // of the user; 0 when nothing may be asked
-        bool keeps, saves;
+        bool keeps;
+        std::string saves; // the files that are there afterwards
         int flags_after;
         const char *directory = "";
+        bool kept = false; // missing entries, by the user's choice
     } cases[] = {
-        {0, 0, 0, false, false, 0},
-        {1, 0, GTK_RESPONSE_CANCEL, true, false, 1},
-        {0, 1, GTK_RESPONSE_DELETE_EVENT, true, false, 1},
-        {1, 1, GTK_RESPONSE_NO, false, false, 0},
-        {1, 0, GTK_RESPONSE_YES, true, false, 1, "/gone"},
-        {0, 1, GTK_RESPONSE_YES, false, true, 0},
+        {0, 0, 0, false, "", 0},
+        {1, 0, GTK_RESPONSE_CANCEL, true, "", 1},
+        {0, 1, GTK_RESPONSE_DELETE_EVENT, true, "", 1},
+        {1, 1, GTK_RESPONSE_NO, false, "", 0},
+        {1, 0, GTK_RESPONSE_YES, true, "", 1, "/gone"},
+        {0, 1, GTK_RESPONSE_YES, true, "", 1, "/gone"},
+        {0, 1, GTK_RESPONSE_YES, false, "bootsect", 0, "", true},
+        {1, 0, GTK_RESPONSE_YES, false, "bootfile", 0, "", true},
+        {1, 0, GTK_RESPONSE_YES, false, "bootfilebootsect", 0},
     };
+    GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
     for (const auto &c : cases) {
         app.pelva_db_path = templates.path().string() + c.directory;
         files_changed = c.files;
         sectors_changed = c.sectors;
+        app.file_template.kept = app.sector_template.kept = c.kept;
+        gtk_notebook_set_current_page(pages, 2);
         answered_dialogs user({c.response});
         EXPECT_EQ(delete_event(app.window, nullptr, &app), c.keeps);
         EXPECT_EQ(user.seen.size(), c.response ? 1U : 0U);
         EXPECT_EQ(files_changed | sectors_changed, c.flags_after);
-        EXPECT_EQ(std::filesystem::exists(templates.path() / "bootfile.nam"), c.saves);
-        EXPECT_EQ(std::filesystem::exists(templates.path() / "bootsect.chk"), c.saves);
+        std::string saved;
+        for (const std::string name : {"bootfile", "bootsect"})
+            saved += std::filesystem::remove(templates.path() / (name + ".nam")) ? name : "";
+        EXPECT_EQ(saved, c.saves);
+        // Where nothing could be written the page says why.
+        const bool fails = *c.directory;
+        EXPECT_EQ(gtk_notebook_get_current_page(pages), fails ? c.sectors : 2);
+        EXPECT_EQ(app.sector_template.notices[2].text,
+                  fails ? "The template was not saved: cannot write in " + app.pelva_db_path +
+                              ": No such file or directory."
+                        : "");
+        EXPECT_EQ(notice_bar(c.sectors ? app.diskbrowser : app.filebrowser) != nullptr, fails);
     }
     // A window that is destroyed ends the main loop.
     g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);

@@ -1,6 +1,9 @@
 // What a saved file template marks, and what it reports as missing.
 #include "gtk_support.h"
+#include "notice_bar.h"
+#include "start_questions.h"
 #include "template_bytes.h"
+#include "template_save.h"
 #include "tree_support.h"
 
 #include <gtest/gtest.h>
@@ -43,12 +46,14 @@ TEST(premarking, marks_what_exists_and_lists_what_does_not)
         partition.files.write(name, "123");
     fs::create_symlink("f", partition.files.path() / "a/b/link");
     files_changed = 0;
-    EXPECT_EQ(premark(partition, {"C:/a/b/f", "C:/gone", "C:\\a\\b\\g", "Z:/a/b/f", "C:/a/\xff\n", "C:/other",
+    EXPECT_EQ(premark(partition, {"C:/a/b/f", "C:/gone", "C:\\a\\b\\g", "Z:\\\x94", "C:/a/\xff\n", "C:/other",
                                   "C:", "C:/a/b/link", "C:/a/b/../b/f", "C:/a//b/f", "C:/", "", "C:/a/b/f"}),
               0);
     EXPECT_EQ(marked(partition, *partition.root()), "/a/b/f /a/b/g /a/\xff\n ");
     EXPECT_EQ(partition.app.missing_files,
-              (std::list<std::string>{"", "Z:/a/b/f", partition.files.path() / "gone"}));
+              (std::list<std::string>{"", "Z:\\\u0424", partition.files.path() / "gone"}));
+    EXPECT_EQ(partition.app.hidden_files.size(), 6U);
+    EXPECT_EQ(partition.app.hidden_files.back(), partition.files.path() / "other");
     EXPECT_EQ(partition.app.total_files_size, 9U);
     EXPECT_EQ(partition.root()->marked_files, 3);
     EXPECT_EQ(partition.row("a/b")->marked_files, 2);
@@ -60,39 +65,28 @@ TEST(premarking, marks_what_exists_and_lists_what_does_not)
     EXPECT_EQ(partition.app.missing_files, std::list<std::string>{"C:/gone"});
 }
 
-TEST(premarking, takes_what_a_damaged_pair_still_gives)
+TEST(premarking, tells_what_a_damaged_pair_does_not_give)
 {
     browsed_partition partition;
     NEED_FILE_SYSTEM(partition);
-    for (const char *file : {"1", "2", "3"})
-        partition.files.write(file, "");
-    const pair_bytes whole = pair_of(2, "", {"C:/1", "C:/2", "C:/3"});
-    const std::string &nam = whole.nam, &chk = whole.chk;
-    const auto claiming = [&nam](const std::string &count) {
-        return std::string(nam).replace(0x110, 4, count);
-    };
-    const std::tuple<pair_bytes, int, unsigned> cases[] = {
-        {{nam, chk}, 0, 3},
-        {{chk, nam}, -2, 0},
-        {{nam.substr(0, 1023), chk}, -2, 0},
-        {{nam, chk.substr(0, 1023)}, -2, 0},
-        {{claiming({"\0\0\0\0", 4}), chk}, 0, 0},
-        {{claiming({"\2\0\0\0", 4}), chk}, 0, 2},
-        {{claiming("\xFF\xFF\xFF\xFF"), chk}, 0, 3},
-        {{nam.substr(0, 1024 + 767), chk}, 0, 2},
-        {{nam.substr(0, 1024 + 256), chk}, 0, 1},
-        {{nam + "x", chk}, 0, 3},
-    };
-    for (const auto &[pair, result, marked] : cases) {
-        mark_recursive(&partition.app, partition.store, partition.root(), 0);
-        EXPECT_EQ(premark_pair(partition, pair), result);
-        EXPECT_EQ(partition.app.total_files_selected, marked);
-        EXPECT_TRUE(partition.app.missing_files.empty());
+    partition.files.write("1", "");
+    pair_bytes pair = pair_of(2, "", {"C:/1", "C:/2"});
+    pair.nam.pop_back();
+    EXPECT_EQ(premark_pair(partition, pair), 0);
+    EXPECT_EQ(partition.app.total_files_selected, 1U);
+    EXPECT_EQ(partition.app.missing_files, std::list<std::string>{"Record 2 cannot be read"});
+    pair.nam[0x113] = '\x40';
+    EXPECT_EQ(premark_pair(partition, pair), 0);
+    EXPECT_EQ(partition.app.missing_files, std::list<std::string>{"Records 2 to 1073741826 cannot be read"});
+    EXPECT_FALSE(partition.app.file_template.unreadable);
+    pair.chk.clear();
+    EXPECT_EQ(premark_pair(partition, pair), -2);
+    EXPECT_TRUE(partition.app.file_template.unreadable);
+    for (const std::string name : {"nam", "chk"}) {
+        fs::remove(partition.host.path() / ("boot/bootfile." + name));
+        EXPECT_EQ(fill_model(&partition.app, partition.store), -1);
+        EXPECT_EQ(partition.app.file_template.unreadable, name == "nam"); // half of a template is still there
     }
-    fs::remove(partition.host.path() / "boot/bootfile.chk");
-    EXPECT_EQ(fill_model(&partition.app, partition.store), -2);
-    fs::remove(partition.host.path() / "boot/bootfile.nam");
-    EXPECT_EQ(fill_model(&partition.app, partition.store), -1);
 }
 
 TEST(premarking, finds_files_by_the_names_of_their_file_system)
@@ -100,16 +94,21 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     for (const std::string kind : {"16", "32"}) {
         browsed_partition partition("fat" + kind);
         NEED_FILE_SYSTEM(partition);
-        partition.files.write("Long directory/\xd0\x96 file.text", "");
-        partition.files.write("PLAIN.TXT", "");
+        for (const auto *name :
+             {"Long directory/\xd0\x96 file.text", "PLAIN.TXT", "README.txt", "\xd0\x96.txt"})
+            partition.files.write(name, "");
         fs::current_path(partition.files.path());
         setenv("IMAGE", partition.host.write("dev/sda1", "").c_str(), 1);
         setenv("KIND", kind.c_str(), 1);
         run_tool(
             "truncate -s 64M $IMAGE && mkfs.fat -F $KIND $IMAGE && LC_ALL=C.UTF-8 mcopy -si $IMAGE * ::/");
         fs::current_path("/");
-        EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT"}), 0);
-        EXPECT_EQ(marked(partition, *partition.root()), "/Long directory/\xd0\x96 file.text /PLAIN.TXT ");
+        partition.files.write("plain.txt", "");
+        EXPECT_EQ(premark(partition, {"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT",
+                                      "C:\\README.TXT", "C:\\\x86.TXT"}),
+                  0);
+        EXPECT_EQ(marked(partition, *partition.root()),
+                  "/Long directory/\xd0\x96 file.text /PLAIN.TXT /README.txt /\xd0\x96.txt ");
         EXPECT_EQ(partition.app.missing_files, std::list<std::string>{partition.files.path() / "LOST.TXT"});
     }
     browsed_partition ntfs("ntfs");
@@ -119,21 +118,34 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     EXPECT_EQ(marked(ntfs, *ntfs.root()), "/My\\Files/a\\b.txt /\xd0\x96/x ");
 }
 
-TEST(premarking, keeps_the_template_when_missing_files_are_not_to_be_dropped)
+TEST(premarking, asks_about_missing_files_and_lists_those_without_a_row)
 {
     NEED_DISPLAY();
     browsed_partition partition;
     NEED_FILE_SYSTEM(partition);
     partition.files.write("here", "");
-    premark(partition, {"C:/first\xff", "C:/here", "C:/sec\nond"});
-    answered_dialogs user({GTK_RESPONSE_NO});
+    const std::string top = partition.files.path(), link = top + "/li\nnk";
+    fs::create_symlink("here", link);
+    premark(partition, {"C:/first\xff", "C:/here", "C:/li\nnk", "C:/sec\nond"});
+    answered_dialogs user({GTK_RESPONSE_NO, GTK_RESPONSE_OK, GTK_RESPONSE_YES});
     partition.show();
-    const std::string top = partition.files.path();
     EXPECT_EQ(user.text(), "Confirm: The following files are missing. Delete these files from a template?\n" +
                                top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
     EXPECT_TRUE(partition.app.missing_files.empty());
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
-    EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 256 * 3);
+    EXPECT_TRUE(partition.app.file_template.kept);
+    EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 256 * 4);
+
+    const auto bar = [&] { return notice_bar(partition.app.filebrowser); };
+    user.seen.clear();
+    gtk_info_bar_response(GTK_INFO_BAR(bar()), GTK_RESPONSE_OK);
+    const std::string hidden = "1 file of the saved template is not shown in the tree. ";
+    EXPECT_EQ(user.text(), "Files: " + hidden + "The next save drops it.\n" + top + "/li\u240Ank\n\n");
+    partition.app.missing_files = {"gone"};
+    ask_delete_missing_files(&partition.app);
+    EXPECT_EQ(partition.app.file_template.notices[0].text, hidden + "It is no longer in the template.");
+    save_file_template(&partition.app, partition.store);
+    EXPECT_EQ(bar(), nullptr);
 }
 
 } // namespace

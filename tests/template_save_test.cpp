@@ -7,9 +7,9 @@
 #include "gtk_support.h"
 #include "template_bytes.h"
 #include "tree_support.h"
-#include "tree_walk.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 namespace {
 
@@ -52,6 +52,15 @@ struct saving : testing::Test {
         return pair_of(2, "C:/boot/pelva/bootfile.nam", records);
     }
 
+    // Marked files that the page says are not in the template, by their paths on the partition.
+    texts left_out()
+    {
+        texts paths;
+        for (const std::string &name : app->file_template.notices[1].names)
+            paths.push_back(name.substr(app->mounts.front().mountpoint.size()));
+        return paths;
+    }
+
     std::unique_ptr<browsed_partition> partition;
     struct app *app = nullptr;
 };
@@ -59,11 +68,11 @@ struct saving : testing::Test {
 TEST_F(saving, names_files_as_the_firmware_knows_them)
 {
     const texts names = {"Dir/Long name.txt", "Dir/plain.txt", "Dir/\xFF\n", "Dir/\xD0\xA4"};
-    const std::pair<const char *, texts> cases[] = {
-        {"ext4", {"C:/Dir/Long name.txt", "C:/Dir/plain.txt", "C:/Dir/\xD0\xA4", "C:/Dir/\xFF\n"}},
-        {"fat16", {"C:\\DIR\\LONGNA~1.TXT", "C:\\DIR\\PLAIN.TXT"}},
-        {"ntfs", {"C:\\Dir\\Long name.txt", "C:\\Dir\\plain.txt", "C:\\Dir\\\x94"}}};
-    for (const auto &[fs_type, records] : cases) {
+    const std::tuple<const char *, texts, texts> cases[] = {
+        {"ext4", {"C:/Dir/Long name.txt", "C:/Dir/plain.txt", "C:/Dir/\xD0\xA4", "C:/Dir/\xFF\n"}, {}},
+        {"fat16", {"C:\\DIR\\LONGNA~1.TXT", "C:\\DIR\\PLAIN.TXT"}, {"/Dir/\xD0\xA4", "/Dir/\xFF\n"}},
+        {"ntfs", {"C:\\Dir\\Long name.txt", "C:\\Dir\\plain.txt", "C:\\Dir\\\x94"}, {"/Dir/\xFF\n"}}};
+    for (const auto &[fs_type, records, unnamed] : cases) {
         use_partition(fs_type);
         NEED_FILE_SYSTEM(*partition);
         mark_files(names);
@@ -75,25 +84,34 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
         save_file_template(app, partition->store);
         EXPECT_EQ(saved(), file_pair(records)) << fs_type;
         EXPECT_TRUE(files_changed == 0 && app->total_files_selected == 4) << fs_type;
+        EXPECT_EQ(left_out(), unnamed) << fs_type;
     }
 }
 
-TEST_F(saving, ends_a_level_whose_path_grows_too_long)
+TEST_F(saving, tells_of_every_marked_file_without_a_record)
 {
-    static texts visited;
+    NEED_DISPLAY();
+    NEED_FILE_SYSTEM(*partition);
+    answered_dialogs dialogs({GTK_RESPONSE_OK});
+    mark_files({});
     file_node *at = partition->root();
     for (int level = 0; level < 4; ++level)
         at = add(at, 250, file_kind::directory);
-    // Their path takes 1,006 of 1,024 bytes; a separator and a NUL come on top of each name.
+    // Their path takes 1,006 of 1,024 bytes; a separator and a NUL come on top of each name. The first fits,
+    // and is then too long for a record; the second ends the walk of its directory.
     for (const std::size_t length : {16U, 17U, 1U})
         add(at, length, file_kind::file);
     add(partition->root(), 4, file_kind::file);
-    begin_path(app, "C:");
-    const auto visit = [](struct app *to, file_store *, file_node *) { visited.emplace_back(to->path_buf); };
-    walk_file_rows(app, partition->store, *partition->root(), visit, '\\');
-    ASSERT_EQ(visited.size(), 2U);
-    EXPECT_EQ(visited[0].size(), 1023U);
-    EXPECT_EQ(visited[1], "C:\\xxxx");
+    for (const std::size_t unnamed : {2U, 3U}) {
+        save_file_template(app, partition->store);
+        EXPECT_EQ(left_out().size(), unnamed);
+        EXPECT_EQ(saved().nam.size(), 1024 + 256 * (3 - unnamed));
+        EXPECT_EQ(app->file_template.notices[1].text,
+                  std::to_string(unnamed) +
+                      " marked files have no name that the board can read. They are not in the template.");
+        app->mounts.front().letter = 0;
+    }
+    EXPECT_EQ(dialogs.text(), "Warning: File name is too long.\n");
 }
 
 TEST_F(saving, refuses_without_loss)
@@ -103,14 +121,15 @@ TEST_F(saving, refuses_without_loss)
     answered_dialogs dialogs({GTK_RESPONSE_OK, GTK_RESPONSE_OK});
     mark_files({std::string(252, 'n')});
     const file_node *too_long = add(partition->root(), 253, file_kind::file);
-    const pair_bytes whole = file_pair({"C:/" + std::string(252, 'n')});
+    const std::string path(113, 'p'); // one more than the header's field can hold
+    app->short_path = path.c_str() + 1;
+    const pair_bytes whole =
+        pair_of(2, "C:" + path.substr(1) + "/bootfile.nam", {"C:/" + std::string(252, 'n')});
     save_file_template(app, partition->store);
     EXPECT_EQ(saved(), whole);
     EXPECT_FALSE(too_long->marked);
 
-    // The template directory's path does not fit into the header.
     files_changed = 1;
-    const std::string path(120, 'p');
     app->short_path = path.c_str();
     save_file_template(app, partition->store);
     EXPECT_EQ(dialogs.text(), "Warning: File name is too long.\n"
@@ -133,19 +152,22 @@ TEST_F(saving, commands_do_something_only_on_yes)
                     {on_files_clear_clicked, "clear files selection?", true, 2, 0, false},
                     {on_files_default_clicked, "set default selection?", true, 2, 0, false},
                     {on_sectors_save_clicked, "overwrite existing template?", false, 0, 0, true},
-                    {on_sectors_default_clicked, "set default selection?", false, 0, 4, false},
-                    {on_sectors_save_clicked, "overwrite existing template?", false, 4, 4, true},
-                    {on_sectors_clear_clicked, "clear sectors selection?", false, 4, 0, false}};
+                    {on_sectors_default_clicked, "set default selection?", false, 0, 2, false},
+                    {on_sectors_save_clicked, "overwrite existing template?", false, 2, 2, true},
+                    {on_sectors_clear_clicked, "clear sectors selection?", false, 2, 0, false}};
     partition->show();
     app->disks.front().drive_number = 0x80;
-    app->disks.push_back(app->disks.front());
-    app->disks.back().drive_number = 0x81;
-    app->disks.back().parts.front().sect_before = 0xFE030201;
     GtkTreeStore *sectors = disk_create_model();
     fill_tree(app, sectors);
     const owned_object<GtkWidget> view(
         static_cast<GtkWidget *>(g_object_ref_sink(gtk_tree_view_new_with_model(GTK_TREE_MODEL(sectors)))));
     app->diskbrowser = view.get();
+    // Where one of the default files would be lies a directory.
+    std::filesystem::create_directories(partition->files.path() / "pelva/pelva.h");
+    partition->host.write("usr/include/pelva/pelva.h", "");
+    if (keep_mounts_private() &&
+        mount(partition->files.path().c_str(), "/usr/include", nullptr, MS_BIND, nullptr) == 0)
+        partition->host.write("proc/mounts", "/dev/sda1 /usr/include ext4 rw 0 0\n");
     mark_files({"a", "dir/b"});
     for (const auto &[handler, question, files, before, after, saves] : commands) {
         mark_recursive(app, partition->store, partition->root(), files);
@@ -160,10 +182,8 @@ TEST_F(saving, commands_do_something_only_on_yes)
             EXPECT_EQ(files ? app->total_files_selected : app->total_sectors_selected, yes ? after : before);
         }
     }
-    EXPECT_EQ(
-        saved("bootsect"),
-        pair_of(1, "C:/boot/pelva/bootsect.nam",
-                {{'\x80', 0, 0, 0, 0}, {'\x80', 0, 0, 0, 0}, {'\x81', 0, 0, 0, 0}, "\x81\x01\x02\x03\xFE"}));
+    EXPECT_FALSE(partition->row("pelva/pelva.h")->marked);
+    umount("/usr/include");
     app->diskbrowser = nullptr;
     g_object_unref(sectors);
 }

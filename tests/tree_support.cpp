@@ -2,6 +2,7 @@
 
 #include "gtk_support.h"
 #include "progress.h"
+#include "start_questions.h"
 
 #include <sys/stat.h>
 
@@ -69,6 +70,7 @@ void browsed_partition::show()
     app.progressbar = described_widget(app.xml, "progressbar");
     if (!filebrowser_init(&app))
         std::abort();
+    ask_start_questions(&app);
     g_object_unref(store);
     store = static_cast<file_store *>(g_object_ref(filebrowser_store(&app)));
     gtk_widget_show(app.window);

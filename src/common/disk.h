@@ -82,5 +82,7 @@ std::string partition_name(const part &p);
 // 1 for ext2, ext3 and ext4; 0 otherwise, also without a file system.
 int is_ext_fs(const part &p);
 
+bool is_fat_fs(const part &p);
+
 // 1 for the file systems that can be mounted and browsed: ext2, ext3, ext4, fat16, fat32, ntfs.
 int is_supported_fs(const part &p);

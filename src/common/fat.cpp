@@ -1,18 +1,21 @@
 #include "common/fat.h"
 
-#include "common/fat_name.h"
+#include "common/fat_index.h"
 #include "common/host.h"
-#include "common/iconvert.h"
 #include "trace_log.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <fcntl.h>
+#include <map>
 
 namespace {
 
-constexpr std::uint8_t volume_label_attribute = 0x08;
-constexpr std::uint8_t directory_attribute = 0x10;
 constexpr std::size_t longest_path = 255;
+// Of all directories that are remembered, beside the one in use: as many as one directory can hold.
+constexpr std::size_t most_files_remembered = 65536UL * 16;
+// Paths of 255 bytes have no more directories.
+constexpr std::size_t most_directories_remembered = 128;
 
 // The rest of the way to a file: what is still to be found, and what was found so far.
 struct address {
@@ -27,69 +30,35 @@ struct matched_entry {
     std::uint32_t first_cluster;
 };
 
-// The long name, or the short one as it is shown, in code page 866 both ways. Nothing for a long name that
-// cannot be one.
-std::optional<std::string> output_name(const fat_entry &entry, const std::optional<std::u16string> &long_name,
-                                       fat_direction direction)
-{
-    std::string short_name = sfn_to_string(entry);
-    if (direction == fat_direction::long_to_short)
-        return short_name;
-    if (long_name)
-        return long_name_to_utf8(*long_name);
-    if (entry[12] != 0)
-        cp866_tolower(short_name);
-    return pvl_iconv(short_name, "cp866", "utf-8");
-}
+struct open_volume {
+    owned_fd device;
+    fat_volume volume;
+};
 
-bool matches(const fat_entry &entry, const std::optional<std::u16string> &long_name, const address_part &part,
-             fat_direction direction)
+// Opens the device of a partition. Nothing, traced, when it is no volume of a kind that is known here.
+std::optional<open_volume> open_partition(const std::string &device_name)
 {
-    const std::string short_name = sfn_to_string(entry);
-    if (direction == fat_direction::short_to_long)
-        return part.name == short_name;
-    trace_log("long_name = %s, entry_filename = %s, namePart=%s namePartUp= %s",
-              long_name ? long_name_to_utf8(*long_name).value_or("").c_str() : "not_lfn", short_name.c_str(),
-              part.name.c_str(), part.upper.c_str());
-    return (long_name && *long_name == part.long_name) || part.upper == short_name;
-}
-
-matched_entry describe(const fat_directory &directory, const fat_entry &entry, std::string name)
-{
-    const std::uint32_t high_word = directory.volume.geometry.fat32 ? le16(entry, 20) : 0;
-    return {.name = std::move(name),
-            .is_directory = (entry[11] & directory_attribute) != 0,
-            .first_cluster = high_word << 16 | le16(entry, 26)};
-}
-
-// The first entry of that name. A volume label is not a file, though it often has the name of a directory.
-std::optional<matched_entry> find_entry(fat_directory &directory, const address_part &part,
-                                        fat_direction direction)
-{
-    fat_entry entry;
-    while (read_next_file_entry(directory, entry) == fat_read::entry) {
-        std::optional<std::u16string> long_name;
-        if (is_long_name_piece(entry)) {
-            trace_log("START_READ_LFN");
-            long_name = readLFN(directory, entry);
-            if (!long_name) {
-                if (entry[0] != 0)
-                    trace_log("LFN read error!");
-                continue;
-            }
-        }
-        if (entry[11] == 0)
-            trace_log("attr = 0");
-        if (is_unused(entry) || (entry[11] & volume_label_attribute) ||
-            !matches(entry, long_name, part, direction))
-            continue;
-        std::optional<std::string> name = output_name(entry, long_name, direction);
-        // A separator inside a name would make two components of one, outside of the volume even.
-        if (name && name->find_first_of("/\\") == std::string::npos)
-            return describe(directory, entry, *std::move(name));
-        trace_log("LFN read error!");
+    owned_fd device(open(host_path(device_name).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!device) {
+        trace_log("Cannot open dev file");
+        return std::nullopt;
     }
-    return std::nullopt;
+    std::array<std::uint8_t, 512> boot_sector;
+    if (!device_window(device.get()).read(0, boot_sector)) {
+        trace_log("Cannot read the boot sector");
+        return std::nullopt;
+    }
+    const std::optional<fat_geometry> geometry = read_geometry(boot_sector);
+    if (!geometry) {
+        trace_log("The boot sector describes no FAT volume");
+        return std::nullopt;
+    }
+    if (!geometry->fat32 && is_fat12(boot_sector)) {
+        trace_log("File system is not supported!");
+        return std::nullopt;
+    }
+    const int descriptor = device.get();
+    return open_volume{std::move(device), fat_volume(*geometry, descriptor)};
 }
 
 void join_strings(std::string &path, char separator, const std::string &name)
@@ -99,9 +68,23 @@ void join_strings(std::string &path, char separator, const std::string &name)
     path += name;
 }
 
+std::optional<matched_entry> find_entry(const fat_index &directory, const address_part &part,
+                                        fat_direction direction)
+{
+    const bool to_short = direction == fat_direction::long_to_short;
+    const fat_file *found = to_short ? directory.find_shown(part) : directory.find_record(part.name);
+    if (!found)
+        return std::nullopt;
+    std::optional<std::string> name =
+        to_short ? sfn_to_string(found->short_name) : directory.shown_name(*found);
+    if (!name)
+        return std::nullopt;
+    return matched_entry{*std::move(name), found->is_directory, found->first_cluster};
+}
+
 // Finds the next part and moves it to the path. Nothing for a directory in the last place or a file before
 // it.
-std::optional<matched_entry> take_next_part(fat_directory &directory, address &to)
+std::optional<matched_entry> take_next_part(const fat_index &directory, address &to)
 {
     std::optional<matched_entry> found = find_entry(directory, to.parts.front(), to.direction);
     to.parts.pop_front();
@@ -115,7 +98,64 @@ std::optional<matched_entry> take_next_part(fat_directory &directory, address &t
     return found;
 }
 
-std::optional<std::string> find_in_dir(fat_volume &volume, std::uint32_t first_cluster, address to)
+} // namespace
+
+struct fat_lookups::memory {
+    struct directory {
+        const fat_volume *volume;
+        std::uint32_t first_cluster; // 0: the FAT16 root directory
+        fat_index index;
+    };
+
+    std::map<std::string, open_volume> volumes; // by partition
+    std::list<directory> directories;           // the one last used comes first
+    std::size_t files = 0;                      // in all of them
+
+    fat_volume *volume_of(const std::string &partition);
+    const fat_index &read_directory(fat_volume &volume, std::uint32_t first_cluster);
+    void forget_what_is_too_much();
+    std::optional<std::string> find_in_dir(fat_volume &volume, std::uint32_t first_cluster, address to);
+    std::optional<std::string> find_in_root_dir(fat_volume &volume, address to);
+};
+
+fat_volume *fat_lookups::memory::volume_of(const std::string &partition)
+{
+    const auto found = volumes.find(partition);
+    if (found != volumes.end())
+        return &found->second.volume;
+    std::optional<open_volume> opened = open_partition("/dev/" + partition);
+    return opened ? &volumes.emplace(partition, *std::move(opened)).first->second.volume : nullptr;
+}
+
+// Valid until the next directory is read.
+const fat_index &fat_lookups::memory::read_directory(fat_volume &volume, std::uint32_t first_cluster)
+{
+    const auto known = std::ranges::find_if(directories, [&](const directory &one) {
+        return one.volume == &volume && one.first_cluster == first_cluster;
+    });
+    if (known != directories.end()) {
+        directories.splice(directories.begin(), directories, known);
+    } else {
+        fat_directory reader =
+            first_cluster == 0 ? open_fat16_root(volume) : open_directory(volume, first_cluster);
+        directories.push_front({&volume, first_cluster, fat_index(reader)});
+        files += directories.front().index.size();
+        forget_what_is_too_much();
+    }
+    return directories.front().index;
+}
+
+void fat_lookups::memory::forget_what_is_too_much()
+{
+    while (directories.size() > 1 &&
+           (files > most_files_remembered || directories.size() > most_directories_remembered)) {
+        files -= directories.back().index.size();
+        directories.pop_back();
+    }
+}
+
+std::optional<std::string> fat_lookups::memory::find_in_dir(fat_volume &volume, std::uint32_t first_cluster,
+                                                            address to)
 {
     trace_log("%s data start with %" PRId64, volume.geometry.fat32 ? "FAT32" : "FAT16",
               volume.geometry.data_start);
@@ -124,8 +164,7 @@ std::optional<std::string> find_in_dir(fat_volume &volume, std::uint32_t first_c
             trace_log("Next file entries is empty/");
             return std::nullopt;
         }
-        fat_directory directory = open_directory(volume, first_cluster);
-        const std::optional<matched_entry> found = take_next_part(directory, to);
+        const std::optional<matched_entry> found = take_next_part(read_directory(volume, first_cluster), to);
         if (!found)
             return std::nullopt;
         first_cluster = found->first_cluster;
@@ -133,64 +172,47 @@ std::optional<std::string> find_in_dir(fat_volume &volume, std::uint32_t first_c
     return to.path;
 }
 
-std::optional<std::string> find_in_root_dir(fat_volume &volume, address to)
+std::optional<std::string> fat_lookups::memory::find_in_root_dir(fat_volume &volume, address to)
 {
-    fat_directory root = open_fat16_root(volume);
-    const std::optional<matched_entry> found = take_next_part(root, to);
+    const std::optional<matched_entry> found = take_next_part(read_directory(volume, 0), to);
     if (!found || to.parts.empty())
         return found ? std::optional(to.path) : std::nullopt;
     return find_in_dir(volume, found->first_cluster, std::move(to));
 }
 
-std::optional<std::string> find_on_volume(int device, address to)
-{
-    std::array<std::uint8_t, 512> boot_sector;
-    if (!device_window(device).read(0, boot_sector)) {
-        trace_log("Cannot read the boot sector");
-        return std::nullopt;
-    }
-    const std::optional<fat_geometry> geometry = read_geometry(boot_sector);
-    if (!geometry) {
-        trace_log("The boot sector describes no FAT volume");
-        return std::nullopt;
-    }
-    fat_volume volume(*geometry, device);
-    if (geometry->fat32) {
-        trace_log("File system is FAT32");
-        return find_in_dir(volume, geometry->root_cluster, std::move(to));
-    }
-    if (is_fat12(boot_sector)) {
-        trace_log("File system is not supported!");
-        return std::nullopt;
-    }
-    trace_log("File system is FAT16");
-    return find_in_root_dir(volume, std::move(to));
-}
+fat_lookups::fat_lookups() : memory_(std::make_unique<memory>()) {}
 
-} // namespace
+fat_lookups::~fat_lookups() = default;
 
-std::optional<std::string> get_path_on_fat_part(const std::string &partition, const std::string &path,
-                                                fat_direction direction)
+std::optional<std::string> fat_lookups::find(const std::string &partition, const std::string &path,
+                                             fat_direction direction)
 {
-    const std::string device_name = "/dev/" + partition;
-    trace_log("Trying find %s on %s", path.c_str(), device_name.c_str());
-    const owned_fd device(open(host_path(device_name).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!device) {
-        trace_log("Cannot open dev file");
+    trace_log("Trying find %s on /dev/%s", path.c_str(), partition.c_str());
+    fat_volume *volume = memory_->volume_of(partition);
+    if (!volume)
         return std::nullopt;
-    }
     std::optional<std::list<address_part>> parts = getAddressParts(path, direction);
     if (!parts) {
         trace_log("Parser filename error");
         return std::nullopt;
     }
+    address to = {.direction = direction, .parts = *std::move(parts), .path = {}};
+    const fat_geometry &geometry = volume->geometry;
+    trace_log("File system is %s", geometry.fat32 ? "FAT32" : "FAT16");
     std::optional<std::string> result =
-        find_on_volume(device.get(), {.direction = direction, .parts = *std::move(parts), .path = {}});
+        geometry.fat32 ? memory_->find_in_dir(*volume, geometry.root_cluster, std::move(to))
+                       : memory_->find_in_root_dir(*volume, std::move(to));
     if (result)
         trace_log("converted path of %s - %s", path.c_str(), result->c_str());
     else
         trace_log("File %s not found", path.c_str());
     return result;
+}
+
+std::optional<std::string> get_path_on_fat_part(const std::string &partition, const std::string &path,
+                                                fat_direction direction)
+{
+    return fat_lookups().find(partition, path, direction);
 }
 
 std::optional<std::string> get_sfn_path(const std::string &partition, const std::string &path)

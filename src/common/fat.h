@@ -3,6 +3,7 @@
 // Layout: Microsoft "FAT: General Overview of On-Disk Format" and its long-name appendix.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,3 +18,22 @@ get_path_on_fat_part(const std::string &partition, const std::string &path, fat_
 
 [[nodiscard]] std::optional<std::string> get_sfn_path(const std::string &partition, const std::string &path);
 [[nodiscard]] std::optional<std::string> get_lfn_path(const std::string &partition, const std::string &path);
+
+// The same for many paths: what was read of a volume is remembered, so that each directory is read once when
+// the paths come in the order of the tree. For one save or one start: what is written meanwhile may not be
+// seen.
+class fat_lookups {
+public:
+    fat_lookups();
+    ~fat_lookups();
+    fat_lookups(const fat_lookups &) = delete;
+    fat_lookups &operator=(const fat_lookups &) = delete;
+
+    // Exactly what get_path_on_fat_part gives.
+    [[nodiscard]] std::optional<std::string> find(const std::string &partition, const std::string &path,
+                                                  fat_direction direction);
+
+private:
+    struct memory;
+    std::unique_ptr<memory> memory_;
+};

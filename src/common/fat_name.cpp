@@ -5,13 +5,16 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <iterator>
+#include <utility>
 
 namespace {
 
 constexpr std::uint8_t long_name_attribute = 0x0F;
 // 255 characters need 20 entries of 13.
 constexpr std::size_t most_pieces = 20;
+constexpr std::size_t piece_length = 13;
+constexpr std::uint8_t first_piece_flag = 0x40;
+constexpr std::uint8_t lower_case_name = 0x08, lower_case_extension = 0x10;
 
 std::vector<std::string> split(const std::string &path)
 {
@@ -35,29 +38,83 @@ std::optional<std::u16string> to_utf16(const std::string &name)
     return std::u16string(units.get(), units.get() + length);
 }
 
-// A long name that grows to the front, as its parts are stored last part first.
-struct name_in_reverse {
-    std::array<char16_t, most_pieces * 13> units;
-    std::size_t start = units.size();
+// Long-name entries that follow each other, the last part of the name first.
+class long_name_run {
+public:
+    // A piece out of order ends the run; one that is marked as the first begins another.
+    void add(const fat_entry &piece);
+    [[nodiscard]] bool belongs_to(const fat_entry &entry) const;
+    [[nodiscard]] std::u16string name() const;
+
+private:
+    std::array<char16_t, most_pieces * piece_length> units_;
+    std::size_t pieces_ = 0; // 0: no run
+    std::size_t left_ = 0;   // to come; the next one's number
+    std::uint8_t checksum_ = 0;
 };
 
-// Puts the characters of one long-name entry, up to the first zero one, before the name.
-void prepend_piece(name_in_reverse &name, const fat_entry &entry)
+void long_name_run::add(const fat_entry &piece)
 {
-    static constexpr std::array<std::uint8_t, 13> offsets = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
-    std::size_t length = 0;
-    while (length < offsets.size() && le16(entry, offsets[length]) != 0)
-        ++length;
-    name.start -= length;
-    for (std::size_t i = 0; i < length; ++i)
-        name.units[name.start + i] = le16(entry, offsets[i]);
+    static constexpr std::array<std::uint8_t, piece_length> offsets = {1,  3,  5,  7,  9,  14, 16,
+                                                                       18, 20, 22, 24, 28, 30};
+    const std::uint8_t sequence = piece[0];
+    if (sequence & first_piece_flag) {
+        pieces_ = left_ = sequence ^ first_piece_flag;
+        checksum_ = piece[13];
+    }
+    if ((sequence & ~first_piece_flag) != static_cast<int>(left_) || left_ < 1 || left_ > most_pieces ||
+        piece[13] != checksum_) {
+        pieces_ = left_ = 0;
+        return;
+    }
+    --left_;
+    for (std::size_t i = 0; i < piece_length; ++i)
+        units_[left_ * piece_length + i] = le16(piece, offsets[i]);
 }
 
-// A field of a short name without the blanks that pad it.
-std::string remove_spaces(byte_span field)
+bool long_name_run::belongs_to(const fat_entry &entry) const
 {
-    std::string text(field.begin(), std::find(field.begin(), field.end(), 0));
+    std::uint8_t checksum = 0;
+    for (std::size_t i = 0; i < 11; ++i)
+        checksum = static_cast<std::uint8_t>((checksum << 7 | checksum >> 1) + entry[i]);
+    return pieces_ > 0 && left_ == 0 && checksum_ == checksum;
+}
+
+std::u16string long_name_run::name() const
+{
+    const auto end = units_.begin() + static_cast<std::ptrdiff_t>(pieces_ * piece_length);
+    return {units_.begin(), std::find(units_.begin(), end, u'\0')};
+}
+
+// A field of a short name up to its first zero byte; blanks are characters.
+std::string field_text(byte_span field)
+{
+    return {field.begin(), std::find(field.begin(), field.end(), 0)};
+}
+
+void remove_spaces(std::string &text)
+{
+    std::erase(text, ' ');
+}
+
+// The kernel's lower case has three letters more than the firmware's.
+void lower_all_letters(std::string &text)
+{
+    cp866_tolower(text);
+    for (char &symbol : text) {
+        const auto byte = static_cast<std::uint8_t>(symbol);
+        if (byte == 0xF2 || byte == 0xF4 || byte == 0xF6)
+            symbol = static_cast<char>(byte + 1);
+    }
+}
+
+// A field as the kernel shows it.
+std::string shown_field(byte_span field, bool lower_case)
+{
+    std::string text = field_text(field);
     text.erase(text.find_last_not_of(' ') + 1);
+    if (lower_case)
+        lower_all_letters(text);
     return text;
 }
 
@@ -74,27 +131,29 @@ std::optional<std::list<address_part>> getAddressParts(const std::string &path, 
         trace_log("Recoding error!");
         return std::nullopt;
     }
-    const bool to_short = direction == fat_direction::long_to_short;
-    std::list<address_part> parts;
-    for (const std::string &name : split(to_short ? path : *converted))
-        parts.push_back({.name = name, .upper = {}, .long_name = {}});
-    if (parts.empty()) {
+    const std::vector<std::string> names = split(*converted);
+    if (names.empty()) {
         trace_log("filename is incorrect!");
         return std::nullopt;
     }
-    if (!to_short)
+    std::list<address_part> parts;
+    for (const std::string &name : names) {
+        parts.push_back({.name = name, .shown = name, .upper = {}, .long_name = {}});
+        remove_spaces(parts.back().name);
+    }
+    if (direction == fat_direction::short_to_long)
         return parts;
 
-    cp866_toupper(*converted);
-    const std::vector<std::string> uppers = split(*converted);
-    auto upper = uppers.begin();
+    const std::vector<std::string> unconverted = split(path);
+    auto name = unconverted.begin();
     for (address_part &part : parts) {
-        std::optional<std::u16string> long_name = to_utf16(part.name);
-        if (!long_name || upper == uppers.end()) {
+        std::optional<std::u16string> long_name = to_utf16(*name);
+        if (!long_name) {
             trace_log("Recoding error!");
             return std::nullopt;
         }
-        part.upper = *upper++;
+        part.upper = std::exchange(part.name, *name++);
+        cp866_toupper(part.upper);
         part.long_name = *std::move(long_name);
     }
     return parts;
@@ -126,12 +185,25 @@ void cp866_tolower(std::string &text)
     }
 }
 
-std::string sfn_to_string(const fat_entry &entry)
+std::string sfn_to_string(byte_span short_name)
 {
-    const byte_span bytes(entry);
-    const std::string extension = remove_spaces(bytes.subspan(8, 3));
-    std::string name = remove_spaces(bytes.first(8));
+    std::string text = field_text(short_name.first(8));
+    if (short_name[8] != ' ')
+        text.append(1, '.').append(field_text(short_name.subspan(8, 3)));
+    remove_spaces(text);
+    return text;
+}
+
+std::string shown_short_name(byte_span short_name, std::uint8_t case_byte)
+{
+    const std::string extension = shown_field(short_name.subspan(8, 3), case_byte & lower_case_extension);
+    std::string name = shown_field(short_name.first(8), case_byte & lower_case_name);
     return extension.empty() ? name : name + '.' + extension;
+}
+
+void fold_short_name(std::string &text)
+{
+    lower_all_letters(text);
 }
 
 bool is_unused(const fat_entry &entry)
@@ -147,26 +219,24 @@ bool is_long_name_piece(const fat_entry &entry)
 
 std::optional<std::u16string> readLFN(fat_directory &directory, fat_entry &entry)
 {
-    name_in_reverse name;
-    std::size_t count = 0;
+    long_name_run run;
     while (is_long_name_piece(entry)) {
-        // A longer run cannot be a name, and is only read to its end.
-        if (++count <= most_pieces)
-            prepend_piece(name, entry);
+        run.add(entry);
         if (read_next_file_entry(directory, entry) != fat_read::entry) {
             trace_log("End of cluster while LFN reading!");
             entry = {};
             return std::nullopt;
         }
     }
-    if (count > most_pieces || name.start == name.units.size()) {
+    if (is_unused(entry) || !run.belongs_to(entry))
+        return std::nullopt;
+    std::u16string name = run.name();
+    if (name.empty()) {
         trace_log("LFN read error(assembly_name)!");
         return std::nullopt;
     }
-    if (is_unused(entry))
-        return std::nullopt;
     trace_log("LFN end address:%" PRIx64, directory.position);
-    return std::u16string(name.units.begin() + static_cast<std::ptrdiff_t>(name.start), name.units.end());
+    return name;
 }
 
 std::optional<std::string> long_name_to_utf8(const std::u16string &name)

@@ -128,24 +128,51 @@ void warn_of_trailing_data(std::FILE *nam, const std::string &directory, list_ki
                   layout_of(kind).name_file);
 }
 
-// Reads record number `i` into the buffer, of which the last byte stays NUL. False when the file is over.
-// After a read error the buffer holds what it held before, as far as nothing new came.
-bool read_file_record(std::FILE *nam, std::uint32_t i, std::array<char, file_record_size + 1> &buffer)
+enum class record_state { read, damaged, beyond_the_end };
+
+// Reads record number `i` into the buffer, of which the last byte stays NUL. Behind a damaged one the stream
+// stands at the next record.
+record_state read_file_record(std::FILE *nam, std::uint32_t i, std::array<char, file_record_size + 1> &buffer)
 {
     trace_log("Reading record #%d", static_cast<int>(i));
     if (std::fread(buffer.data(), 1, file_record_size, nam) == file_record_size)
-        return true;
+        return record_state::read;
     if (std::feof(nam)) {
         trace_log("Unexpected end of file on %d-th record", static_cast<int>(i));
-        return false;
+        return record_state::beyond_the_end;
     }
     trace_log("Read error on %d-th record", static_cast<int>(i));
     // The records behind a damaged block are still found at their places. A damaged device must not hold the
     // start up for as many records as a header may claim, so the file's length ends the list here too.
     std::clearerr(nam);
     const std::uint64_t next = (std::uint64_t{i} + 1) * file_record_size;
-    return next <= body_size(nam) &&
-           fseeko(nam, static_cast<off_t>(template_header_size + next), SEEK_SET) == 0;
+    return next <= body_size(nam).value_or(0) &&
+                   fseeko(nam, static_cast<off_t>(template_header_size + next), SEEK_SET) == 0
+               ? record_state::damaged
+               : record_state::beyond_the_end;
+}
+
+// Reads records until the list or the file ends, or a callback stops it. The number of the record it got to.
+std::uint32_t pass_records(std::FILE *nam, std::uint32_t count, record_callback on_record, void *user,
+                           unread_callback on_unread)
+{
+    std::array<char, file_record_size + 1> buffer{};
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const record_state state = read_file_record(nam, i, buffer);
+        if (state != record_state::read) {
+            const bool ended = state == record_state::beyond_the_end;
+            if (on_unread)
+                on_unread(i, ended ? count - 1 : i, user);
+            if (ended)
+                return i;
+            continue;
+        }
+        trace_log("fread ok");
+        trace_log("Record #%d: %s", static_cast<int>(i), buffer.data());
+        if (on_record(buffer.data(), user) != 0)
+            return i;
+    }
+    return count;
 }
 
 } // namespace
@@ -212,7 +239,7 @@ int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
 }
 
 int read_file_list(const std::string &directory, count_callback on_count, record_callback on_record,
-                   void *user)
+                   void *user, unread_callback on_unread)
 {
     owned_file nam;
     std::uint32_t count = 0;
@@ -221,18 +248,9 @@ int read_file_list(const std::string &directory, count_callback on_count, record
     trace_log("%s contains %u file names", layout_of(list_kind::files).name_file, count);
     if (on_count)
         on_count(count, user);
-
-    std::array<char, file_record_size + 1> buffer{};
-    std::uint32_t i = 0;
-    while (i < count && read_file_record(nam.get(), i, buffer)) {
-        trace_log("fread ok");
-        trace_log("Record #%d: %s", static_cast<int>(i), buffer.data());
-        if (on_record(buffer.data(), user) != 0)
-            break;
-        ++i;
-    }
+    const bool all = pass_records(nam.get(), count, on_record, user, on_unread) == count;
     trace_log("Test for unread data");
-    if (i == count)
+    if (all)
         warn_of_trailing_data(nam.get(), directory, list_kind::files);
     trace_log("* Success");
     return 0;
@@ -247,7 +265,7 @@ std::unique_ptr<sector_record[]> read_sector_list(const std::string &directory, 
 
     // What a header claims is allocated only when the file is long enough to hold it.
     std::unique_ptr<sector_record[]> records;
-    const bool held = std::uint64_t{count} * sizeof(sector_record) <= body_size(nam.get());
+    const bool held = std::uint64_t{count} * sizeof(sector_record) <= body_size(nam.get()).value_or(0);
     if (held)
         records.reset(new (std::nothrow) sector_record[count]());
     if (held && !records) {
@@ -263,6 +281,14 @@ std::unique_ptr<sector_record[]> read_sector_list(const std::string &directory, 
     return records;
 }
 
+bool template_exists(const std::string &directory, list_kind kind)
+{
+    const template_layout layout = layout_of(kind);
+    struct stat status {};
+    return lstat((directory + "/" + layout.name_file).c_str(), &status) == 0 ||
+           lstat((directory + "/" + layout.check_file).c_str(), &status) == 0;
+}
+
 owned_file open_template_file(int directory, const std::string &name, int flags)
 {
     owned_fd fd(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags));
@@ -275,10 +301,12 @@ owned_file open_template_file(int directory, const std::string &name, int flags)
     return stream;
 }
 
-std::uint64_t body_size(std::FILE *stream)
+std::optional<std::uint64_t> body_size(std::FILE *stream)
 {
     struct stat status {};
-    if (fstat(fileno(stream), &status) != 0 || status.st_size < static_cast<off_t>(template_header_size))
+    if (fstat(fileno(stream), &status) != 0)
+        return std::nullopt;
+    if (status.st_size < static_cast<off_t>(template_header_size))
         return 0;
     return static_cast<std::uint64_t>(status.st_size) - template_header_size;
 }

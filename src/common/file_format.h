@@ -15,7 +15,7 @@
 enum class list_kind : std::uint32_t { sectors = 1, files = 2 };
 
 constexpr std::size_t template_header_size = 1024;
-constexpr std::size_t file_record_size = 256; // text and at least one NUL
+constexpr std::size_t file_record_size = 256; // text and at least one NUL, in every record of ours
 constexpr std::size_t check_value_size = 4;
 using template_header = std::array<std::uint8_t, template_header_size>;
 
@@ -65,11 +65,19 @@ std::uint32_t sector_of(const sector_record &record); // LBA
 using count_callback = void (*)(std::uint32_t count, void *user);
 using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading
 
-// Passes every record's text, in file order, to `on_record`; the count in the header, which the file need not
-// keep, goes to `on_count` first when that is given. Returns 0, also when the file ends early, -1 when
-// bootfile.nam cannot be opened, -2 when a header is bad or the check file is missing.
+using unread_callback = void (*)(std::uint32_t first, std::uint32_t last,
+                                 void *user); // record numbers from 0
+
+// Passes every record's text, in file order, to `on_record`: up to its NUL, or all 256 bytes of a record that
+// has none. The count in the header, which the file need not keep, goes to `on_count` first, and the records
+// that cannot be read or that the file does not hold to `on_unread`, when these are given. Returns 0, also
+// when records could not be read, -1 when bootfile.nam cannot be opened, -2 when a header is bad or the check
+// file is missing.
 [[nodiscard]] int read_file_list(const std::string &directory, count_callback on_count,
-                                 record_callback on_record, void *user);
+                                 record_callback on_record, void *user, unread_callback on_unread = nullptr);
+
+// Whether anything lies where one of the two files of a pair belongs.
+[[nodiscard]] bool template_exists(const std::string &directory, list_kind kind);
 
 // The records of bootsect.nam, or null when the pair cannot be opened, a header is bad or a record is
 // missing. `count` is set as soon as the headers are valid, also when null is returned after that.
@@ -80,5 +88,5 @@ using record_callback = int (*)(const char *text, void *user); // non-zero stops
 // else. Never waits, as opening a named pipe would.
 [[nodiscard]] owned_file open_template_file(int directory, const std::string &name, int flags = 0);
 
-// Bytes behind the header; 0 when the file has no whole header.
-[[nodiscard]] std::uint64_t body_size(std::FILE *stream);
+// Bytes behind the header; 0 when the file has no whole header, nothing when it cannot be examined.
+[[nodiscard]] std::optional<std::uint64_t> body_size(std::FILE *stream);

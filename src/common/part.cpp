@@ -15,6 +15,11 @@ int is_ext_fs(const part &p)
     return p.fs_type == "ext2" || p.fs_type == "ext3" || p.fs_type == "ext4";
 }
 
+bool is_fat_fs(const part &p)
+{
+    return p.fs_type && p.fs_type->find("fat") != std::string::npos;
+}
+
 int is_supported_fs(const part &p)
 {
     return is_ext_fs(p) || p.fs_type == "fat16" || p.fs_type == "fat32" || p.fs_type == "ntfs";

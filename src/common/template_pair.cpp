@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <utility>
@@ -16,12 +17,12 @@ namespace {
 // replacement can still be taken back.
 std::string new_name(const std::string &name)
 {
-    return name + ".new";
+    return ".gtk-tarnel-" + name + ".new";
 }
 
 std::string old_name(const std::string &name)
 {
-    return name + ".old";
+    return ".gtk-tarnel-" + name + ".old";
 }
 
 // The name file first: this is the order in which the two files are replaced.
@@ -49,25 +50,22 @@ bool rename_file(int directory, const std::string &from, const std::string &to)
     return renameat(directory, from.c_str(), directory, to.c_str()) == 0 || traced_failure("rename", from);
 }
 
+// Our names are such that nobody else uses them; "bootfile.nam.old" may be the administrator's own copy.
+//
 // The order tells the next start how far a save came: a new check file alone would ask for its renaming to be
 // finished, an old check file alone for its return. So nothing goes before what stands in front of it here.
-void remove_beside(int directory, list_kind kind)
+bool remove_beside(int directory, list_kind kind)
 {
     const auto [nam, chk] = names_of(kind);
     for (const std::string &name : {new_name(chk), new_name(nam), old_name(chk), old_name(nam)})
         if (!remove_file(directory, name))
-            return;
+            return false;
+    return true;
 }
 
 bool exists(int directory, const std::string &name, struct stat *status)
 {
     return fstatat(directory, name.c_str(), status, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-bool is_regular_file(int directory, const std::string &name)
-{
-    struct stat status {};
-    return exists(directory, name, &status) && S_ISREG(status.st_mode);
 }
 
 // A new, empty file that is not reached through anything that lay there before, with the permissions of the
@@ -77,8 +75,10 @@ owned_fd create_beside(int directory, const std::string &name, const std::string
     struct stat status {};
     mode_t mode = 0644;
     if (exists(directory, name, &status)) {
-        if (S_ISDIR(status.st_mode))
+        if (S_ISDIR(status.st_mode)) {
+            errno = EISDIR;
             return owned_fd();
+        }
         if (S_ISREG(status.st_mode))
             mode = status.st_mode & 0777;
     }
@@ -91,14 +91,25 @@ owned_fd create_beside(int directory, const std::string &name, const std::string
     return fd;
 }
 
-owned_file create_stream(const template_pair &pair, const std::string &name)
+// Keeps the reason of the first failure. Always false.
+bool failed(template_pair &pair)
 {
+    if (!pair.error)
+        pair.error = errno ? errno : EIO;
+    return false;
+}
+
+owned_file create_stream(template_pair &pair, const std::string &name)
+{
+    errno = 0;
     owned_fd fd = create_beside(pair.directory.get(), name, new_name(name));
     owned_file stream(fd ? fdopen(fd.get(), "wb+") : nullptr);
-    if (stream)
+    if (stream) {
         fd.release();
-    else
-        trace_log("Cannot open file for writing: %s/%s", pair.path.c_str(), name.c_str());
+        return stream;
+    }
+    (void)failed(pair);
+    trace_log("Cannot open file for writing: %s/%s", pair.path.c_str(), name.c_str());
     return stream;
 }
 
@@ -106,9 +117,9 @@ owned_file create_stream(const template_pair &pair, const std::string &name)
 bool complete(owned_file &stream, std::uint32_t claimed, std::uint32_t records)
 {
     const bool counted = claimed == records || rewrite_record_count(stream.get(), records);
-    const bool synced = counted && std::fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
-    const bool closed = std::fclose(stream.release()) == 0;
-    return (synced && closed) || traced_failure("complete", "the new template");
+    if (!counted || std::fflush(stream.get()) != 0 || fsync(fileno(stream.get())) != 0)
+        return traced_failure("complete", "the new template");
+    return std::fclose(stream.release()) == 0 || traced_failure("close", "the new template");
 }
 
 // FAT has no hard links; there the old file is copied.
@@ -161,68 +172,126 @@ bool replace_files(template_pair &pair)
     const int directory = pair.directory.get();
     const auto [nam, chk] = names_of(pair.kind);
     if (!keep_old(directory, nam) || !keep_old(directory, chk) || !rename_file(directory, new_name(nam), nam))
-        return false;
+        return failed(pair);
     if (!rename_file(directory, new_name(chk), chk)) {
+        (void)failed(pair);
         // If even the way back is barred, the complete new check file must stay for the next start.
         pair.leave_to_recovery = !restore_old(directory, nam);
         return false;
     }
     if (sync_directory(directory))
         return true;
+    (void)failed(pair);
     pair.leave_to_recovery = !restore_old(directory, nam) || !restore_old(directory, chk);
     return false;
 }
 
-// Whether both files are there, agree with each other, and hold exactly the records that they claim.
-bool is_whole(int directory, list_kind kind, const std::string &nam_name, const std::string &chk_name)
+// --- The recovery. `error` becomes the errno of a call that failed although something may be there: then it
+// is not known what an interrupted save has left, and nothing may be changed.
+
+bool is_regular_file(int directory, const std::string &name, int &error)
 {
-    const owned_file nam = open_template_file(directory, nam_name, O_NOFOLLOW);
-    const owned_file chk = open_template_file(directory, chk_name, O_NOFOLLOW);
+    struct stat status {};
+    if (exists(directory, name, &status))
+        return S_ISREG(status.st_mode);
+    if (errno != ENOENT)
+        error = errno;
+    return false;
+}
+
+owned_file open_remains(int directory, const std::string &name, int &error)
+{
+    if (!is_regular_file(directory, name, error))
+        return nullptr;
+    owned_file stream = open_template_file(directory, name, O_NOFOLLOW);
+    if (!stream)
+        error = errno;
+    return stream;
+}
+
+// Whether both files are there, agree with each other, and hold exactly the records that they claim.
+bool is_whole(int directory, list_kind kind, const std::string &nam_name, const std::string &chk_name,
+              int &error)
+{
+    const owned_file nam = open_remains(directory, nam_name, error);
+    const owned_file chk = open_remains(directory, chk_name, error);
     template_header nam_header{};
     template_header chk_header{};
-    if (!nam || !chk || !read_structures(nam.get(), chk.get(), nam_header, chk_header))
+    if (!nam || !chk)
         return false;
+    if (!read_structures(nam.get(), chk.get(), nam_header, chk_header)) {
+        if (std::ferror(nam.get()) || std::ferror(chk.get()))
+            error = EIO;
+        return false;
+    }
+    const std::optional<std::uint64_t> nam_size = body_size(nam.get()), chk_size = body_size(chk.get());
+    if (!nam_size || !chk_size)
+        error = EIO;
     const template_fields fields = fields_of(nam_header);
     const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
                                       layout_of(kind).record_size};
     return fields == expected && fields_of(chk_header) == expected &&
-           body_size(nam.get()) == std::uint64_t{fields.count} * fields.record_size &&
-           body_size(chk.get()) == std::uint64_t{fields.count} * check_value_size;
+           nam_size == std::uint64_t{fields.count} * fields.record_size &&
+           chk_size == std::uint64_t{fields.count} * check_value_size;
 }
 
-// Completes a replacement of which one rename is done, or takes it back.
-void repair(int directory, list_kind kind)
+// The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
+// when none is missing.
+std::pair<std::string, std::string> missing_rename(int directory, list_kind kind, int &error)
 {
     const auto [nam, chk] = names_of(kind);
-    const bool nam_left = is_regular_file(directory, new_name(nam));
-    const bool chk_left = is_regular_file(directory, new_name(chk));
+    const bool nam_left = is_regular_file(directory, new_name(nam), error);
+    const bool chk_left = is_regular_file(directory, new_name(chk), error);
     if (nam_left && chk_left)
-        return; // not one rename was done
+        return {}; // not one rename was done
     // The name file returns first when a replacement is taken back.
-    if (is_regular_file(directory, old_name(chk)) && !is_regular_file(directory, old_name(nam)) &&
-        is_whole(directory, kind, nam, old_name(chk)))
-        (void)rename_file(directory, old_name(chk), chk);
-    else if (chk_left && is_whole(directory, kind, nam, new_name(chk)))
-        (void)rename_file(directory, new_name(chk), chk);
+    if (is_regular_file(directory, old_name(chk), error) &&
+        !is_regular_file(directory, old_name(nam), error) &&
+        is_whole(directory, kind, nam, old_name(chk), error))
+        return {old_name(chk), chk};
+    if (chk_left && is_whole(directory, kind, nam, new_name(chk), error))
+        return {new_name(chk), chk};
     // Without a journal the renames may reach the disk in the other order.
-    else if (nam_left && !is_whole(directory, kind, nam, chk) &&
-             is_whole(directory, kind, new_name(nam), chk))
-        (void)rename_file(directory, new_name(nam), nam);
+    if (nam_left && !is_whole(directory, kind, nam, chk, error) &&
+        is_whole(directory, kind, new_name(nam), chk, error))
+        return {new_name(nam), nam};
+    return {};
 }
 
-void recover(int directory, list_kind kind)
+// Completes or takes back what an interrupted save has begun, then removes what it left. 0, or the reason why
+// something still lies there.
+int put_right(int directory, list_kind kind)
+{
+    int error = 0;
+    const auto [from, to] = missing_rename(directory, kind, error);
+    if (error) {
+        trace_log("Cannot tell what was left: %s", std::strerror(error));
+        return error;
+    }
+    const std::string new_chk = new_name(names_of(kind)[1]);
+    errno = 0;
+    // Once the old check file is back, a new one beside it would look like a rename that is missing.
+    const bool forward =
+        from.empty() || from == new_chk || (remove_file(directory, new_chk) && sync_directory(directory));
+    const bool done = forward &&
+                      (from.empty() || (rename_file(directory, from, to) && sync_directory(directory))) &&
+                      remove_beside(directory, kind) && sync_directory(directory);
+    return done ? 0 : errno ? errno : EIO;
+}
+
+int recover(int directory, list_kind kind)
 {
     struct stat status {};
     const auto [nam, chk] = names_of(kind);
     for (const std::string &name : {new_name(nam), new_name(chk), old_name(nam), old_name(chk)}) {
-        if (!exists(directory, name, &status))
-            continue;
-        trace_log("A save was interrupted: %s was left", name.c_str());
-        repair(directory, kind);
-        remove_beside(directory, kind);
-        (void)sync_directory(directory);
-        return;
+        if (exists(directory, name, &status)) {
+            trace_log("A save was interrupted: %s was left", name.c_str());
+            return put_right(directory, kind);
+        }
+        if (errno != ENOENT)
+            return errno;
     }
+    return 0;
 }
 
 owned_fd open_directory(const std::string &path)
@@ -240,42 +309,47 @@ template_pair::template_pair(std::string directory_path, list_kind list, owned_f
 template_pair::~template_pair()
 {
     if (directory && !leave_to_recovery)
-        remove_beside(directory.get(), kind);
+        (void)remove_beside(directory.get(), kind);
 }
 
 std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind)
 {
     auto pair = std::make_unique<template_pair>(directory, kind, open_directory(directory));
-    // A save that could not be taken back may have left half of the pair in use here.
-    if (pair->directory)
-        recover(pair->directory.get(), kind);
     const auto [nam, chk] = names_of(kind);
-    if ((pair->nam = create_stream(*pair, nam)) && (pair->chk = create_stream(*pair, chk)))
+    // A save that could not be taken back may have left half of the pair in use here.
+    if (!pair->directory || (pair->error = recover(pair->directory.get(), kind)) != 0) {
+        (void)failed(*pair);
+        pair->leave_to_recovery = true;
+        trace_log("Cannot open file for writing: %s/%s", directory.c_str(), nam.c_str());
         return pair;
-    return nullptr;
+    }
+    if ((pair->nam = create_stream(*pair, nam)))
+        pair->chk = create_stream(*pair, chk);
+    return pair;
 }
 
 bool write_template_headers(template_pair &pair, const std::string &directory_path, std::uint32_t count)
 {
     pair.claimed = count;
-    pair.failed |= fill_structures(pair.nam.get(), pair.chk.get(), directory_path, count, pair.kind) == 0;
-    return !pair.failed;
+    return fill_structures(pair.nam.get(), pair.chk.get(), directory_path, count, pair.kind) || failed(pair);
 }
 
 bool write_template_record(template_pair &pair, std::span<const std::uint8_t> record)
 {
     constexpr std::array<std::uint8_t, check_value_size> check_value{};
-    pair.failed =
-        pair.failed || std::fwrite(record.data(), 1, record.size(), pair.nam.get()) != record.size() ||
-        std::fwrite(check_value.data(), 1, check_value.size(), pair.chk.get()) != check_value.size();
-    pair.records += pair.failed ? 0 : 1;
-    return !pair.failed;
+    if (pair.error || std::fwrite(record.data(), 1, record.size(), pair.nam.get()) != record.size() ||
+        std::fwrite(check_value.data(), 1, check_value.size(), pair.chk.get()) != check_value.size())
+        return failed(pair);
+    ++pair.records;
+    return true;
 }
 
-bool replace_template(std::unique_ptr<template_pair> pair)
+bool replace_template(template_pair &pair)
 {
-    return !pair->failed && complete(pair->nam, pair->claimed, pair->records) &&
-           complete(pair->chk, pair->claimed, pair->records) && replace_files(*pair);
+    if (pair.error || !complete(pair.nam, pair.claimed, pair.records) ||
+        !complete(pair.chk, pair.claimed, pair.records))
+        return failed(pair);
+    return replace_files(pair);
 }
 
 void recover_templates(const std::string &directory)
@@ -283,6 +357,7 @@ void recover_templates(const std::string &directory)
     const owned_fd opened = open_directory(directory);
     if (!opened)
         return;
-    recover(opened.get(), list_kind::files);
-    recover(opened.get(), list_kind::sectors);
+    for (const list_kind kind : {list_kind::files, list_kind::sectors})
+        if (const int error = recover(opened.get(), kind))
+            trace_log("The save stays interrupted until the next start: %s", std::strerror(error));
 }

@@ -1,6 +1,7 @@
 // Writing a template so that the firmware always finds a whole one: both files are written beside the pair in
-// use (bootfile.nam.new, bootfile.chk.new), brought to the disk, and only then take its place. Whatever fails
-// on the way, the pair in use stays as it is.
+// use, brought to the disk, and only then take its place. Whatever fails on the way, the pair in use stays as
+// it is. What lies beside it meanwhile has names of our own (.gtk-tarnel-bootfile.nam.new and the like);
+// nothing else in the directory is touched.
 #pragma once
 
 #include "common/file_format.h"
@@ -24,11 +25,11 @@ struct template_pair {
     owned_file nam, chk;       // null once they are complete
     std::uint32_t claimed = 0; // record count in the headers
     std::uint32_t records = 0; // records written so far
-    bool failed = false;       // a write failed: the pair can no longer replace anything
+    int error = 0;             // errno of the first failure: the pair can no longer replace anything
     bool leave_to_recovery = false;
 };
 
-// Creates both new files. Null, traced, when one of them cannot be created; nothing is left then.
+// Creates both new files. When one of them cannot be created, which is traced, the pair's `error` says why.
 [[nodiscard]] std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind);
 
 // Writes both headers. The count may be a guess: replace_template puts in the records really written.
@@ -40,9 +41,10 @@ struct template_pair {
 [[nodiscard]] bool write_template_record(template_pair &pair, std::span<const std::uint8_t> record);
 
 // Completes the pair and lets it take the place of the one in use. False when anything failed, on disk or
-// before: the pair in use is then the old one.
-[[nodiscard]] bool replace_template(std::unique_ptr<template_pair> pair);
+// before: the pair in use is then the old one. The pair is of no more use but for its `error`.
+[[nodiscard]] bool replace_template(template_pair &pair);
 
 // Clears up after saves that a crash or power cut interrupted, for both lists. To be called at start, before
-// a template is read. Afterwards each pair is the old one or the new one, and nothing lies beside it.
+// a template is read. Afterwards each pair is the old one or the new one, and nothing of ours lies beside it.
+// What cannot be put right stays as it is, for the next start.
 void recover_templates(const std::string &directory);

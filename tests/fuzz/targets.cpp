@@ -134,15 +134,13 @@ void fat(input bytes)
         }
         return count;
     };
+    fat_lookups lookups;
     if (const auto found = get_sfn_path("sda1", path)) {
         require(parts(*found, "\\") == parts(path, "\\"));
-        for (std::size_t start = 0; start < found->size(); ++start) {
-            const std::size_t end = std::min(found->find('\\', start), found->size());
-            require(end - start >= 1 && end - start <= 12); // NAME.EXT
-            start = end;
-        }
+        require(lookups.find("sda1", path, fat_direction::long_to_short) == found);
     }
     if (const auto found = get_lfn_path("sda1", path)) {
+        require(lookups.find("sda1", path, fat_direction::short_to_long) == found);
         require(parts(*found, "/") == parts(path, "\\") && found->size() <= 255);
         require(is_utf8(*found) && ("/" + *found + "/").find("/../") == std::string::npos);
     }
@@ -157,12 +155,11 @@ void templates(input bytes)
     const list_kind kind = names & 1 ? list_kind::files : list_kind::sectors;
     const template_layout layout = layout_of(kind);
     const fs::path directory = machine().templates();
-    machine().write("templates/" + std::string(layout.name_file) + (names & 2 ? ".new" : ""), nam);
-    machine().write("templates/" + std::string(layout.check_file) +
-                        (names & 4   ? ".new"
-                         : names & 8 ? ".old"
-                                     : ""),
-                    chk);
+    const auto name = [](const std::string &file, const char *suffix) {
+        return "templates/" + std::string(*suffix ? ".gtk-tarnel-" : "") + file + suffix;
+    };
+    machine().write(name(layout.name_file, names & 2 ? ".new" : ""), nam);
+    machine().write(name(layout.check_file, names & 4 ? ".new" : names & 8 ? ".old" : ""), chk);
     recover_templates(directory);
     for (const auto &file : fs::directory_iterator(directory))
         require(file.path().extension() == ".nam" || file.path().extension() == ".chk");
@@ -170,7 +167,7 @@ void templates(input bytes)
     const std::size_t whole = nam.size() < template_header_size ? 0 : nam.size() - template_header_size;
     std::size_t records = 0;
     const auto count = [](const char *text, void *user) {
-        require(std::strlen(text) < file_record_size);
+        require(std::strlen(text) <= file_record_size); // all of a record without a NUL
         ++*static_cast<std::size_t *>(user);
         return 0;
     };

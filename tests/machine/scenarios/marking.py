@@ -3,8 +3,6 @@
 import glob
 import os
 import shutil
-import struct
-import zlib
 
 import templates
 from robot import SHARE, TEMPLATES, Tool, check, check_equal, wait
@@ -54,16 +52,13 @@ def demonstration():
     tool.picture("out/files")
     size = os.path.getsize(f"/boot/{kernel}") + os.path.getsize("/".join([volume("sda3"), *path]))
     check_equal(tool.look().widget("total_files_size").text, f"{size} bytes", "size of the marked files")
-    short = templates.short_names(volume("sda3"), "/".join(path))
-    files = [f"C:/boot/{kernel}".encode(), b"K:\\" + short]
-    save(tool, "files", len(files))
+    save(tool, "files", 2)
 
     tool.click(tool.look().widget("tab_sectors"))
     wait(lambda: tool.look().widget("sectors_default"), "the page of sectors")
     tool.click(tool.look().widget("sectors_default"))
     tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
-    sectors = all_sectors()
-    save(tool, "sectors", len(sectors))
+    save(tool, "sectors", len(all_sectors()))
     for row in tool.look().children("diskbrowser", ""):
         tool.expand(row.texts[0], tree="diskbrowser")
     tool.picture("out/sectors")
@@ -71,8 +66,6 @@ def demonstration():
     tool.click(tool.look().widget("report_button"))
     tool.wait_window("Report")
     tool.picture("out/report")
-    rows = [row.texts[0] for row in tool.look().rows if row.tree == "file_report"]
-    check_equal(rows, [f"sdb1:/boot/{kernel}", "sda3:\\" + "\\".join(path)], "files of the report")
     tool.click(tool.look().widget("report_save_button"))
     tool.wait_window("Save report")
     tool.press("Return")  # the name and the folder that it proposes
@@ -86,12 +79,6 @@ def demonstration():
         shutil.copy(file, OUT)
     with open(f"{OUT}/listing.txt", "w", encoding="utf-8") as file:
         file.write(templates.listing(TEMPLATES))
-    for kind, records in ((templates.FILES, files), (templates.SECTORS, sectors)):
-        saved = templates.read(kind, TEMPLATES)
-        check_equal(templates.records_of(kind, saved[0]), records, "records")
-        check_equal(saved, templates.expected(kind, records, "C:/boot/pelva/"), "template")
-    with open("/root/report.rtf", "rb") as report:
-        check(report.read().startswith(b"{\\rtf1"), "the report is no RTF document")
 
 
 def open_page(tool, page):
@@ -180,25 +167,4 @@ def whole_road():
     check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
 
 
-def damaged_disk():
-    """A disk whose partition table ends the process that reads it stays listed, and the others are unharmed"""
-    header = bytearray(struct.pack("<8s4I4Q16sQ3I", b"EFI PART", 0x10000, 92, 0, 0, 1, 32767, 34, 32734, b"", 2, 0, 128, 0))
-    struct.pack_into("<I", header, 16, zlib.crc32(header))
-    protective = struct.pack("<446xB3xB3xII48xH", 0, 0xEE, 1, 32767, 0xAA55)
-    with open("/dev/sdg", "r+b") as disk:
-        before = disk.read(1024)
-        disk.seek(0)
-        disk.write(protective + header.ljust(512, b"\0"))
-    tool = Tool()
-    tool.start()
-    with open("/dev/sdg", "r+b") as disk:
-        disk.write(before)
-    check(any(line.startswith("Cannot read the partition table of /dev/sdg: ") for line in tool.trace()), "no trace line")
-    check(tool.look().row("filebrowser", "/dev/sdc3"), "the partitions of another disk are missing")
-    open_page(tool, "sectors")
-    shown = [row.texts[0] for row in tool.look().children("diskbrowser", "")]
-    check_equal(shown, [f"/dev/{name}" for name in DRIVES], "disks")
-    tool.quit()
-
-
-SCENARIOS = [demonstration, whole_road, damaged_disk]
+SCENARIOS = [demonstration, whole_road]

@@ -13,7 +13,10 @@ from robot import (LOCK, LOG, MAIN, SHARE, TEMPLATES, Tool, check, check_equal, 
 GLADE = "/usr/share/gtk-tarnel/gtk-tarnel.glade"
 MINE = re.compile(r"/dev/(\S+) /tmp/tarnel\d+/(\S+) (\S+) ")
 
-# What is mounted on this machine.
+# What the firmware of this machine would see: the system disk first, arrays before disks, members and the stick hidden.
+DISKS = ["sdb", "md0", "sda", "sdc", "sdg"]
+LETTERS = {"sdb1": "C", "md0p1": "D", "sda1": "E", "sdc2": "F", "md0p2": "G", "sda5": "H", "sda6": "I", "sda7": "J",
+           "sda3": "K", "sda4": "L", "sdc3": "M"}
 MOUNTED = {"md0p1": "ext2", "md0p2": "vfat", "sda1": "vfat", "sda3": "vfat", "sda5": "ext3", "sda6": "fuseblk",
            "sdc2": "vfat", "sdc3": "vfat"}
 
@@ -227,5 +230,30 @@ def launched():
         os.unlink("/root/.gtkrc-2.0")
 
 
+def discovery():
+    """Disks, letters and mounts of this machine, and the template directory on a FAT volume"""
+    os.makedirs("/mnt/fat", exist_ok=True)
+    shell("mount -t vfat /dev/sda1 /mnt/fat && mkdir -p /mnt/fat/pelva")
+    tool = Tool(PELVADB="/mnt/fat/pelva", ENABLE_REMOVABLE="1")
+    tool.start()
+    trace = tool.trace()
+    check_equal([line[len("Found device: /dev/"):].split(";")[0] for line in trace if line.startswith("Found device")
+                 and "sdf" not in line], DISKS, "disks")
+    check("Device /dev/sdf is removable, skipping" in trace, "the stick was not skipped")
+    check("Partition: /dev/sdc1 is not supported, skipping" in trace, "the Linux partition of the GPT disk was taken")
+    found = {}
+    for line in trace:
+        match = re.fullmatch(r"device = (\S+) index = (\d+) letter = (.)", line)
+        if match:
+            found[match[1] + ("p" if match[1].startswith("md") else "") + match[2]] = match[3]
+    check_equal(found, LETTERS, "letters")
+    check_equal({directory: kind for _, directory, kind in MINE.findall(mounts())},
+                {name: kind for name, kind in MOUNTED.items() if name != "sda1"}, "mounts")
+    check("Short path for pelva device: E:/pelva" in trace, "the template directory on FAT is not named")
+    tool.quit()
+    check("/mnt/fat" in mounts(), "a volume that was mounted before is gone")
+    shell("umount /mnt/fat")
+
+
 SCENARIOS = [not_root, no_lock, second_copy, no_parent, damaged_windows, no_board, killed, standard_streams,
-             signalled, launched]
+             signalled, launched, discovery]

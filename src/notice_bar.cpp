@@ -1,0 +1,108 @@
+#include "notice_bar.h"
+
+#include "dialogs.h"
+#include "display_text.h"
+#include "i18n.h"
+
+#include <gtk/gtk.h>
+
+namespace {
+
+constexpr const char *bar_key = "notice-bar"; // the bar, as data of the box that it is in
+constexpr int space = 8;
+constexpr int text_width = 560; // pixels; with the button beside it no wider than the page's hint
+
+std::string text_of(const saved_template &state)
+{
+    std::string text;
+    for (const notice &said : state.notices) {
+        if (!said.text.empty())
+            text += (text.empty() ? "" : "\n") + said.text;
+    }
+    return text;
+}
+
+std::string names_of(const saved_template &state)
+{
+    std::string lines;
+    for (const notice &said : state.notices)
+        for (const std::string &name : said.names)
+            lines += display_text(name) + "\n";
+    return lines;
+}
+
+template<list_kind page> void list_names(GtkInfoBar *, gint, struct app *app)
+{
+    const saved_template &state = template_of(*app, page);
+    dialog_ok_list(app->window, _("Files"), text_of(state).c_str(), "%s", names_of(state).c_str());
+}
+
+GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text, bool has_names)
+{
+    GtkWidget *bar = gtk_info_bar_new();
+    gtk_info_bar_set_message_type(GTK_INFO_BAR(bar), GTK_MESSAGE_WARNING);
+    GtkBox *content = GTK_BOX(gtk_info_bar_get_content_area(GTK_INFO_BAR(bar)));
+    GtkWidget *image = gtk_image_new_from_stock(GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_LARGE_TOOLBAR);
+    GtkWidget *label = gtk_label_new(text.c_str());
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    gtk_label_set_line_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
+    gtk_widget_set_size_request(label, text_width, -1);
+    gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.5F);
+    gtk_box_set_spacing(content, space);
+    gtk_box_pack_start(content, image, FALSE, FALSE, 0);
+    gtk_box_pack_start(content, label, TRUE, TRUE, 0);
+    if (has_names)
+        gtk_info_bar_add_button(GTK_INFO_BAR(bar), _("_List the files"), GTK_RESPONSE_OK);
+    g_signal_connect(bar, "response",
+                     page == list_kind::files ? G_CALLBACK(list_names<list_kind::files>)
+                                              : G_CALLBACK(list_names<list_kind::sectors>),
+                     app);
+    gtk_widget_show_all(bar);
+    return bar;
+}
+
+// The bar is made anew with every change: it changes rarely.
+void update_bar(struct app *app, list_kind page)
+{
+    GtkWidget *view = page == list_kind::files ? app->filebrowser : app->diskbrowser;
+    GtkWidget *box = view ? gtk_widget_get_ancestor(view, GTK_TYPE_VBOX) : nullptr;
+    if (!box)
+        return;
+    if (GtkWidget *old = notice_bar(view))
+        gtk_widget_destroy(old);
+    g_object_set_data(G_OBJECT(box), bar_key, nullptr);
+    const saved_template &state = template_of(*app, page);
+    const std::string text = text_of(state);
+    if (text.empty())
+        return;
+    GtkWidget *bar = make_bar(app, page, text, !names_of(state).empty());
+    GtkWidget *tree = view; // with what scrolls it
+    while (gtk_widget_get_parent(tree) != box)
+        tree = gtk_widget_get_parent(tree);
+    gint place = 0;
+    gtk_container_child_get(GTK_CONTAINER(box), tree, "position", &place, nullptr);
+    gtk_box_pack_start(GTK_BOX(box), bar, FALSE, TRUE, 0);
+    gtk_box_reorder_child(GTK_BOX(box), bar, place);
+    g_object_set_data(G_OBJECT(box), bar_key, bar);
+}
+
+} // namespace
+
+void set_notice(struct app *app, list_kind page, notice_subject subject, const std::string &text,
+                std::list<std::string> names)
+{
+    template_of(*app, page).notices.at(static_cast<std::size_t>(subject)) = {text, std::move(names)};
+    update_bar(app, page);
+}
+
+GtkWidget *notice_bar(GtkWidget *view)
+{
+    GtkWidget *box = view ? gtk_widget_get_ancestor(view, GTK_TYPE_VBOX) : nullptr;
+    return box ? static_cast<GtkWidget *>(g_object_get_data(G_OBJECT(box), bar_key)) : nullptr;
+}
+
+void clear_notices(struct app *app, list_kind page)
+{
+    template_of(*app, page).notices = {};
+    update_bar(app, page);
+}
