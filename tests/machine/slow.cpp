@@ -1,5 +1,5 @@
-// Preloaded (LD_PRELOAD), makes every entry of a directory take a millisecond to be looked at, as on a disk that
-// is dying.
+// Preloaded (LD_PRELOAD), makes every entry of a directory take a millisecond to be looked at, as on a disk
+// that is dying.
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
