@@ -308,7 +308,7 @@ void make_machine()
 void measure_start()
 {
     const fs::path files = scratch / "files";
-    struct stat status {};
+    struct stat status = {};
     if (stat(files.c_str(), &status) != 0 ||
         mknod((scratch / "dev/sda1").c_str(), S_IFBLK | 0400, status.st_dev) != 0)
         give_up("cannot make a device node; to be run as root");

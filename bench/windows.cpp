@@ -45,7 +45,7 @@ void settle()
 
 void describe_partition(const std::string &directory)
 {
-    struct stat status {};
+    struct stat status = {};
     stat(directory.c_str(), &status);
     disk &d = the_app.disks.emplace_back();
     part &p = d.parts.emplace_back();

@@ -2,6 +2,7 @@
 
 #include "common/owned.h"
 #include "common/process.h"
+#include "wrapped_label.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -15,8 +16,6 @@ namespace {
 
 using buttons = std::vector<std::pair<const char *, int>>;
 
-// A text wider than this is wrapped, so that no message leaves the screen.
-constexpr int message_width_chars = 90;
 // The scrolled list grows with its text up to this size, in pixels.
 constexpr int list_max_width = 640;
 constexpr int list_max_height = 320;
@@ -55,12 +54,14 @@ GtkWidget *make_label(const char *text)
 GtkWidget *make_message_label(const char *text)
 {
     GtkWidget *label = make_label(text);
-    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
-    gtk_label_set_line_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
-    gtk_label_set_max_width_chars(GTK_LABEL(label), message_width_chars);
+    wrap_label(GTK_LABEL(label));
     gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.5F);
-    gtk_misc_set_padding(GTK_MISC(label), border, border);
-    return label;
+    gtk_widget_show(label);
+    // Around the label: its lines would be broken as if padding of its own were not there.
+    GtkWidget *frame = gtk_alignment_new(0.0F, 0.5F, 1.0F, 1.0F);
+    gtk_alignment_set_padding(GTK_ALIGNMENT(frame), border, border, border, border);
+    gtk_container_add(GTK_CONTAINER(frame), label);
+    return frame;
 }
 
 int run_and_destroy(GtkWidget *dialog)

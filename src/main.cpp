@@ -9,6 +9,7 @@
 #include "termination.h"
 #include "trace_log.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -51,8 +52,10 @@ int main(int argc, char **argv)
     }
     // Closed on exec: a file system daemon started by mount must not keep the lock after us.
     owned_fd lock(open(lock_file, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    if (!lock)
+    if (!lock) {
+        std::fprintf(stderr, _("Cannot open the lock file %s: %s\n"), lock_file, std::strerror(errno));
         return EXIT_FAILURE;
+    }
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
         lock.reset();
         std::fprintf(stderr, "%s\n", _("Application gtk-tarnel is already running"));

@@ -82,6 +82,8 @@ void equalize_widths(window_description *xml, const char *const *names)
 
 [[noreturn]] void end_with_failure()
 {
+    std::fprintf(stderr, "%s\n",
+                 _("Files of the program in /usr/share/gtk-tarnel are missing or damaged. Install it anew."));
     gtk_exit(EXIT_FAILURE);
     std::abort(); // not reached: GTK declares its exit without saying that it does not return
 }

@@ -73,7 +73,7 @@ void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
 bool accept_name(GtkWidget *chooser, const std::string &path)
 {
     trace_log("Saving report as: %s", path.c_str());
-    struct stat status {};
+    struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
         if (errno != ENOENT) {
             dialog_ok(chooser, _("Error"), "%s", _("Cannot open file for writing"));
@@ -159,7 +159,7 @@ bool open_beside(new_file &file, const std::string &path)
     const int fd = g_mkstemp_full(file.temporary.data(), O_WRONLY | O_CLOEXEC, 0666);
     if (fd < 0)
         return false;
-    struct stat old {};
+    struct stat old = {};
     if (stat(file.target.c_str(), &old) == 0 &&
         (fchown(fd, old.st_uid, old.st_gid) != 0 || fchmod(fd, old.st_mode & 07777) != 0))
         trace_log("Cannot keep owner and permissions of %s", file.target.c_str());

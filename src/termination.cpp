@@ -64,8 +64,7 @@ void end_on_signals()
     }
     g_unix_fd_add_full(G_PRIORITY_HIGH, ends[0], G_IO_IN, on_readable, nullptr, nullptr);
     for (const int number : ending_signals) {
-        struct sigaction before {
-        }, after{};
+        struct sigaction before = {}, after = {};
         after.sa_handler = on_signal;
         after.sa_flags = SA_RESTART;
         if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)

@@ -65,7 +65,7 @@ struct tracer {
 
     void leave(user_regs_struct &registers)
     {
-        struct stat status {};
+        struct stat status = {};
         const std::string file = "/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi);
         if (!error && registers.orig_rax == SYS_fsync && registers.rax == 0 &&
             stat(file.c_str(), &status) == 0)

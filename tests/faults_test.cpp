@@ -109,7 +109,7 @@ TEST_F(faulty_machine, tables_and_names)
         return judge(seen == file_names, result < 0 && seen.empty());
     };
     expect_truth_or_failure("file list", files, 8);
-    struct stat here {};
+    struct stat here = {};
     ASSERT_EQ(stat(scratch.path().c_str(), &here), 0);
     const auto mounts = [&] {
         const auto found = find_mountpoint_for_device(here.st_dev);

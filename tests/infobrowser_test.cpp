@@ -60,4 +60,21 @@ TEST(infobrowser, shows_versions_and_where_the_templates_lie)
     }
 }
 
+TEST(board, is_absent_when_its_library_is_cut_off)
+{
+    const scratch_directory made;
+    const std::string source =
+        "char last[50000] = {'+', [49999] = '*'}; int pvisCard(void) { return last[49999] != '*'; }";
+    run_tool("cd " + made.write("pelva.c", source).parent_path().string() +
+             " && cc -shared -fPIC -o libpelva.so pelva.c");
+    const std::string library = content_of(made.path() / "libpelva.so");
+    const std::size_t last = library.rfind('*');
+    for (std::size_t size = 0; size <= last + 1; size += size < last ? std::min(last - size, 701UL) : 1) {
+        const scratch_directory root;
+        const replaced_host host(root.path());
+        root.write("usr/lib/libpelva.so", library.substr(0, size));
+        ASSERT_EQ(pvisCard() == 0, size > last) << size;
+    }
+}
+
 } // namespace

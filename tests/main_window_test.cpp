@@ -74,6 +74,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     // A window that is destroyed ends the main loop.
     g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);
     gtk_main();
+    release_window_description(app.xml);
 }
 
 TEST(main_window, loads_whole_files_and_fits_a_small_screen_with_texts_half_as_long_again)

@@ -60,9 +60,12 @@ TEST(rtf_export, writes_every_piece_byte_for_byte_and_as_another_reader_expects)
 
 TEST(rtf_export, texts_come_from_the_catalogue_in_code_page_1251)
 {
-    if (!std::setlocale(LC_ALL, "C.UTF-8"))
-        GTEST_SKIP() << "no C.UTF-8 locale";
     const scratch_directory catalogues;
+    // A locale of another name than C, for which nothing would be translated.
+    std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", catalogues.path() / "ru.utf8");
+    setenv("LOCPATH", catalogues.path().c_str(), 1);
+    if (!std::setlocale(LC_ALL, "ru.UTF-8"))
+        GTEST_SKIP() << "no C.UTF-8 locale";
     const auto source = catalogues.write(
         "ru/LC_MESSAGES/ru.po", "msgid \"\"\nmsgstr \"Content-Type: text/plain; charset=UTF-8\\n\"\n"
                                 "msgid \"File: %s, file size: %llu\"\nmsgstr \"Файл {%s} (%llu)\"\n");

@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include "common/filesystem.h"
 #include "common/host.h"
 #include "common/owned.h"
 
@@ -11,7 +12,9 @@
 
 scratch_directory::scratch_directory()
 {
-    std::string name = testing::TempDir() + "gtk-tarnel-test-XXXXXX";
+    // Some tests need a file system that the tool knows, which the usual place is not always on.
+    static const std::string directory = check_fs_type(testing::TempDir()) ? testing::TempDir() : BUILD_DIR;
+    std::string name = directory + "gtk-tarnel-test-XXXXXX";
     path_ = mkdtemp(name.data());
 }
 
@@ -54,6 +57,13 @@ recorded_commands::~recorded_commands()
 
 bool keep_mounts_private()
 {
+    // Who is not root may be, in a namespace of users where nobody else is.
+    const auto user = std::to_string(geteuid()), group = std::to_string(getegid());
+    if (geteuid() != 0 && unshare(CLONE_NEWUSER) == 0) {
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
+        std::ofstream("/proc/self/gid_map") << "0 " + group + " 1";
+    }
     return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
@@ -89,7 +99,7 @@ void overwrite(const std::filesystem::path &file, std::uint64_t offset, std::str
 
 std::string run_tool(const std::string &command)
 {
-    const std::string with_errors = "{ " + command + "\n} 2>&1";
+    const std::string with_errors = "PATH=$PATH:/usr/sbin:/sbin; { " + command + "\n} 2>&1";
     std::string output;
     std::FILE *pipe = popen(with_errors.c_str(), "r");
     if (!pipe) {

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 struct stat status_of(const fs::path &file)
 {
-    struct stat status {};
+    struct stat status = {};
     stat(file.c_str(), &status);
     return status;
 }

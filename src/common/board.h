@@ -1,4 +1,6 @@
-// The board library, loaded at run time. A missing library or function means that no board is present.
+// The board library, loaded at run time. A missing library or function means that no board is present; so
+// does a library that crashes or hangs, as a damaged one does: a short-lived child loads it and asks, and
+// this process, which has mounts to undo, goes on.
 #pragma once
 
 #include <cstdint>

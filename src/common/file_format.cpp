@@ -238,6 +238,17 @@ int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
     return read_header(nam, name_magic, nam_header) && read_header(chk, check_magic, chk_header) ? 1 : 0;
 }
 
+bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
+                   const template_header &chk_header, list_kind kind)
+{
+    const template_fields fields = fields_of(nam_header);
+    const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
+                                      layout_of(kind).record_size};
+    return fields == expected && fields_of(chk_header) == expected &&
+           body_size(nam) == std::uint64_t{fields.count} * fields.record_size &&
+           body_size(chk) == std::uint64_t{fields.count} * check_value_size;
+}
+
 int read_file_list(const std::string &directory, count_callback on_count, record_callback on_record,
                    void *user, unread_callback on_unread)
 {
@@ -284,7 +295,7 @@ std::unique_ptr<sector_record[]> read_sector_list(const std::string &directory, 
 bool template_exists(const std::string &directory, list_kind kind)
 {
     const template_layout layout = layout_of(kind);
-    struct stat status {};
+    struct stat status = {};
     return lstat((directory + "/" + layout.name_file).c_str(), &status) == 0 ||
            lstat((directory + "/" + layout.check_file).c_str(), &status) == 0;
 }
@@ -292,7 +303,7 @@ bool template_exists(const std::string &directory, list_kind kind)
 owned_file open_template_file(int directory, const std::string &name, int flags)
 {
     owned_fd fd(openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | flags));
-    struct stat status {};
+    struct stat status = {};
     if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return nullptr;
     owned_file stream(fdopen(fd.get(), "rb"));
@@ -303,7 +314,7 @@ owned_file open_template_file(int directory, const std::string &name, int flags)
 
 std::optional<std::uint64_t> body_size(std::FILE *stream)
 {
-    struct stat status {};
+    struct stat status = {};
     if (fstat(fileno(stream), &status) != 0)
         return std::nullopt;
     if (status.st_size < static_cast<off_t>(template_header_size))

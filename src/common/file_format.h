@@ -14,6 +14,9 @@
 // The list kind as the headers hold it.
 enum class list_kind : std::uint32_t { sectors = 1, files = 2 };
 
+// Where the templates are unless the environment variable PELVADB says otherwise.
+constexpr const char *default_template_directory = "/boot/pelva";
+
 constexpr std::size_t template_header_size = 1024;
 constexpr std::size_t file_record_size = 256; // text and at least one NUL, in every record of ours
 constexpr std::size_t check_value_size = 4;
@@ -61,6 +64,11 @@ std::uint32_t sector_of(const sector_record &record); // LBA
 // A null check stream counts as a header that cannot be read.
 [[nodiscard]] int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
                                   template_header &chk_header);
+
+// Whether two open files and their headers, as read_structures has read them, make a whole pair: they agree
+// with each other and hold exactly the records that they claim.
+[[nodiscard]] bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
+                                 const template_header &chk_header, list_kind kind);
 
 using count_callback = void (*)(std::uint32_t count, void *user);
 using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading

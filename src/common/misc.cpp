@@ -2,6 +2,8 @@
 
 #include "common/disk_notes.h"
 #include "common/environment.h"
+#include "common/file_format.h"
+#include "common/process.h"
 #include "common/template_pair.h"
 #include "i18n.h"
 #include "trace_log.h"
@@ -26,7 +28,7 @@ void read_environment(environment *env)
         env->pelva_db_path = path;
         setenv("PELVA_PATH", path, 1);
     } else {
-        env->pelva_db_path = "/boot/pelva";
+        env->pelva_db_path = default_template_directory;
         trace_log("Defined path to the templates: %s", env->pelva_db_path.c_str());
     }
     trace_log("Using pelva db path: %s", env->pelva_db_path.c_str());
@@ -37,13 +39,13 @@ bool find_template_directory(environment *env)
 {
     const char *path = env->pelva_db_path.c_str();
     if (*path != '/') {
-        std::fprintf(stderr, "PELVADB is not an absolute path: \"%s\"\n", path);
+        std::fprintf(stderr, _("PELVADB is not an absolute path: \"%s\"\n"), path);
         return false;
     }
     struct stat status;
     const bool found = stat(path, &status) == 0;
     if (found ? !S_ISDIR(status.st_mode) : errno == ENOTDIR) {
-        std::fprintf(stderr, "The template directory is not a directory: %s\n", path);
+        std::fprintf(stderr, _("The template directory is not a directory: %s\n"), path);
         return false;
     }
     if (!found) {
@@ -52,9 +54,9 @@ bool find_template_directory(environment *env)
         if (mkdir(path, 0644) != 0 || stat(path, &status) != 0) {
             trace_log("Cannot create database directory, exiting");
             std::fprintf(stderr,
-                         "Unable to locate database directory (%s)\n"
-                         "Try to execute following command:\n"
-                         "# mkdir -p '%s'\n",
+                         _("Unable to locate database directory (%s)\n"
+                           "Try to execute following command:\n"
+                           "# mkdir -p '%s'\n"),
                          path, path);
             return false;
         }
@@ -72,6 +74,8 @@ bool find_template_mountpoint(environment *env)
     const std::optional<mount_data> mount = error ? std::nullopt : mount_data_find(real);
     if (!mount) {
         trace_log("Cannot find mountpoint for pelva db path");
+        std::fprintf(stderr, _("No mounted file system is known to hold the template directory (%s)\n"),
+                     env->pelva_db_path.c_str());
         return false;
     }
     env->pelva_db_mountpoint = mount->directory;
@@ -104,6 +108,7 @@ bool prepare_partitions(environment *env)
     trace_log("Mounting partitions");
     if (mount_partitions(env) != 0) {
         trace_log("mount_partitions() failed");
+        std::fprintf(stderr, "%s\n", _("Cannot make a directory in /tmp to mount partitions in"));
         return false;
     }
     trace_log("Partitions mounted");
@@ -120,7 +125,14 @@ bool name_for_firmware(environment *env)
     trace_log("pelva_db_mt: %" PRIxPTR, reinterpret_cast<std::uintptr_t>(env->pelva_db_mt));
     if (!env->pelva_db_mt) {
         trace_log("Unable to determine partition with pelva database, stopping");
-        print_disk_notes(*env);
+        if (!ending()) {
+            std::fprintf(
+                stderr,
+                _("The template directory (%s) is on no partition that the board can read: ext2, ext3, "
+                  "ext4, FAT16, FAT32 or NTFS on a fixed disk\n"),
+                env->pelva_db_path.c_str());
+            print_disk_notes(*env);
+        }
         return false;
     }
     trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());

@@ -72,7 +72,7 @@ bool exists(int directory, const std::string &name, struct stat *status)
 // file that it is to replace.
 owned_fd create_beside(int directory, const std::string &name, const std::string &beside)
 {
-    struct stat status {};
+    struct stat status = {};
     mode_t mode = 0644;
     if (exists(directory, name, &status)) {
         if (S_ISDIR(status.st_mode)) {
@@ -127,7 +127,7 @@ bool copy_file(int directory, const std::string &from, const std::string &to)
 {
     const owned_fd source(openat(directory, from.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     const owned_fd copy = create_beside(directory, from, to);
-    struct stat status {};
+    struct stat status = {};
     if (!source || !copy || fstat(source.get(), &status) != 0)
         return traced_failure("copy", from);
     for (off_t left = status.st_size; left > 0;) {
@@ -143,7 +143,7 @@ bool copy_file(int directory, const std::string &from, const std::string &to)
 // file.
 bool keep_old(int directory, const std::string &name)
 {
-    struct stat status {};
+    struct stat status = {};
     if (!exists(directory, name, &status))
         return errno == ENOENT;
     return linkat(directory, name.c_str(), directory, old_name(name).c_str(), 0) == 0 ||
@@ -153,7 +153,7 @@ bool keep_old(int directory, const std::string &name)
 // Undoes a replacement. Without a predecessor there was no such file before.
 bool restore_old(int directory, const std::string &name)
 {
-    struct stat status {};
+    struct stat status = {};
     if (exists(directory, old_name(name), &status))
         return rename_file(directory, old_name(name), name);
     return errno == ENOENT && remove_file(directory, name);
@@ -191,7 +191,7 @@ bool replace_files(template_pair &pair)
 
 bool is_regular_file(int directory, const std::string &name, int &error)
 {
-    struct stat status {};
+    struct stat status = {};
     if (exists(directory, name, &status))
         return S_ISREG(status.st_mode);
     if (errno != ENOENT)
@@ -224,15 +224,9 @@ bool is_whole(int directory, list_kind kind, const std::string &nam_name, const 
             error = EIO;
         return false;
     }
-    const std::optional<std::uint64_t> nam_size = body_size(nam.get()), chk_size = body_size(chk.get());
-    if (!nam_size || !chk_size)
+    if (!body_size(nam.get()) || !body_size(chk.get()))
         error = EIO;
-    const template_fields fields = fields_of(nam_header);
-    const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
-                                      layout_of(kind).record_size};
-    return fields == expected && fields_of(chk_header) == expected &&
-           nam_size == std::uint64_t{fields.count} * fields.record_size &&
-           chk_size == std::uint64_t{fields.count} * check_value_size;
+    return is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
 }
 
 // The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
@@ -281,7 +275,7 @@ int put_right(int directory, list_kind kind)
 
 int recover(int directory, list_kind kind)
 {
-    struct stat status {};
+    struct stat status = {};
     const auto [nam, chk] = names_of(kind);
     for (const std::string &name : {new_name(nam), new_name(chk), old_name(nam), old_name(chk)}) {
         if (exists(directory, name, &status)) {

@@ -7,10 +7,10 @@ import re
 import signal
 import subprocess
 
-from robot import (LOCK, LOG, MAIN, SHARE, TEMPLATES, Tool, check, check_equal, check_left_nothing, mounts, run_tool, shell,
+from robot import (LOCK, LOG, MAIN, PATIENCE, SHARE, TEMPLATES, Tool, check, check_equal, check_left_nothing, mounts, run_tool, shell,
                    wait)
 
-GLADE = "/usr/share/gtk-tarnel/gtk-tarnel.glade"
+GLADE = next(file for file in glob.glob("/usr/share/gtk-tarnel/gtk-tarnel.*") if file.endswith((".glade", ".ui")))
 MINE = re.compile(r"/dev/(\S+) /tmp/tarnel\d+/(\S+) (\S+) ")
 
 # What the firmware of this machine would see: the system disk first, arrays before disks, members and the stick hidden.
@@ -52,7 +52,7 @@ def second_copy():
     first.start()
     shell(f"echo log >{LOG}")
     before = mounts()
-    second = subprocess.run(["gtk-tarnel"], capture_output=True, check=False, timeout=60)
+    second = subprocess.run(["gtk-tarnel"], capture_output=True, check=False, timeout=60 * PATIENCE)
     check_equal((second.returncode, second.stdout, second.stderr),
                 (0, b"", b"Application gtk-tarnel is already running\n"), "the second copy")
     check_equal(mounts(), before, "mounts")
@@ -183,7 +183,7 @@ TITLES = {"en_US.UTF-8": ("Warning", MAIN), "ru_RU.UTF-8": ("Предупреж�
 
 
 def xhost(*arguments):
-    return subprocess.run([*AS_USER, "xhost", *arguments], check=True, timeout=30, stdout=subprocess.PIPE).stdout.decode()
+    return subprocess.run([*AS_USER, "xhost", *arguments], check=True, timeout=30 * PATIENCE, stdout=subprocess.PIPE).stdout.decode()
 
 
 def authorise_user():
