@@ -10,6 +10,7 @@
 #include "trace_log.h"
 #include "widgets.h"
 #include "window_description.h"
+#include "wrapped_label.h"
 
 #include <gtk/gtk.h>
 
@@ -58,6 +59,7 @@ void show_disk_notes(const struct app &app)
     if (!label || !frame || !image || text.empty())
         return;
     gtk_label_set_text(GTK_LABEL(label), text.c_str());
+    wrap_label(GTK_LABEL(label));
     if (notes_warn(app.disk_notes))
         gtk_image_set_from_stock(GTK_IMAGE(image), GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_DND);
     gtk_widget_show(frame);
