@@ -2,13 +2,15 @@
 
 #include "common/owned.h"
 #include "common/process.h"
+#include "gtk_owned.h"
+#include "text_layout.h"
 #include "wrapped_label.h"
 
 #include <algorithm>
 #include <cstdarg>
 #include <gtk/gtk.h>
+#include <sstream>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -43,17 +45,10 @@ GtkWidget *make_dialog(GtkWidget *parent, const char *title, const buttons &choi
 }
 
 // File names are bytes; a label takes UTF-8 only.
-GtkWidget *make_label(const char *text)
+GtkWidget *make_message_label(const char *text)
 {
     const owned_gchar shown(g_utf8_make_valid(text, -1));
     GtkWidget *label = gtk_label_new(shown.get());
-    gtk_label_set_selectable(GTK_LABEL(label), FALSE);
-    return label;
-}
-
-GtkWidget *make_message_label(const char *text)
-{
-    GtkWidget *label = make_label(text);
     wrap_label(GTK_LABEL(label));
     gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.5F);
     gtk_widget_show(label);
@@ -85,37 +80,44 @@ int ask(GtkWidget *parent, const char *title, const buttons &choices, const char
     return run_and_destroy(dialog);
 }
 
-// The list as labels below each other. The text layout takes time that grows with the square of a label's
-// lines: 10,000 lines cost seconds in one label, and nothing to speak of in pieces of this many.
-GtkWidget *make_detail(std::string_view text)
+// A text to read, select and copy. It is laid out where it is looked at: 10,000 lines show at once.
+GtkWidget *make_text_view(const char *text)
 {
-    constexpr int lines_per_label = 100;
-    GtkWidget *box = gtk_vbox_new(FALSE, 0);
-    for (std::size_t begin = 0; begin <= text.size();) {
-        std::size_t end = begin;
-        for (int line = 0; line < lines_per_label && end != std::string_view::npos; ++line)
-            end = text.find('\n', line == 0 ? begin : end + 1);
-        const std::string piece(text.substr(begin, end == std::string_view::npos ? end : end - begin));
-        GtkWidget *label = make_label(piece.c_str());
-        gtk_misc_set_alignment(GTK_MISC(label), 0.0F, 0.0F);
-        gtk_box_pack_start(GTK_BOX(box), label, FALSE, FALSE, 0);
-        begin = end == std::string_view::npos ? text.size() + 1 : end + 1;
-    }
-    gtk_widget_show_all(box);
-    return box;
+    GtkWidget *widget = gtk_text_view_new();
+    GtkTextView *view = GTK_TEXT_VIEW(widget);
+    gtk_text_view_set_editable(view, FALSE);
+    gtk_text_view_set_cursor_visible(view, FALSE);
+    gtk_text_view_set_accepts_tab(view, FALSE);
+    gtk_text_view_set_left_margin(view, border / 2);
+    gtk_text_view_set_right_margin(view, border / 2);
+    gtk_text_buffer_set_text(gtk_text_view_get_buffer(view), text, -1);
+    return widget;
 }
 
 // A scrolled window around the list, as large as the list until that becomes too large for a dialog.
-GtkWidget *make_list_area(GtkWidget *detail)
+GtkWidget *make_list_area(const char *bytes)
 {
+    const owned_gchar text(g_utf8_make_valid(bytes, -1));
+    GtkWidget *view = make_text_view(text.get());
     GtkWidget *scrolled = gtk_scrolled_window_new(nullptr, nullptr);
     gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
-    gtk_scrolled_window_add_with_viewport(GTK_SCROLLED_WINDOW(scrolled), detail);
-    GtkRequisition needed;
-    gtk_widget_size_request(detail, &needed);
+    gtk_scrolled_window_set_shadow_type(GTK_SCROLLED_WINDOW(scrolled), GTK_SHADOW_IN);
+    gtk_container_add(GTK_CONTAINER(scrolled), view);
+
+    widest_text lines(view);
+    int count = 0;
+    std::istringstream stream(text.get());
+    for (std::string line; std::getline(stream, line); ++count)
+        lines.add(line);
+    const owned_object<PangoLayout> line(gtk_widget_create_pango_layout(view, "X"));
+    int line_height = 0;
+    pango_layout_get_pixel_size(line.get(), nullptr, &line_height);
     constexpr int room_for_scroll_bar = 32;
-    gtk_widget_set_size_request(scrolled, std::min(needed.width + room_for_scroll_bar, list_max_width),
-                                std::min(needed.height + room_for_scroll_bar, list_max_height));
+    const int height = std::min(count, list_max_height) * line_height + room_for_scroll_bar;
+    gtk_widget_set_size_request(scrolled,
+                                std::min(lines.width() + border + room_for_scroll_bar, list_max_width),
+                                std::min(height, list_max_height));
+    gtk_widget_show(view);
     return scrolled;
 }
 
@@ -140,7 +142,7 @@ int ask_list(GtkWidget *parent, const char *title, const buttons &choices, const
     GtkWidget *dialog = make_dialog(parent, title, choices);
     GtkWidget *label = make_message_label(text);
     keep_within_list(label);
-    GtkWidget *scrolled = make_list_area(make_detail(list.get()));
+    GtkWidget *scrolled = make_list_area(list.get());
     GtkBox *content = GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog)));
     gtk_box_pack_start(content, label, TRUE, TRUE, 0);
     gtk_box_pack_start(content, scrolled, TRUE, TRUE, 0);

@@ -8,8 +8,10 @@
 #include "gtk_owned.h"
 #include "i18n.h"
 #include "progress.h"
+#include "text_layout.h"
 #include "trace_log.h"
 #include "window_description.h"
+#include "wrapped_label.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,8 +22,6 @@ namespace {
 
 // Room right of the longest name, in pixels.
 constexpr int column_margin = 24;
-// How many of the longest names of a directory are measured.
-constexpr std::ptrdiff_t measured_rows = 200;
 
 struct page_widget {
     const char *name;
@@ -38,48 +38,62 @@ void set_shown_name(GtkTreeViewColumn *, GtkCellRenderer *renderer, GtkTreeModel
     g_object_set(renderer, "text", display_text(file_store_row(iter)->name).c_str(), nullptr);
 }
 
-glong display_length(const std::string &name)
-{
-    return g_utf8_strlen(name.data(), static_cast<gssize>(name.size()));
-}
-
-// Width that the widest of the rows, all on one level, needs in the view.
-int width_of(const struct app *app, const std::vector<const file_node *> &rows)
-{
-    const owned_object<PangoLayout> layout(gtk_widget_create_pango_layout(app->filebrowser, nullptr));
-    int widest = 0, expander_size = 0, separator = 0;
-    for (const file_node *row : rows) {
-        int width = 0;
-        pango_layout_set_text(layout.get(), display_text(row->name).c_str(), -1);
-        pango_layout_get_pixel_size(layout.get(), &width, nullptr);
-        widest = std::max(widest, width);
-    }
-    gtk_widget_style_get(app->filebrowser, "expander-size", &expander_size, "horizontal-separator",
-                         &separator, nullptr);
-    widest += column_margin + (app->folder_normal ? gdk_pixbuf_get_width(app->folder_normal) : 0);
-    for (const file_node *up = rows.front(); up->parent; up = up->parent)
-        widest += expander_size + 2 * separator;
-    return widest;
-}
-
 // All rows have one height and the column has a fixed width, so that a directory of any size unfolds at once.
-// The column grows here with the longest of the names that have just appeared.
+// The column grows here with the widest of the names that have just appeared.
 void make_room_for_children(const struct app *app, const file_node &parent)
 {
-    std::vector<const file_node *> rows;
+    widest_text names(app->filebrowser);
     for (const auto &child : parent.children)
-        rows.push_back(child.get());
-    if (rows.empty())
-        return;
-    if (rows.size() > measured_rows) {
-        std::ranges::nth_element(rows, rows.begin() + measured_rows, std::greater{},
-                                 [](const file_node *row) { return display_length(row->name); });
-        rows.resize(measured_rows);
-    }
+        names.add(display_text(child->name));
+    int expander_size = 0, separator = 0;
+    gtk_widget_style_get(app->filebrowser, "expander-size", &expander_size, "horizontal-separator",
+                         &separator, nullptr);
+    int width = names.width() + column_margin;
+    width += app->folder_normal ? gdk_pixbuf_get_width(app->folder_normal) : 0;
+    for (const file_node *up = &parent; up; up = up->parent)
+        width += expander_size + 2 * separator;
     GtkTreeViewColumn *column = gtk_tree_view_get_column(GTK_TREE_VIEW(app->filebrowser), 0);
-    const int width = width_of(app, rows);
     if (width > gtk_tree_view_column_get_fixed_width(column))
         gtk_tree_view_column_set_fixed_width(column, width);
+}
+
+// Where the name of a row lies in the view's bin window, from its first to behind its last pixel.
+std::pair<int, int> name_extent(GtkTreeView *view, GtkTreePath *path, const std::string &shown)
+{
+    GtkTreeViewColumn *column = gtk_tree_view_get_column(view, 0);
+    GdkRectangle cell;
+    gtk_tree_view_get_cell_area(view, path, column, &cell);
+    GList *renderers = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(column));
+    int start = 0;
+    gtk_tree_view_column_cell_get_position(column, GTK_CELL_RENDERER(g_list_last(renderers)->data), &start,
+                                           nullptr);
+    g_list_free(renderers);
+    widest_text name(GTK_WIDGET(view));
+    name.add(shown);
+    return {cell.x + start, cell.x + start + name.width()};
+}
+
+// The whole name of a row that the view, narrow or scrolled, shows only a part of.
+gboolean on_query_tooltip(GtkWidget *widget, int x, int y, gboolean keyboard, GtkTooltip *tooltip, gpointer)
+{
+    GtkTreeView *view = GTK_TREE_VIEW(widget);
+    GtkTreePath *found = nullptr;
+    GtkTreeIter row;
+    if (!gtk_tree_view_get_tooltip_context(view, &x, &y, keyboard, nullptr, &found, &row))
+        return FALSE;
+    const owned_path path(found);
+    const std::string shown = display_text(file_store_row(&row)->name);
+    const auto [left, right] = name_extent(view, path.get(), shown);
+    GdkRectangle visible;
+    gtk_tree_view_get_visible_rect(view, &visible);
+    if (left >= visible.x && right <= visible.x + visible.width)
+        return FALSE;
+    GtkWidget *label = gtk_label_new(shown.c_str());
+    wrap_anywhere(GTK_LABEL(label));
+    gtk_widget_show(label);
+    gtk_tooltip_set_custom(tooltip, label);
+    gtk_tree_view_set_tooltip_row(view, tooltip, path.get());
+    return TRUE;
 }
 
 void add_column(GtkTreeView *view)
@@ -97,6 +111,8 @@ void add_column(GtkTreeView *view)
     gtk_tree_view_column_set_cell_data_func(column, text, set_shown_name, nullptr, nullptr);
     gtk_tree_view_append_column(view, column);
     gtk_tree_view_set_fixed_height_mode(view, TRUE);
+    gtk_widget_set_has_tooltip(GTK_WIDGET(view), TRUE);
+    g_signal_connect(view, "query-tooltip", G_CALLBACK(on_query_tooltip), nullptr);
 }
 
 void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)

@@ -59,7 +59,6 @@ void show_disk_notes(const struct app &app)
     if (!label || !frame || !image || text.empty())
         return;
     gtk_label_set_text(GTK_LABEL(label), text.c_str());
-    wrap_label(GTK_LABEL(label));
     if (notes_warn(app.disk_notes))
         gtk_image_set_from_stock(GTK_IMAGE(image), GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_DND);
     gtk_widget_show(frame);
@@ -90,6 +89,7 @@ int infobrowser_init(struct app *app)
         return 1;
     }
     gtk_label_set_text(GTK_LABEL(label), template_paths_text(*app).get());
+    wrap_anywhere(GTK_LABEL(label));
     show_disk_notes(*app);
     return 1;
 }

@@ -6,6 +6,7 @@
 #include "display_text.h"
 #include "gtk_owned.h"
 #include "i18n.h"
+#include "text_layout.h"
 #include "trace_log.h"
 #include "tree_walk.h"
 #include "widgets.h"
@@ -13,12 +14,14 @@
 #include <gtk/gtk.h>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
-// Least widths of the columns, in pixels.
-constexpr int path_width = 500;
-constexpr int file_size_width = 50;
+// Least width of a column, in pixels.
+constexpr int column_width = 50;
+// Room beside the text of a cell or a title, in pixels.
+constexpr int cell_margin = 16;
 
 owned_object<GtkListStore> create_file_report_model()
 {
@@ -39,33 +42,34 @@ void show_path(GtkTreeViewColumn *, GtkCellRenderer *cell, GtkTreeModel *model, 
     g_object_set(cell, "text", display_text(path).c_str(), nullptr);
 }
 
-// Columns of fixed width let the view take rows without measuring them. What is too long for its column is
-// shown with an ellipsis: a size cut off at the edge would read as a smaller one.
-GtkTreeViewColumn *add_column(GtkTreeView *view, const char *title, int width, GtkCellRenderer *cell,
+// Columns of fixed width let the view take rows without measuring them. What a user makes too narrow is shown
+// with an ellipsis: a size cut off at the edge would read as a smaller one.
+GtkTreeViewColumn *add_column(GtkTreeView *view, const char *title, GtkCellRenderer *cell,
                               PangoEllipsizeMode ellipsize)
 {
     g_object_set(cell, "ellipsize", ellipsize, nullptr);
     GtkTreeViewColumn *column = gtk_tree_view_column_new_with_attributes(title, cell, nullptr);
     gtk_tree_view_column_set_sizing(column, GTK_TREE_VIEW_COLUMN_FIXED);
-    gtk_tree_view_column_set_fixed_width(column, width);
-    gtk_tree_view_column_set_expand(column, TRUE); // the columns share what the window has to spare
+    gtk_tree_view_column_set_fixed_width(column, column_width);
     gtk_tree_view_column_set_resizable(column, TRUE);
     gtk_tree_view_append_column(view, column);
     return column;
 }
 
+// The column of the paths takes what room the window has.
 void add_path_column(GtkTreeView *view, const char *title)
 {
     GtkCellRenderer *cell = gtk_cell_renderer_text_new();
-    GtkTreeViewColumn *column = add_column(view, title, path_width, cell, PANGO_ELLIPSIZE_MIDDLE);
+    GtkTreeViewColumn *column = add_column(view, title, cell, PANGO_ELLIPSIZE_MIDDLE);
     gtk_tree_view_column_set_cell_data_func(column, cell, show_path, nullptr, nullptr);
+    gtk_tree_view_column_set_expand(column, TRUE);
 }
 
 void add_file_report_columns(GtkTreeView *view)
 {
     add_path_column(view, _("File"));
     GtkCellRenderer *cell = gtk_cell_renderer_text_new();
-    GtkTreeViewColumn *column = add_column(view, _("File size"), file_size_width, cell, PANGO_ELLIPSIZE_END);
+    GtkTreeViewColumn *column = add_column(view, _("File size"), cell, PANGO_ELLIPSIZE_END);
     gtk_tree_view_column_add_attribute(column, cell, "text", file_report_size);
     gtk_tree_view_set_fixed_height_mode(view, TRUE);
 }
@@ -83,7 +87,8 @@ void attach(GtkTreeView *view, owned_object<GtkListStore> store)
     gtk_tree_view_set_rules_hint(view, TRUE);
 }
 
-// Takes a list off its view while it is filled anew: a view that watches does work for every row.
+// Takes a list off its view while it is filled anew: a view that watches does work for every row. The columns
+// then have room for their widest texts.
 class refilled_list {
 public:
     explicit refilled_list(GtkWidget *view)
@@ -91,28 +96,48 @@ public:
     {
         gtk_tree_view_set_model(view_, nullptr);
         gtk_list_store_clear(store());
+        for (int i = 0; GtkTreeViewColumn *column = gtk_tree_view_get_column(view_, i); ++i)
+            widest_.emplace_back(view).add(gtk_tree_view_column_get_title(column));
     }
-    ~refilled_list() { gtk_tree_view_set_model(view_, GTK_TREE_MODEL(store())); }
+    ~refilled_list()
+    {
+        gtk_tree_view_column_set_fixed_width(gtk_tree_view_get_column(view_, 0), needed_width(0));
+        for (int i = 1; GtkTreeViewColumn *column = gtk_tree_view_get_column(view_, i); ++i)
+            gtk_tree_view_column_set_min_width(column, needed_width(i));
+        gtk_tree_view_set_model(view_, GTK_TREE_MODEL(store()));
+    }
     refilled_list(const refilled_list &) = delete;
     refilled_list &operator=(const refilled_list &) = delete;
 
     GtkListStore *store() const { return store_.get(); }
+    void make_room(int column, const std::string &text)
+    {
+        widest_[static_cast<std::size_t>(column)].add(text);
+    }
 
 private:
+    int needed_width(int column) const
+    {
+        return widest_[static_cast<std::size_t>(column)].width() + cell_margin;
+    }
+
     GtkTreeView *view_;
     owned_object<GtkListStore> store_;
+    std::vector<widest_text> widest_; // of each column
 };
 
 // The lists that the tree walks are filling; the walks hand nothing but `app` and the row through.
-GtkListStore *filled_files = nullptr;
-GtkListStore *filled_sectors = nullptr;
+refilled_list *filled_files = nullptr;
+refilled_list *filled_sectors = nullptr;
 
 void file_callback(struct app *app, file_store *, file_node *row)
 {
     trace_log("* Enter");
     trace_log("Saving file: %s", app->path_buf);
-    gtk_list_store_insert_with_values(filled_files, nullptr, G_MAXINT, file_report_path, app->path_buf,
-                                      file_report_size, guint64{row->size}, -1);
+    filled_files->make_room(file_report_path, display_text(app->path_buf));
+    filled_files->make_room(file_report_size, std::to_string(row->size));
+    gtk_list_store_insert_with_values(filled_files->store(), nullptr, G_MAXINT, file_report_path,
+                                      app->path_buf, file_report_size, guint64{row->size}, -1);
     trace_log("* Success");
 }
 
@@ -120,16 +145,17 @@ void sector_callback(struct app *app, std::uint32_t, disk *, GtkTreeIter *)
 {
     trace_log("* Enter");
     trace_log("%s", app->path_buf);
-    gtk_list_store_insert_with_values(filled_sectors, nullptr, G_MAXINT, sector_report_path, app->path_buf,
-                                      -1);
+    filled_sectors->make_room(sector_report_path, display_text(app->path_buf));
+    gtk_list_store_insert_with_values(filled_sectors->store(), nullptr, G_MAXINT, sector_report_path,
+                                      app->path_buf, -1);
     trace_log("* Success");
 }
 
 void fill_file_report(struct app *app)
 {
     file_store *tree = FILE_STORE(gtk_tree_view_get_model(GTK_TREE_VIEW(app->filebrowser)));
-    const refilled_list list(app->file_report);
-    filled_files = list.store();
+    refilled_list list(app->file_report);
+    filled_files = &list;
     for (const auto &root : file_store_top(tree)->children) {
         if (!root->mount || root->not_loaded)
             continue;
@@ -142,8 +168,8 @@ void fill_file_report(struct app *app)
 void fill_sector_report(struct app *app)
 {
     GtkTreeModel *tree = gtk_tree_view_get_model(GTK_TREE_VIEW(app->diskbrowser));
-    const refilled_list list(app->sector_report);
-    filled_sectors = list.store();
+    refilled_list list(app->sector_report);
+    filled_sectors = &list;
     GtkTreeIter top;
     for (gboolean more = gtk_tree_model_get_iter_first(tree, &top); more;
          more = gtk_tree_model_iter_next(tree, &top)) {

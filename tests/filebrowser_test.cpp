@@ -187,6 +187,40 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
     EXPECT_TRUE(partition.row("\xff\xfe")->marked);
 }
 
+// Whether a row answers a question for its tooltip.
+bool has_tooltip(const browsed_partition &partition, const std::string &row)
+{
+    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    gtk_tree_view_set_cursor(view, path_of(partition.store, partition.row(row)).get(), nullptr, FALSE);
+    const owned_object<GtkTooltip> tooltip(GTK_TOOLTIP(g_object_new(GTK_TYPE_TOOLTIP, nullptr)));
+    gboolean shown = FALSE;
+    g_signal_emit_by_name(view, "query-tooltip", 0, 0, TRUE, tooltip.get(), &shown);
+    return shown != 0;
+}
+
+TEST(page, cuts_no_name_off_without_a_way_to_see_it)
+{
+    NEED_DISPLAY();
+    browsed_partition partition;
+    NEED_FILE_SYSTEM(partition);
+    std::string widest; // in pixels, not in characters
+    for (int i = 100; i < 350; i++) {
+        partition.files.write(std::to_string(i) + std::string(100, 'i'), "");
+        widest += i < 180 ? "\u5831" : "";
+    }
+    partition.files.write(widest, "");
+    partition.show();
+    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    gtk_tree_view_expand_all(view);
+    settle();
+    EXPECT_TRUE(cell_fits(view, path_of(partition.store, partition.row(widest)).get(), widest));
+    const std::string narrow = "100" + std::string(100, 'i');
+    EXPECT_TRUE(has_tooltip(partition, widest));
+    EXPECT_FALSE(has_tooltip(partition, narrow));
+    gtk_adjustment_set_value(gtk_tree_view_get_hadjustment(view), 100);
+    EXPECT_TRUE(has_tooltip(partition, narrow));
+}
+
 // What happens at each status call on a file below the tree, to a disk that is slow.
 std::function<void()> during_status;
 

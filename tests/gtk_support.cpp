@@ -1,5 +1,7 @@
 #include "gtk_support.h"
 
+#include "gtk_owned.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
 
@@ -13,6 +15,16 @@ void settle()
 {
     while (gtk_events_pending())
         gtk_main_iteration();
+}
+
+bool cell_fits(GtkTreeView *view, GtkTreePath *path, const std::string &text, int column)
+{
+    const owned_object<PangoLayout> layout(gtk_widget_create_pango_layout(GTK_WIDGET(view), text.c_str()));
+    int width = 0;
+    pango_layout_get_pixel_size(layout.get(), &width, nullptr);
+    GdkRectangle area;
+    gtk_tree_view_get_cell_area(view, path, gtk_tree_view_get_column(view, column), &area);
+    return width <= area.width;
 }
 
 std::string description_file()
@@ -55,6 +67,10 @@ void collect(GtkWidget *widget, gpointer data)
         dialog->text += std::string(gtk_label_get_text(GTK_LABEL(widget))) + "\n";
     } else if (GTK_IS_ENTRY(widget)) {
         dialog->text += std::string(gtk_entry_get_text(GTK_ENTRY(widget))) + "\n";
+    } else if (GTK_IS_TEXT_VIEW(widget)) {
+        g_autofree gchar *text = nullptr;
+        g_object_get(gtk_text_view_get_buffer(GTK_TEXT_VIEW(widget)), "text", &text, nullptr);
+        dialog->text += std::string(text) + "\n";
     } else if (GTK_IS_CONTAINER(widget)) {
         gtk_container_foreach(GTK_CONTAINER(widget), collect, data);
     }

@@ -19,6 +19,9 @@ bool have_display();
 // Runs the main loop until nothing is waiting.
 void settle();
 
+// Whether a cell of a shown list or tree is wide enough for a text.
+bool cell_fits(GtkTreeView *view, GtkTreePath *path, const std::string &text, int column = 0);
+
 // The description of the windows that was built for the loader of this test program.
 std::string description_file();
 
@@ -35,7 +38,7 @@ public:
 
 struct seen_dialog {
     std::string title;
-    std::string text;                   // of all labels and entries, one per line, in order
+    std::string text;                   // of all labels, entries and lists, one per line, in order
     std::map<int, std::string> buttons; // stock identifiers from left to right
     int width, height;                  // pixels
 };

@@ -13,6 +13,7 @@ namespace {
 TEST(infobrowser, shows_versions_and_where_the_templates_lie)
 {
     NEED_DISPLAY();
+    const std::string longest(255, 'p');
     const std::string card = "extern \"C\" int pvisCard() { return 0; }\n",
                       none = "Hardware absent                  ",
                       version =
@@ -27,7 +28,8 @@ TEST(infobrowser, shows_versions_and_where_the_templates_lie)
         char separator;
     } cases[] = {
         {"", "0", none, "/mnt0/pelva/cfg", "/mnt0/pelva/cfg\n BIOS pelva: D:\\pelva\\cfg", -1, '\\'},
-        {version, "0", none, "/boot", "/boot\n BIOS pelva: D:", -1, '/'},
+        {version, "0", none, "/boot/" + longest, "/boot/" + longest + "\n BIOS pelva: D:/" + longest, -1,
+         '/'},
         {card + version, "1", none, "/boot", "/boot\n BIOS pelva: D:", 0, '\\'},
         {card + version, "0", "BIOS board version: 3.255.4660", "/boot/\xFFpelva",
          "/boot/\uFFFDpelva\n BIOS pelva: D:/\uFFFDpelva", 0, '/'},
@@ -55,6 +57,10 @@ TEST(infobrowser, shows_versions_and_where_the_templates_lie)
         EXPECT_EQ(gtk_widget_get_visible(windows.widget("info_disks")), c.card == 0);
         EXPECT_EQ(pvisCard(), c.card);
         EXPECT_EQ(windows.label("label_version"), "Software version: 3.0.m2-2\n" + c.firmware);
+        int width = 0;
+        pango_layout_get_pixel_size(gtk_label_get_layout(GTK_LABEL(windows.widget("path_pelva"))), &width,
+                                    nullptr);
+        EXPECT_LE(width, 700);
         EXPECT_EQ(windows.label("path_pelva"),
                   "Path to templates for Pelva settings:\n OS ROSA Linux: " + c.shown_paths);
     }

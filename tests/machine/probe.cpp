@@ -122,15 +122,18 @@ void rows_below(const rows_walk &walk, GtkTreeModel *model, GtkTreeIter *parent)
     }
 }
 
-const char *text_of(GtkWidget *widget)
+std::string text_of(GtkWidget *widget)
 {
+    g_autofree char *text = nullptr;
     if (GTK_IS_LABEL(widget))
         return gtk_label_get_text(GTK_LABEL(widget));
     if (GTK_IS_ENTRY(widget))
         return gtk_entry_get_text(GTK_ENTRY(widget));
     if (GTK_IS_PROGRESS_BAR(widget))
-        return gtk_progress_bar_get_text(GTK_PROGRESS_BAR(widget));
-    return nullptr;
+        g_object_get(widget, "text", &text, nullptr);
+    if (GTK_IS_TEXT_VIEW(widget))
+        g_object_get(gtk_text_view_get_buffer(GTK_TEXT_VIEW(widget)), "text", &text, nullptr);
+    return text ? text : "";
 }
 
 void look_at(GtkWidget *widget, gpointer data)
@@ -150,7 +153,7 @@ void look_at(GtkWidget *widget, gpointer data)
     out += "widget\t";
     field(out, G_OBJECT_TYPE_NAME(widget));
     field(out, gtk_widget_get_name(widget));
-    field(out, text_of(widget));
+    field(out, text_of(widget).c_str());
     numbers(out, {x, y, area.width, area.height, gtk_widget_is_sensitive(widget)});
     out += '\n';
     if (GTK_IS_TREE_VIEW(widget)) {

@@ -5,7 +5,7 @@ import os
 import shutil
 
 import templates
-from robot import SHARE, TEMPLATES, Tool, check, check_equal, wait
+from robot import SHARE, TEMPLATES, Tool, check, check_equal, shell, wait
 
 OUT = f"{SHARE}/out"
 DRIVES = {"sdb": 0x80, "md0": 0x81, "sda": 0x82, "sdc": 0x83, "sdg": 0x84}
@@ -42,25 +42,19 @@ def demonstration():
     tool = Tool()
     tool.start()
     kernel = os.path.basename(glob.glob("/boot/vmlinuz-*")[0])
-    tool.expand("/dev/sdb1")
-    tool.expand("/dev/sdb1", "boot")
-    tool.mark("filebrowser", "/dev/sdb1", "boot", kernel)
     path = ["Program Files", "Trusted Loader", "loader configuration.ini"]
-    for depth in range(len(path)):
-        tool.expand("/dev/sda3", *path[:depth])
-    tool.mark("filebrowser", "/dev/sda3", *path)
+    for tree in (["/dev/sdb1", "boot", kernel], ["/dev/sda3", *path]):
+        for depth in range(1, len(tree)):
+            tool.expand(*tree[:depth])
+        tool.mark("filebrowser", *tree)
     tool.picture("out/files")
-    size = os.path.getsize(f"/boot/{kernel}") + os.path.getsize("/".join([volume("sda3"), *path]))
-    check_equal(tool.look().widget("total_files_size").text, f"{size} bytes", "size of the marked files")
+    size = os.path.getsize("/".join([volume("sda3"), *path]))
     save(tool, "files", 2)
 
-    tool.click(tool.look().widget("tab_sectors"))
-    wait(lambda: tool.look().widget("sectors_default"), "the page of sectors")
+    open_page(tool, "sectors")
     tool.click(tool.look().widget("sectors_default"))
     tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
     save(tool, "sectors", len(all_sectors()))
-    for row in tool.look().children("diskbrowser", ""):
-        tool.expand(row.texts[0], tree="diskbrowser")
     tool.picture("out/sectors")
 
     tool.click(tool.look().widget("report_button"))
@@ -74,6 +68,11 @@ def demonstration():
     tool.wait_closed("Report")
     tool.quit()
 
+    with open("/root/report.rtf", encoding="cp1251") as report:
+        text = report.read()
+    check("\nFile: sda3:\\\\" + "\\\\".join(path) + f", file size: {size}\\line\n" in text, f"the report: {text}")
+    check_equal(templates.read(templates.SECTORS, TEMPLATES),
+                templates.expected(templates.SECTORS, all_sectors(), "C:/boot/pelva/"), "sectors")
     shutil.copy("/root/report.rtf", OUT)
     for file in glob.glob(f"{TEMPLATES}/*"):
         shutil.copy(file, OUT)
@@ -86,85 +85,41 @@ def open_page(tool, page):
     wait(lambda: tool.look().widget(f"{page}_save"), f"the page of {page}")
 
 
-def expected_report(files, sectors):
-    """The document for these files with their sizes and these sectors, in code page 1251."""
-    lines = ["{\\rtf1\\ansi\\ansicpg1251\\deff0\\deflang1049\\plain {", "{\\b Report}\\par", "{\\i File list:}\\par"]
-    for name, size in files:
-        name = name.replace("\\", "\\\\")
-        lines.append(f"File: {name}, file size: {size}\\line")
-    lines.append(f"{{\\b Total files: {len(files)}, total size: {sum(size for _, size in files)}}}\\par")
-    lines.append("{\\i Sector list:}\\par")
-    lines += [f"Sector: {name}, sector size: 512\\line" for name in sectors]
-    lines.append(f"{{\\b Total sectors: {len(sectors)}, total size: {512 * len(sectors)}}}\\par")
-    return ("\n".join(lines) + "\n}}\n").encode("cp1251")
-
-
-def whole_road():
-    """Files on every kind of partition and all sectors are marked, saved, reported, and marked again by the next start"""
+def questions():
+    """A missing file is listed, and dropped on Yes; behind each of its questions the file chooser comes back in front"""
+    for name, content in zip(("nam", "chk"), templates.expected(templates.FILES, [b"C:/etc/gone"], "C:/boot/pelva/")):
+        with open(f"{TEMPLATES}/bootfile.{name}", "wb") as file:
+            file.write(content)
     os.makedirs("/root/.local/share", exist_ok=True)
-    removed = "/srv/files/отчёт.txt"
-    # Partition, letter, and what to mark: in the order of the tree.
-    marks = [("sdb1", "C", "srv/files/отчёт.txt"), ("md0p1", "D", "long name of a report.txt"),
-             ("md0p2", "G", "Отчёт о проверке.txt"), ("sda1", "E", "Program Files"), ("sda3", "K", "ПРИКАЗ.DOC"),
-             ("sda5", "H", "Отчёт о проверке.txt"), ("sda6", "I", "Отчёт о проверке.txt"), ("sdc3", "M", "EFI")]
-    inside = {"Program Files": "/Trusted Loader/loader configuration.ini", "EFI": "/BOOT/BOOTX64.EFI"}
+    with open("/root/notes.txt", "w", encoding="ascii") as notes:
+        notes.write("not a report")
+    os.symlink("nowhere.rtf", "/root/dangling.rtf")
     tool = Tool()
+    check("/etc/gone\n" in tool.wait_window("Confirm").texts("Confirm"), "the missing file is not listed")
+    tool.answer("Confirm", "The following files are missing. Delete these files from a template?", "Yes")
     tool.start()
-    records, rows = [], []
-    for name, letter, path in marks:
-        steps = path.split("/")
-        for depth in range(len(steps)):
-            tool.expand(f"/dev/{name}", *steps[:depth])
-        tool.mark("filebrowser", f"/dev/{name}", *steps)
-        path += inside.get(path, "")
-        fat, ntfs = name in ("md0p2", "sda1", "sda3", "sdc3"), name == "sda6"
-        root = "/" if name == "sdb1" else volume(name)
-        separator = "\\" if fat or ntfs else "/"
-        long_names = path.replace("/", separator).encode("cp866" if ntfs else "utf-8")
-        records.append(f"{letter}:{separator}".encode() + (templates.short_names(root, path) if fat else long_names))
-        rows.append((f"{name}:{separator}" + path.replace("/", separator), os.path.getsize(f"{root}/{path}")))
-        tool.click(tool.show("filebrowser", f"/dev/{name}"))
-        tool.press("minus")  # folds the partition, so that the next one is near
-    tool.picture("files")
-    save(tool, "files", len(records))
-    open_page(tool, "sectors")
-    tool.click(tool.look().widget("sectors_default"))
-    tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
-    save(tool, "sectors", len(all_sectors()))
+    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, [], "C:/boot/pelva/"), "files")
     tool.click(tool.look().widget("report_button"))
     tool.wait_window("Report")
-    shown = {tree: [row.texts for row in tool.look().rows if row.tree == tree] for tree in ("file_report", "sector_report")}
-    check_equal([text[0] for text in shown["file_report"]], [name for name, _ in rows], "files of the report")
-    check_equal(len(shown["sector_report"]), len(all_sectors()), "number of sectors in the report")
     tool.click(tool.look().widget("report_save_button"))
     tool.wait_window("Save report")
-    tool.enter("/root/road.rtf")
+    for name, title, text, button in (
+            ("notes.txt", "Warning", "File «notes.txt» already exists. Rewrite it?", "No"),
+            ("dangling.rtf", "Error", "Cannot write file «dangling.rtf»: No such file or directory", "OK")):
+        tool.enter(name)
+        tool.answer(title, text, button)
+        wait(lambda: shell("xdotool getactivewindow getwindowname") == "Save report\n", "the chooser with the focus", 10)
+        check(name in tool.look().texts("Save report"), f"the chooser has lost the name {name}")
+    tool.picture("save_as")
+    tool.press("ctrl+a", "n", "period", "r", "t", "f")
+    look = tool.look()  # a click reaches what is in front
+    tool.click(next(item for item in look.widgets if item.window == "Save report" and item.text == "Save"))
     tool.wait_closed("Save report")
+    check(os.path.islink("/root/dangling.rtf"), "the link was replaced")
+    check(os.path.exists("/root/n.rtf"), "no report")
     tool.click(tool.look().widget("report_close_button"))
     tool.wait_closed("Report")
     tool.quit()
-    with open("/root/road.rtf", "rb") as report:
-        check_equal(report.read(), expected_report(rows, [text[0] for text in shown["sector_report"]]), "report")
-    sectors = templates.expected(templates.SECTORS, all_sectors(), "C:/boot/pelva/")
-    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, records, "C:/boot/pelva/"), "files")
-    check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
-
-    os.rename(removed, "/root/removed")
-    tool = Tool()
-    look = tool.wait_window("Confirm")
-    check(any(removed in text.splitlines() for text in look.texts("Confirm")), f"{removed} is not listed as missing")
-    tool.picture("missing")
-    tool.answer("Confirm", "The following files are missing. Delete these files from a template?", "Yes")
-    tool.start()
-    os.rename("/root/removed", removed)
-    check_equal(tool.look().widget("total_files_selected").text, str(len(records) - 1), "files marked again")
-    tool.picture("again")
-    open_page(tool, "sectors")
-    check_equal(tool.look().widget("total_sectors_selected").text, str(len(all_sectors())), "sectors marked again")
-    tool.quit()
-    check_equal(templates.read(templates.FILES, TEMPLATES),
-                templates.expected(templates.FILES, records[1:], "C:/boot/pelva/"), "files without the missing one")
-    check_equal(templates.read(templates.SECTORS, TEMPLATES), sectors, "sectors")
 
 
-SCENARIOS = [demonstration, whole_road]
+SCENARIOS = [demonstration, questions]
