@@ -221,7 +221,9 @@ class Tool:
         return self.wait_window(MAIN)
 
     def close(self):
-        xdotool("search", "--name", f"^{MAIN}$", "windowfocus", "--sync")
+        # A window that goes while xdotool looks at it ends the search.
+        search = ["xdotool", "search", "--name", f"^{MAIN}$", "windowfocus", "--sync"]
+        wait(lambda: subprocess.run(search, check=False, timeout=30 * PATIENCE).returncode == 0, "the focus")
         self.press("alt+F4")
 
     def wait_end(self, seconds=60):
