@@ -238,15 +238,15 @@ int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
     return read_header(nam, name_magic, nam_header) && read_header(chk, check_magic, chk_header) ? 1 : 0;
 }
 
-bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
-                   const template_header &chk_header, list_kind kind)
+bool is_whole_pair(list_kind kind, const template_header &nam_header, std::uint64_t nam_body_size,
+                   const template_header &chk_header, std::uint64_t chk_body_size)
 {
     const template_fields fields = fields_of(nam_header);
     const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
                                       layout_of(kind).record_size};
     return fields == expected && fields_of(chk_header) == expected &&
-           body_size(nam) == std::uint64_t{fields.count} * fields.record_size &&
-           body_size(chk) == std::uint64_t{fields.count} * check_value_size;
+           nam_body_size == std::uint64_t{fields.count} * fields.record_size &&
+           chk_body_size == std::uint64_t{fields.count} * check_value_size;
 }
 
 int read_file_list(const std::string &directory, count_callback on_count, record_callback on_record,

@@ -65,10 +65,11 @@ std::uint32_t sector_of(const sector_record &record); // LBA
 [[nodiscard]] int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
                                   template_header &chk_header);
 
-// Whether two open files and their headers, as read_structures has read them, make a whole pair: they agree
-// with each other and hold exactly the records that they claim.
-[[nodiscard]] bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
-                                 const template_header &chk_header, list_kind kind);
+// Whether the headers of two files and their body sizes are those of a whole pair: they agree with each
+// other, and the files hold exactly the records that they claim.
+[[nodiscard]] bool is_whole_pair(list_kind kind, const template_header &nam_header,
+                                 std::uint64_t nam_body_size, const template_header &chk_header,
+                                 std::uint64_t chk_body_size);
 
 using count_callback = void (*)(std::uint32_t count, void *user);
 using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading

@@ -224,9 +224,12 @@ bool is_whole(int directory, list_kind kind, const std::string &nam_name, const 
             error = EIO;
         return false;
     }
-    if (!body_size(nam.get()) || !body_size(chk.get()))
+    const std::optional<std::uint64_t> nam_size = body_size(nam.get()), chk_size = body_size(chk.get());
+    if (!nam_size || !chk_size) {
         error = EIO;
-    return is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
+        return false;
+    }
+    return is_whole_pair(kind, nam_header, *nam_size, chk_header, *chk_size);
 }
 
 // The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
