@@ -63,7 +63,7 @@ void collect(GtkWidget *widget, gpointer data)
     } else if (GTK_IS_LABEL(widget)) {
         int line = 0;
         pango_layout_get_pixel_size(gtk_label_get_layout(GTK_LABEL(widget)), &line, nullptr);
-        EXPECT_LE(line, widget->allocation.width) << "cut off";
+        EXPECT_TRUE(!gtk_widget_get_mapped(widget) || line <= widget->allocation.width) << "cut off";
         dialog->text += std::string(gtk_label_get_text(GTK_LABEL(widget))) + "\n";
     } else if (GTK_IS_ENTRY(widget)) {
         dialog->text += std::string(gtk_entry_get_text(GTK_ENTRY(widget))) + "\n";

@@ -1,11 +1,9 @@
-// The RTF writer: its bytes, its translated texts, and what an independent reader makes of the document.
+// The RTF writer: its bytes, and what an independent reader makes of the document.
 #include "rtf_export.h"
 
 #include "support.h"
 
-#include <clocale>
 #include <gmock/gmock.h>
-#include <libintl.h>
 
 namespace {
 
@@ -56,27 +54,6 @@ TEST(rtf_export, writes_every_piece_byte_for_byte_and_as_another_reader_expects)
                                    "File: twolines %s%n, file size: 1\n\n\n\nFile: last}, file size: 5\n"
                                    "Total files: 6, total size: 5000000015\nSector list:\n"
                                    "Sector: sda:/Master boot record, sector size: 512\n"));
-}
-
-TEST(rtf_export, texts_come_from_the_catalogue_in_code_page_1251)
-{
-    const scratch_directory catalogues;
-    // A locale of another name than C, for which nothing would be translated.
-    std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", catalogues.path() / "ru.utf8");
-    setenv("LOCPATH", catalogues.path().c_str(), 1);
-    if (!std::setlocale(LC_ALL, "ru.UTF-8"))
-        GTEST_SKIP() << "no C.UTF-8 locale";
-    const auto source = catalogues.write(
-        "ru/LC_MESSAGES/ru.po", "msgid \"\"\nmsgstr \"Content-Type: text/plain; charset=UTF-8\\n\"\n"
-                                "msgid \"File: %s, file size: %llu\"\nmsgstr \"Файл {%s} (%llu)\"\n");
-    run_tool("cd " + source.parent_path().string() + " && msgfmt -o gtk-tarnel.mo ru.po");
-    setenv("LANGUAGE", "ru", 1);
-    bindtextdomain("gtk-tarnel", catalogues.path().c_str());
-    bind_textdomain_codeset("gtk-tarnel", "UTF-8");
-    EXPECT_THAT(document({{"отчёт", 9}}, 0),
-                testing::HasSubstr("\n\xD4\xE0\xE9\xEB \\{\xEE\xF2\xF7\xB8\xF2\\} (9)\\line\n"));
-    unsetenv("LANGUAGE");
-    std::setlocale(LC_ALL, "C"); // also makes gettext forget what it looked up
 }
 
 } // namespace

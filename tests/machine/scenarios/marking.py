@@ -3,6 +3,7 @@
 import glob
 import os
 import shutil
+import subprocess
 
 import templates
 from robot import SHARE, TEMPLATES, Tool, check, check_equal, shell, wait
@@ -77,7 +78,7 @@ def demonstration():
     for file in glob.glob(f"{TEMPLATES}/*"):
         shutil.copy(file, OUT)
     with open(f"{OUT}/listing.txt", "w", encoding="utf-8") as file:
-        file.write(templates.listing(TEMPLATES))
+        subprocess.run(["tarnel-list", TEMPLATES], stdout=file, check=True, timeout=30)
 
 
 def open_page(tool, page):

@@ -36,12 +36,16 @@ def not_root():
 
 
 def no_lock():
-    """A lock file that cannot be opened ends it without a word"""
+    """A lock file that cannot be opened ends it; without a terminal the launcher shows the reason in a window"""
     if os.path.exists(LOCK):
         os.unlink(LOCK)
     os.mkdir(LOCK)
     try:
-        check_ended(1, "", "")
+        check_ended(1, "", f"Cannot open the lock file {LOCK}: Is a directory\n")
+        launcher = Tool(probe=False, trace=False, command=["tarnel"])
+        launcher.wait_window(MAIN)
+        launcher.press("Escape")
+        check_equal(launcher.wait_end(), 1, "exit status")
     finally:
         os.rmdir(LOCK)
 

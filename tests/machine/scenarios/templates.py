@@ -1,13 +1,9 @@
-"""The template pairs as the firmware reads them, written anew from their description: the judge of what the tool saves.
-
-python3 templates.py DIRECTORY prints a readable listing of the pairs in a directory.
-"""
+"""The template pairs as the firmware reads them, written anew from their description: the judge of what the tool saves."""
 
 import ctypes
 import fcntl
 import os
 import struct
-import sys
 
 FILES, SECTORS = 2, 1
 NAMES = {FILES: "bootfile", SECTORS: "bootsect"}
@@ -67,26 +63,3 @@ def short_names(root, path):
         short.append(found.upper().encode("cp866"))
         directory += "/" + name
     return b"\\".join(short)
-
-
-def listing(directory):
-    lines = []
-    for kind, title in ((FILES, "Files"), (SECTORS, "Sectors")):
-        try:
-            data, check = read(kind, directory)
-        except OSError:
-            lines.append(f"{title}: no template was saved")
-            continue
-        count, = struct.unpack_from("<I", data, 0x110)
-        place = check[0x128:0x1A8].split(b"\0")[0].decode("cp866")
-        lines.append(f"{title}: {count} in {place}, {len(data)} and {len(check)} bytes")
-        for record in records_of(kind, data):
-            if kind == FILES:
-                lines.append("  " + record.decode("utf-8" if record[2:3] == b"/" else "cp866", "backslashreplace"))
-            else:
-                lines.append("  drive 0x%02x, sector %d" % record)
-    return "\n".join(lines) + "\n"
-
-
-if __name__ == "__main__":
-    print(listing(sys.argv[1]), end="")
