@@ -60,24 +60,14 @@ protected:
     }
 
     // Links of /sys: the number of the device of "/" to it, and devices to the slaves that they are made of:
-    // "8:1>dm-1 dm-1>dm-0 dm-0>sda/sda3".
+    // "8:1=dm-1 dm-1=dm-0 dm-0=sda/sda3".
     void show_in_sys(const std::string &links)
     {
-        const fs::path sys = root.path() / "sys", devices = sys / "devices/block";
-        fs::remove_all(sys / "dev");
-        fs::remove_all(devices);
-        std::istringstream words(links);
-        for (std::string from, to; std::getline(words >> std::ws, from, '>') && words >> to;) {
-            const fs::path device = devices / to;
-            fs::create_directories(device);
-            if (device.parent_path() != devices)
-                root.write("sys/devices/block/" + to + "/partition", "3\n");
-            const bool numbered = from.find(':') != std::string::npos;
-            const fs::path link =
-                numbered ? sys / "dev/block" / from : devices / from / "slaves" / device.filename();
-            fs::create_directories(link.parent_path());
-            fs::create_symlink(fs::relative(device, link.parent_path()), link);
-        }
+        run_tool(
+            "cd " + root.path().string() + "/sys && rm -rf dev devices && for link in " + links +
+            "; do name=${link#*=} from=${link%=*} to=devices/block/$name;"
+            "case $from in *:*) at=dev/block/$from;; *) at=devices/block/$from/slaves/${to##*/};; esac;"
+            "mkdir -p $to ${at%/*} && ln -sr $to $at && case $name in */*) : >$to/partition;; esac; done");
     }
 
     // Puts a shell script into the place of the table reader.
@@ -150,13 +140,13 @@ TEST_F(machine, system_disk_comes_first)
         const char *lsblk, *links, *first;
     } cases[] = {
         {"sda disk\n`-sda1 part /boot\nsdb disk\n`-sdb1 part /\n", "", "sdb"},
-        {"sda disk\n`-sda1 part /\nsdb disk\n", ">sdb/sdb1", "sda"},
-        {"md127 raid1 /\n", ">md127 md127>sda/sda1", "md127"}, // and md1 passes
-        {"`-sdb1 part /srv\n           /\n", ">sdb/sdb1", "sdb"},
-        {"`-vg-root lvm /\n", ">dm-1 dm-1>dm-0 dm-0>sdb/sdb3", "sdb"},
-        {"`-vg-root lvm /\n", ">dm-0 dm-0>sdb dm-0>sda/sda2", "sda"},
-        {"`-vg-root lvm /\n", ">dm-0 dm-0>md127/md127p2 md127>sda", "md127"},
-        {"", ">dm-0 dm-0>dm-1 dm-1>dm-0 dm-1>sdc", "md1"},
+        {"sda disk\n`-sda1 part /\nsdb disk\n", "=sdb/sdb1", "sda"},
+        {"md127 raid1 /\n", "=md127 md127=sda/sda1", "md127"}, // and md1 passes
+        {"`-sdb1 part /srv\n           /\n", "=sdb/sdb1", "sdb"},
+        {"`-vg-root lvm /\n", "=dm-1 dm-1=dm-0 dm-0=sdb/sdb3", "sdb"},
+        {"`-vg-root lvm /\n", "=dm-0 dm-0=sdb dm-0=sda/sda2", "sda"},
+        {"`-vg-root lvm /\n", "=dm-0 dm-0=md127/md127p2 md127=sda", "md127"},
+        {"", "=dm-0 dm-0=dm-1 dm-1=dm-0 dm-1=sdc", "md1"},
     };
     for (const auto &c : cases) {
         lsblk = c.lsblk;
@@ -167,7 +157,7 @@ TEST_F(machine, system_disk_comes_first)
     EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
     // The files of btrfs show a number that no device has.
     root.write("proc/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 / btrfs rw 0 0\n");
-    show_in_sys("8:17>sdb/sdb1");
+    show_in_sys("8:17=sdb/sdb1");
     if (mknod((root.path() / "dev/sdb1").c_str(), S_IFBLK, makedev(8, 17)) != 0)
         GTEST_SKIP() << "device nodes cannot be made here";
     EXPECT_EQ(list(), "80 sdb 32768*512:\n81 md1 32768*512:\n82 md127 32768*512:\n83 sda 32768*512:\n");
@@ -219,10 +209,11 @@ TEST_F(machine, sectors_of_4096_bytes)
     EXPECT_EQ(list(), "80 sda 4096*4096: 1C256+512 2-1024+3000x 5D1026+100l 6E2027+100l\n");
 }
 
-// Makes $N the count of entries in a GPT header, with checksums that make libparted believe it.
-const std::string set_gpt_count =
+// Makes 2^25 the count of entries in a GPT header, with checksums that make libparted believe it.
+const std::string huge_gpt_count =
     "sgdisk -n 1:2048:+1M -t 1:0700 $D && put() { dd of=$D bs=1 seek=$1 conv=notrunc; } &&"
-    "zeros='\\0\\0\\0\\0' && printf $zeros | put 528 && printf $zeros | put 600 && printf $N | put 592 &&"
+    "zeros='\\0\\0\\0\\0' && printf $zeros | put 528 && printf $zeros | put 600 && printf '\\0\\0\\0\\2' | "
+    "put 592 &&"
     "dd if=$D bs=4 skip=128 count=23 | gzip | tail -c 8 | head -c 4 | put 528";
 
 TEST_F(machine, damaged_tables)
@@ -231,21 +222,16 @@ TEST_F(machine, damaged_tables)
     write_record("sda", 0, {{5, 2048, 20000}});
     for (const std::uint32_t at : {0U, 1000U})
         write_record("sda", 2048 + at, {{0x83, 1, 100}, {5, 1000, 500}});
-    add_disk("sdb"); // a chain of empty records that name each other
-    write_record("sdb", 0, {{5, 2048, 20000}});
-    for (const auto &[at, next] : {std::pair{0U, 10U}, {10U, 20U}, {20U, 10U}})
-        write_record("sdb", 2048 + at, {{0, 0, 0}, {5, next, 500}});
-    add_disk("sdc", "N='\\0\\0\\0\\0' && " + set_gpt_count);
-    add_disk("sdd", "N='\\0\\0\\0\\2' && " + set_gpt_count);
-    for (const auto &[name, drives] : {std::pair{"sde", 61U}, {"sdf", 30U}}) {
+    add_disk("sdb", huge_gpt_count);
+    for (const auto &[name, drives] : {std::pair{"sdc", 61U}, {"sdd", 30U}}) {
         add_disk(name); // the last record names one that is not there
         write_record(name, 0, {{5, 2048, 30000}});
         for (std::uint32_t i = 0; i < drives; i++)
             write_record(name, 2048 + i * 400, {{0x83, 1, 399}, {5, (i + 1) * 400, 400}});
     }
-    add_disk("sdg", "sgdisk -n 1:2048:+1M -t 1:0700 $D && dd if=/dev/zero of=$D bs=512 seek=32767 count=1");
-    add_disk("sdh"); // overlapping partitions, and one that ends beyond the disk
-    write_record("sdh", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
+    add_disk("sde", "sgdisk -n 1:2048:+1M -t 1:0700 $D && dd if=/dev/zero of=$D bs=512 seek=32767 count=1");
+    add_disk("sdf"); // overlapping partitions, and one that ends beyond the disk
+    write_record("sdf", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
 
     add_disk("sdi"); // without a table, like the next, where only the signature is right
     add_disk("sdj", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
@@ -253,9 +239,9 @@ TEST_F(machine, damaged_tables)
     EXPECT_THAT(describe_disk_notes(notes), HasSubstr(": sdb, sdc, sdd, sde."));
     for (const char *lines :
          {"80 sda 32768*512: 1-2048+20000x 5E2049+100l 6F3049+100l\n81 sdb 32768*512:\n82 sdc 32768*512:\n"
-          "83 sdd 32768*512:\n84 sde 32768*512:\n85 sdf 32768*512: 1-2048+30000x 5G2049+399l 6H",
-          " 24Z9649+399l 25[10049+399l ", "\n86 sdg gpt 32768*512: 1C2048+2048\n",
-          "\n87 sdh 32768*512: 1D2048+2048 2e3000+2048 3f9000+1073741824\n"})
+          "83 sdd 32768*512: 1-2048+30000x 5G2049+399l 6H",
+          " 24Z9649+399l 25[10049+399l ", "\n84 sde gpt 32768*512: 1C2048+2048\n",
+          "\n85 sdf 32768*512: 1D2048+2048 2e3000+2048 3f9000+1073741824\n"})
         EXPECT_THAT(disks, HasSubstr(lines));
 }
 
@@ -264,7 +250,6 @@ TEST_F(machine, reader_has_nothing_of_the_program_and_does_not_outlive_it)
     add_disk("sda", "rm $D && mkfifo $D"); // a disk that hangs
     const partition_table table =
         read_partition_table("/dev/sda", table_depth::whole_table, std::chrono::milliseconds(300));
-    EXPECT_TRUE(table.openable);
     EXPECT_EQ(table.path + table.type, "/dev/sda");
     EXPECT_EQ(table.failure, "the reader did not finish within 300 ms");
     prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -276,8 +261,7 @@ TEST_F(machine, reader_has_nothing_of_the_program_and_does_not_outlive_it)
     EXPECT_GT(wait(nullptr), 0) << "the orphaned reader";
     prctl(PR_SET_CHILD_SUBREAPER, 0);
 
-    const owned_fd lock(
-        open(root.write("lock", "").c_str(), O_RDONLY)); // NOLINT: one that would be inherited
+    const owned_fd lock(open(root.write("lock", "").c_str(), O_RDONLY)); // NOLINT: to be inherited
     replace_reader("cd " + root.path().string() +
                    "; exec >seen; tr '\\0' '\\n' </proc/$$/environ; ls -l /proc/$$/fd | grep -c lock$");
     EXPECT_EQ(list(), "80 sda 0*0:\n") << "it says nothing";
