@@ -43,6 +43,6 @@ bool is_fat_fs(const part &p);
 // True for the file systems that the firmware reads, so that they are mounted and browsed.
 bool is_supported_fs(const part &p);
 
-// A name that may stand in a path or on a command line, as the kernel's names of disks do: letters, digits, and
-// behind the first of them also "_", "-" and ".".
+// A name that may stand in a path or on a command line, as the kernel's names of disks do: letters, digits,
+// and behind the first of them also "_", "-" and ".".
 [[nodiscard]] bool is_device_name(std::string_view name);
