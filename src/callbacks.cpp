@@ -42,9 +42,8 @@ void clear_file_marks(struct app *app)
     file_store *store = filebrowser_store(app);
     // The main loop runs in between; whatever it does, the rows stay.
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
-    progress_start(app);
+    const progress_scope progress(app);
     clear_files_below(app, store, *file_store_top(store));
-    progress_stop(app);
 }
 
 // Unmarks a row, the siblings after it and everything below them.
@@ -101,8 +100,10 @@ void on_files_default_clicked(GtkWidget *, struct app *app)
 {
     if (!confirmed(app, _("Do you really want to set default selection?")))
         return;
-    clear_file_marks(app);
     file_store *store = filebrowser_store(app);
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
+    const progress_scope progress(app);
+    clear_file_marks(app);
     for (const std::string &path : generate_defaults()) {
         if (ending())
             return;
@@ -113,6 +114,7 @@ void on_files_default_clicked(GtkWidget *, struct app *app)
             trace_log("Mark file %s", path.c_str());
             mark_iter(app, store, row, 1);
         }
+        progress_run_main_loop(app);
     }
     files_changed = 1;
 }

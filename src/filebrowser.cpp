@@ -119,8 +119,12 @@ void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app
 {
     trace_log("Enter *");
     file_node *row = file_store_row(iter);
-    load_iter(app, filebrowser_store(app), row);
-    make_room_for_children(app, *row);
+    // The main loop runs in between; whatever it does, the rows stay.
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(filebrowser_store(app))));
+    const progress_scope progress(app);
+    load_iter(app, held.get(), row);
+    if (app->filebrowser)
+        make_room_for_children(app, *row);
     trace_log("Success *");
 }
 

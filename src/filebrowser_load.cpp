@@ -26,12 +26,14 @@ namespace {
 // The board's limit for the path of a file below its mount directory.
 constexpr std::size_t longest_relative_path = 253;
 
-// The entries that scandir chose. Empty when the directory cannot be read.
+// The entries that scandir chose. Empty when the directory cannot be read. Reading and sorting a large
+// directory take long by themselves, so the main loop gets its turns in between.
 class directory_list {
 public:
-    directory_list(const std::string &directory, int (*filter)(const dirent *))
-        : count_(scandir(directory.c_str(), &entries_, filter, alphasort))
+    directory_list(struct app *app, const std::string &directory, int (*filter)(const dirent *))
     {
+        reader_ = {app, filter};
+        count_ = scandir(directory.c_str(), &entries_, choose, compare);
         if (count_ < 0) {
             const int reason = errno;
             trace_log("scandir() failed");
@@ -52,8 +54,24 @@ public:
     dirent **end() const { return entries_ + std::max(count_, 0); }
 
 private:
+    static int choose(const dirent *entry)
+    {
+        progress_run_main_loop(reader_.app);
+        return ending() ? 0 : reader_.filter(entry);
+    }
+    static int compare(const dirent **one, const dirent **other)
+    {
+        progress_run_main_loop(reader_.app);
+        return alphasort(one, other);
+    }
+
+    // scandir hands its helpers nothing of ours. During an operation no other one begins.
+    static inline struct {
+        struct app *app;
+        int (*filter)(const dirent *);
+    } reader_ = {};
     dirent **entries_ = nullptr;
-    int count_;
+    int count_ = 0;
 };
 
 // A directory being read. All its entries that are shown lie on its own mount, so what is asked of a mount is
@@ -128,29 +146,40 @@ bool shows_file(const directory_source &directory, const char *name, struct stat
     return length <= longest_relative_path && S_ISREG(status.st_mode);
 }
 
-void load_directories(struct app *app, file_store *store, file_node *row, const directory_source &directory)
+// A row to be. The rows of a directory are made when all are known, so that nobody sees some of them move
+// away from under the pointer.
+struct found_entry {
+    std::string name;
+    std::uint64_t size = 0; // bytes; of a file
+};
+
+std::vector<found_entry> find_directories(struct app *app, const directory_source &directory)
 {
     trace_log("Loading directory list...");
-    for (const dirent *entry : directory_list(directory.path, dir_filter)) {
+    std::vector<found_entry> found;
+    for (const dirent *entry : directory_list(app, directory.path, dir_filter)) {
         if (ending())
-            return;
+            break;
         if (shows_directory(directory, entry->d_name))
-            append_dir(store, row, entry->d_name, row->mount);
+            found.push_back({entry->d_name});
         progress_run_main_loop(app);
     }
+    return found;
 }
 
-void load_files(struct app *app, file_store *store, file_node *row, const directory_source &directory)
+std::vector<found_entry> find_files(struct app *app, const directory_source &directory)
 {
     trace_log("Loading file list...");
+    std::vector<found_entry> found;
     struct stat status;
-    for (const dirent *entry : directory_list(directory.path, file_filter)) {
+    for (const dirent *entry : directory_list(app, directory.path, file_filter)) {
         if (ending())
-            return;
+            break;
         if (shows_file(directory, entry->d_name, status))
-            append_file(store, row, entry->d_name, static_cast<std::uint64_t>(status.st_size));
+            found.push_back({entry->d_name, static_cast<std::uint64_t>(status.st_size)});
         progress_run_main_loop(app);
     }
+    return found;
 }
 
 bool is_dot_entry(const dirent *entry)
@@ -251,9 +280,13 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
     row->not_loaded = false; // before reading: a directory that fails is not tried again
     file_store_changed(store, row);
     const directory_source directory = open_for_rows(*row);
-    load_directories(app, store, row, directory);
-    load_files(app, store, row, directory);
-    row->children.shrink_to_fit();
+    std::vector<found_entry> directories = find_directories(app, directory);
+    std::vector<found_entry> files = find_files(app, directory);
+    row->children.reserve(1 + directories.size() + files.size());
+    for (found_entry &found : directories)
+        append_dir(store, row, std::move(found.name), row->mount);
+    for (found_entry &found : files)
+        append_file(store, row, std::move(found.name), found.size);
     if (!row->children.empty())
         file_store_remove(store, row->children.front().get()); // the placeholder
     return 0;

@@ -88,11 +88,10 @@ bool toggle_iter(struct app *app, file_store *store, file_node *row)
         mark_iter(app, store, row, !row->marked);
         return row->marked;
     }
-    g_object_ref(store); // whatever the main loop does meanwhile
-    progress_start(app);
+    // Whatever the main loop does meanwhile, the rows stay.
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
+    const progress_scope progress(app);
     mark_recursive(app, store, row, !row->marked);
-    progress_stop(app);
-    g_object_unref(store);
     return false;
 }
 
@@ -140,6 +139,8 @@ void multiple_select(struct app *app, GtkTreeView *view, file_store *store, file
     if (!cursor || cursor->is_dir())
         return;
     const int value = !clicked->marked;
+    const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
+    const progress_scope progress(app);
     if (cursor->parent == clicked->parent) {
         if (clicked->position < cursor->position)
             mark_range(app, store, clicked, cursor, value);

@@ -2,6 +2,7 @@
 
 #include "app.h"
 #include "common/board.h"
+#include "common/disk_notes.h"
 #include "common/iconvert.h"
 #include "common/owned.h"
 #include "display_text.h"
@@ -49,6 +50,21 @@ owned_gchar template_paths_text(const struct app &app)
                         display_text(app.pelva_db_path).c_str(), letter, display_text(board_path).c_str()));
 }
 
+// Which disks the pages do not show, or not in full.
+void show_disk_notes(const struct app &app)
+{
+    GtkWidget *label = described_widget(app.xml, "disk_notes");
+    GtkWidget *frame = described_widget(app.xml, "info_disks");
+    GtkWidget *image = described_widget(app.xml, "info_disks_image");
+    const std::string text = describe_disk_notes(app.disk_notes);
+    if (!label || !frame || !image || text.empty())
+        return;
+    gtk_label_set_text(GTK_LABEL(label), text.c_str());
+    if (notes_warn(app.disk_notes))
+        gtk_image_set_from_stock(GTK_IMAGE(image), GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_DND);
+    gtk_widget_show(frame);
+}
+
 } // namespace
 
 const char *get_package_version()
@@ -75,5 +91,6 @@ int infobrowser_init(struct app *app)
     }
     gtk_label_set_text(GTK_LABEL(label), template_paths_text(*app).get());
     wrap_anywhere(GTK_LABEL(label));
+    show_disk_notes(*app);
     return 1;
 }

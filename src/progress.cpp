@@ -5,6 +5,8 @@
 
 #include <gtk/gtk.h>
 
+#include <vector>
+
 namespace {
 
 constexpr gint64 show_delay = 100;    // milliseconds
@@ -28,6 +30,43 @@ void stop_timer(guint &source)
     source = 0;
 }
 
+bool lasts_long(gint64 now)
+{
+    return now - started >= show_delay * 1000;
+}
+
+// Releases are none: what was pressed before must come to its end.
+bool is_new_input(const GdkEvent *event)
+{
+    switch (event->type) {
+    case GDK_BUTTON_PRESS:
+    case GDK_2BUTTON_PRESS:
+    case GDK_3BUTTON_PRESS:
+    case GDK_SCROLL:
+    case GDK_KEY_PRESS:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Takes away what was pressed until now and not looked at yet; everything else stays in its order.
+void drop_waiting_input()
+{
+    GdkDisplay *display = gdk_display_get_default();
+    if (!display)
+        return;
+    gdk_display_sync(display);
+    std::vector<GdkEvent *> waiting;
+    while (GdkEvent *event = gdk_display_get_event(display))
+        waiting.push_back(event);
+    for (GdkEvent *event : waiting) {
+        if (!is_new_input(event))
+            gdk_display_put_event(display, event);
+        gdk_event_free(event);
+    }
+}
+
 } // namespace
 
 void progress_start(struct app *app)
@@ -41,12 +80,26 @@ void progress_start(struct app *app)
 
 void progress_stop(struct app *app)
 {
+    if (app->progress_pending && lasts_long(g_get_monotonic_time()))
+        drop_waiting_input();
     // A timer left over from this operation would disturb the next one.
     stop_timer(show_source);
     stop_timer(pulse_source);
     if (app->progress_window)
         gtk_widget_hide(app->progress_window);
     app->progress_pending = 0;
+}
+
+progress_scope::progress_scope(struct app *app) : app_(app->progress_pending ? nullptr : app)
+{
+    if (app_)
+        progress_start(app_);
+}
+
+progress_scope::~progress_scope()
+{
+    if (app_)
+        progress_stop(app_);
 }
 
 int progress_show(void *data)
@@ -77,7 +130,7 @@ void progress_run_main_loop(struct app *app)
     if (!app->progress_pending || ending())
         return;
     const gint64 now = g_get_monotonic_time();
-    if (now - started < show_delay * 1000 || now - last_turn < turn_interval)
+    if (!lasts_long(now) || now - last_turn < turn_interval)
         return;
     // The window must be up, and take all input, before the first event is looked at.
     if (show_source) {

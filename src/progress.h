@@ -3,9 +3,23 @@
 
 struct app;
 
-// Bracket a long operation. They do not nest: a second start changes nothing, one stop ends it.
+// Bracket a long operation. They do not nest: a second start changes nothing, one stop ends it. What was
+// pressed or scrolled during an operation that lasted long enough to be shown is dropped, whenever it is
+// looked at: it was meant for rows that may have moved since.
 void progress_start(struct app *app);
 void progress_stop(struct app *app);
+
+// Brackets a long operation that may be a part of another one, which it then leaves going.
+class progress_scope {
+public:
+    explicit progress_scope(struct app *app);
+    ~progress_scope();
+    progress_scope(const progress_scope &) = delete;
+    progress_scope &operator=(const progress_scope &) = delete;
+
+private:
+    struct app *app_; // null inside another operation
+};
 
 // To be called often in between: lets the main loop run, without waiting, when it last ran so long ago that
 // the user would notice. Before the window is shown (and keeps input away from the rest) it does nothing, so

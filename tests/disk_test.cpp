@@ -1,6 +1,7 @@
 // Discovery on machines whose disks are image files: what the kernel lists, what libparted reads of sound,
 // damaged and deadly tables, and what comes out as the disk list.
 #include "common/disk.h"
+#include "common/disk_notes.h"
 #include "common/host.h"
 #include "common/partition_table.h"
 #include "common/table_record.h"
@@ -17,6 +18,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -90,7 +92,7 @@ protected:
     std::string list()
     {
         std::list<disk> disks;
-        EXPECT_EQ(get_disk_list(disks), 0);
+        EXPECT_EQ(get_disk_list(disks, notes), 0);
         std::ostringstream text;
         for (const disk &d : disks) {
             text << std::hex << d.drive_number << std::dec << " " << d.name << (d.is_gpt ? " gpt " : " ")
@@ -108,6 +110,7 @@ protected:
     scratch_directory root;
     replaced_host host{root.path()};
     recorded_commands commands;
+    std::vector<disk_note> notes;
     std::string lsblk, listed = "major minor  #blocks  name\n\n";
 };
 
@@ -133,7 +136,7 @@ TEST_F(machine, lists_whole_disks_and_arrays)
 TEST_F(machine, system_disk_comes_first)
 {
     std::list<disk> disks;
-    EXPECT_EQ(get_disk_list(disks), -1);
+    EXPECT_EQ(get_disk_list(disks, notes), -1);
     add_disk("sda");
     list();
     EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
@@ -158,7 +161,7 @@ TEST_F(machine, system_disk_comes_first)
     for (const auto &c : cases) {
         lsblk = c.lsblk;
         show_in_sys(root_device + c.links);
-        EXPECT_EQ(get_disk_list(disks), 0);
+        EXPECT_EQ(get_disk_list(disks, notes), 0);
         EXPECT_EQ(disks.front().name, c.first) << c.lsblk << c.links;
     }
     EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
@@ -172,6 +175,11 @@ TEST_F(machine, system_disk_comes_first)
 
 TEST_F(machine, disk_list)
 {
+    for (const char *name : {"nvme0n1", "mmcblk0", "mmcblk0boot0", "sdaa", "vda", "sr0", "fd0"}) {
+        root.write("sys/block/" + std::string(name) + "/device", "");
+        listed += "   8        0  16384 " + std::string(name) + "\n";
+    }
+    listed += " 7 0 9 loop0\n 259 1 9 nvme0n1p1\n 65 161 9 sdaa1\n 253 0 9 dm-0\n";
     add_disk("sda",
              "printf '1:start=2048,size=8192,bootable\\n2:start=10240,size=9000,type=5\\n"
              "5:start=12288,size=2048,type=82\\n6:start=16384,size=2048,type=8e\\n"
@@ -194,6 +202,9 @@ TEST_F(machine, disk_list)
                           "5G12288+2048ls 6H16384+2048lv\n"
                           "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n84 sdf 32768*512:\n"
                           "85 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n");
+    EXPECT_THAT(describe_disk_notes(notes),
+                AllOf(HasSubstr("opened: sdd."), HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
+                                                           "sdaa (behind sdz), vda, sdc (removable).")));
     if (!has_node)
         GTEST_SKIP() << "device nodes cannot be made here";
 }
@@ -236,7 +247,10 @@ TEST_F(machine, damaged_tables)
     add_disk("sdh"); // overlapping partitions, and one that ends beyond the disk
     write_record("sdh", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
 
+    add_disk("sdi"); // without a table, like the next, where only the signature is right
+    add_disk("sdj", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
     const std::string disks = list();
+    EXPECT_THAT(describe_disk_notes(notes), HasSubstr(": sdb, sdc, sdd, sde."));
     for (const char *lines :
          {"80 sda 32768*512: 1-2048+20000x 5E2049+100l 6F3049+100l\n81 sdb 32768*512:\n82 sdc 32768*512:\n"
           "83 sdd 32768*512:\n84 sde 32768*512:\n85 sdf 32768*512: 1-2048+30000x 5G2049+399l 6H",

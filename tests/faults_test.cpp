@@ -132,7 +132,8 @@ TEST_F(faulty_machine, disks)
     recorded_commands shell;
     const auto read = [] {
         std::list<disk> disks;
-        const int result = get_disk_list(disks);
+        std::vector<disk_note> notes;
+        const int result = get_disk_list(disks, notes);
         bool whole = disks.size() == 2, right = true;
         for (const disk &d : disks) {
             whole = whole && d.parts.size() == (d.name == "sda" ? 2U : 1U);

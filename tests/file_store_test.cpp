@@ -1,4 +1,4 @@
-// The store under GTK's own view and models, which know of the tree only what the signals have told them.
+// The store under GTK's own view, which knows of the tree only what the signals have told it.
 #include "gtk_support.h"
 #include "tree_support.h"
 
@@ -64,10 +64,6 @@ TEST(file_store, keeps_a_view_and_models_on_top_true)
     partition.show();
     GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
     file_store *store = partition.store;
-    const owned_object<GtkTreeModel> sorted(gtk_tree_model_sort_new_with_model(GTK_TREE_MODEL(store))),
-        filtered(gtk_tree_model_filter_new(GTK_TREE_MODEL(store), nullptr));
-    gtk_tree_sortable_set_sort_column_id(GTK_TREE_SORTABLE(sorted.get()), file_column_name,
-                                         GTK_SORT_DESCENDING);
     std::set<file_node *> announced, due;
     const auto note = +[](GtkTreeModel *, GtkTreePath *, GtkTreeIter *iter, std::set<file_node *> *changed) {
         changed->insert(file_store_row(iter));
@@ -78,7 +74,7 @@ TEST(file_store, keeps_a_view_and_models_on_top_true)
     for (int step = 0; step < 5000 && !HasFatalFailure(); step++) {
         file_node *row = rows[random() % rows.size()];
         const owned_path path = path_of(store, row);
-        const auto action = random() % 13;
+        const auto action = random() % 12;
         if (action < 5 && row->is_dir()) {
             const file_kind kind = random() % 2 ? file_kind::directory : file_kind::file;
             rows.push_back(append_row(store, random() % 20 ? row : file_store_top(store), kind,
@@ -94,11 +90,8 @@ TEST(file_store, keeps_a_view_and_models_on_top_true)
                 due.insert(row);
         } else if (action < 11) {
             gtk_tree_view_expand_row(view, path.get(), FALSE);
-        } else if (action == 11) {
-            gtk_tree_view_collapse_row(view, path.get());
         } else {
-            expect_children(sorted.get(), to_sorted, path.get(), *row);
-            expect_children(filtered.get(), to_filtered, path.get(), *row);
+            gtk_tree_view_collapse_row(view, path.get());
         }
         if (step % 16 == 0) {
             settle();

@@ -50,7 +50,11 @@ TEST(infobrowser, shows_versions_and_where_the_templates_lie)
         app.separator = c.separator;
         app.pelva_db_path = c.path;
         app.short_path = app.pelva_db_path.c_str() + 5;
+        if (c.card == 0)
+            app.disk_notes = {{"mmcblk0", disk_note_reason::mmc}};
         EXPECT_EQ(infobrowser_init(&app), 1);
+        EXPECT_EQ(windows.label("disk_notes").find("mmcblk0") != std::string::npos, c.card == 0);
+        EXPECT_EQ(gtk_widget_get_visible(windows.widget("info_disks")), c.card == 0);
         EXPECT_EQ(pvisCard(), c.card);
         EXPECT_EQ(windows.label("label_version"), "Software version: 3.0.m2-2\n" + c.firmware);
         int width = 0;

@@ -57,7 +57,7 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     fs::current_path(here);
     const std::string file = directory + "/file";
     for (const std::string &path :
-         {std::string("relative"), std::string(), file, file + "/", file + "/new"}) {
+         {std::string("relative"), std::string(), file, file + "/", file + "/new", here + "/no/pelva"}) {
         testing::internal::CaptureStderr();
         record = environment();
         EXPECT_EQ(start(path), 1) << path;
@@ -66,4 +66,10 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.tmpdir, "") << path;
         EXPECT_FALSE(fs::exists("relative"));
     }
+    scratch.write("sys/block/nvme0n1/device", "");
+    scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(start(directory), 1) << "no disk with a number";
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("nvme0n1 (NVMe), sdb (removable)"),
+              std::string::npos);
 }

@@ -23,7 +23,7 @@ browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host
     app.pelva_db_mt = &app.mounts.front();
     app.short_path = app.pelva_db_path.c_str();
     app.separator = '/';
-    mount("/dev/sda1 " + files.path().string() + " " + fs_type + " rw 0 0\n");
+    host.write("proc/mounts", "/dev/sda1 " + files.path().string() + " " + fs_type + " rw 0 0\n");
     store = create_model(&app);
 }
 
@@ -37,11 +37,6 @@ browsed_partition::~browsed_partition()
         release_window_description(app.xml);
     }
     g_object_unref(store);
-}
-
-void browsed_partition::mount(const std::string &lines)
-{
-    host.write("proc/mounts", mounts += lines);
 }
 
 file_node *browsed_partition::row(const std::string &path) const

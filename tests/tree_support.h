@@ -16,14 +16,12 @@ struct browsed_partition : not_copied {
     file_node *root() const { return file_store_top(store)->children.front().get(); }
     file_node *row(const std::string &path) const; // null when no such row is loaded
     file_node *loaded(const std::string &path);    // the same after reading all directories on the path
-    void mount(const std::string &lines);          // adds lines to the replaced /proc/mounts
     void show();                                   // builds the page and shows the window
 
     scratch_directory files, host;
     replaced_host replaced;
     struct app app;
     file_store *store = nullptr;
-    std::string mounts;
 };
 
 // Names of the children, each followed by its own in brackets when it has some.

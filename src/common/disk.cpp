@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -48,23 +49,76 @@ bool is_disk_name(const std::string &name)
 // The format of /proc/partitions: two lines of heading, then "   8        0  488386584 sda".
 std::vector<std::string> parse_partitions(std::FILE *stream)
 {
-    std::vector<std::string> devices;
+    std::vector<std::string> names;
     for (int heading = 0; heading < 2; heading++) {
         if (!skip_line(stream))
-            return devices;
+            return names;
     }
     int major, minor;
     long long blocks;
     std::array<char, 256> name;
     while (std::fscanf(stream, "%3d %3d %20lld %255s", &major, &minor, &blocks, name.data()) == 4) {
         skip_line(stream);
-        if (!is_disk_name(name.data()))
+        names.emplace_back(name.data());
+    }
+    return names;
+}
+
+// The names of all block devices, as the kernel lists them.
+std::vector<std::string> listed_names()
+{
+    const owned_file partitions(std::fopen(host_path("/proc/partitions").c_str(), "re"));
+    if (!partitions) {
+        trace_log("Unable to open /proc/partitions");
+        return {};
+    }
+    std::vector<std::string> names = parse_partitions(partitions.get());
+    if (std::ferror(partitions.get())) {
+        // The disks behind the place would be missing, and others numbered in their stead.
+        trace_log("Unable to read /proc/partitions");
+        return {};
+    }
+    return names;
+}
+
+std::vector<std::string> numbered_devices(const std::vector<std::string> &names)
+{
+    std::vector<std::string> devices;
+    for (const std::string &name : names) {
+        if (!is_disk_name(name))
             continue;
-        trace_log("add device %s", name.data());
-        std::string device = "/dev/" + std::string(name.data());
+        trace_log("add device %s", name.c_str());
+        std::string device = "/dev/" + name;
         devices.insert(std::ranges::upper_bound(devices, device), std::move(device));
     }
     return devices;
+}
+
+// Whether somebody would call it a disk: no partition, nothing that is made of other disks or of memory (only
+// hardware has this link), no optical drive, floppy disk or flash chip, nor the areas of an eMMC disk that
+// start the machine.
+bool is_hardware_disk(const std::string &name)
+{
+    const auto is_kind = [&name](const char *kind) { return name.starts_with(kind); };
+    const bool is_other = is_kind("sr") || is_kind("fd") || is_kind("mtdblock") ||
+                          (is_kind("mmcblk") && name.find_first_of("br", 6) != std::string::npos);
+    return !is_other && access(host_path("/sys/block/" + name + "/device").c_str(), F_OK) == 0;
+}
+
+// The disks of kinds that the firmware does not number.
+std::vector<disk_note> note_other_kinds(const std::vector<std::string> &names)
+{
+    std::vector<disk_note> notes;
+    for (const std::string &name : names) {
+        const bool is_sd = name.starts_with("sd");
+        if ((is_sd && name.size() <= 3) || !is_hardware_disk(name))
+            continue;
+        notes.push_back({name, is_sd                        ? disk_note_reason::behind_sdz
+                               : name.starts_with("nvme")   ? disk_note_reason::nvme
+                               : name.starts_with("mmcblk") ? disk_note_reason::mmc
+                                                            : disk_note_reason::other_kind});
+    }
+    return notes;
 }
 
 // The format of /proc/mdstat: "md0 : active raid1 sdb[1](F) sda[0]".
@@ -161,20 +215,27 @@ void add_parts(disk &d, const partition_table &table)
     }
 }
 
-// The disk with its partitions; nothing when it cannot be opened or is removable.
-std::optional<disk> read_disk(const table_reading &started, std::uint32_t drive_number)
+// The disk with its partitions; nothing when it cannot be opened or is removable. What there is to note of it
+// is added to the notes.
+std::optional<disk> read_disk(const table_reading &started, std::uint32_t drive_number,
+                              std::vector<disk_note> &notes)
 {
     const bool removable = started.depth == table_depth::device_only;
     const partition_table table = finish_reading(started);
+    const auto note = [&](disk_note_reason reason) { notes.push_back({base_name(table.path), reason}); };
     if (!table.openable) {
         trace_log_open("Cant open device %s", started.device.c_str());
+        note(removable ? disk_note_reason::removable : disk_note_reason::cannot_open);
         return std::nullopt;
     }
     trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
     if (removable) {
         trace_log("Device %s is removable, skipping", table.path.c_str());
+        note(disk_note_reason::removable);
         return std::nullopt;
     }
+    if (table.unreadable)
+        note(disk_note_reason::unreadable);
     if (table.failure.empty())
         trace_log("Partition table is : %s", table.type.c_str());
     else
@@ -207,18 +268,7 @@ std::optional<std::string> find_raid_mapping_for_device(const std::string &name)
 
 std::vector<std::string> get_device_from_proc()
 {
-    const owned_file partitions(std::fopen(host_path("/proc/partitions").c_str(), "re"));
-    if (!partitions) {
-        trace_log("Unable to open /proc/partitions");
-        return {};
-    }
-    std::vector<std::string> devices = parse_partitions(partitions.get());
-    if (std::ferror(partitions.get())) {
-        // The disks behind the place would be missing, and others numbered in their stead.
-        trace_log("Unable to read /proc/partitions");
-        return {};
-    }
-    return devices;
+    return numbered_devices(listed_names());
 }
 
 int is_removable(const std::string &device)
@@ -229,9 +279,11 @@ int is_removable(const std::string &device)
     return first == EOF ? -1 : first - '0';
 }
 
-int get_disk_list(std::list<disk> &disks)
+int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
 {
-    std::vector<std::string> devices = get_device_from_proc();
+    const std::vector<std::string> names = listed_names();
+    std::vector<std::string> devices = numbered_devices(names);
+    notes = note_other_kinds(names);
     if (devices.empty()) {
         trace_log("Error: cannot get any devices from /proc/partitions");
         return -1;
@@ -245,7 +297,7 @@ int get_disk_list(std::list<disk> &disks)
         readings.push_back(start_reading(device, is_removable(device) != 0 ? table_depth::device_only
                                                                            : table_depth::whole_table));
     for (const table_reading &started : readings) {
-        if (std::optional<disk> d = read_disk(started, drive_number)) {
+        if (std::optional<disk> d = read_disk(started, drive_number, notes)) {
             disks.push_back(std::move(*d));
             drive_number++;
         }

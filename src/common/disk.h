@@ -21,9 +21,26 @@ struct disk {
     std::list<part> parts;                              // ascending partition number
 };
 
-// Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk. A disk whose
-// table cannot be read stays in the list without partitions: the firmware numbers it too.
-[[nodiscard]] int get_disk_list(std::list<disk> &disks);
+// Why a disk of the machine is not in the list, or is there without its partitions.
+enum class disk_note_reason {
+    nvme,        // of a kind that the firmware does not number
+    mmc,         //
+    behind_sdz,  //
+    other_kind,  //
+    removable,   // neither are these numbered
+    cannot_open, // would have a number
+    unreadable,  // listed and numbered; it seems to have a partition table, but that could not be read
+};
+
+struct disk_note {
+    std::string name; // base name, e.g. "nvme0n1"
+    disk_note_reason reason;
+};
+
+// Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk that the
+// firmware numbers. A disk whose table cannot be read stays in the list without partitions: the firmware
+// numbers it too. `notes` receives what the user must know of disks.
+[[nodiscard]] int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes);
 
 // The whole disks and md arrays that the kernel lists, without members of arrays, as ascending device paths
 // (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.

@@ -8,9 +8,11 @@
 #include <cstdint>
 #include <list>
 #include <string>
+#include <vector>
 
 struct environment {
     std::list<disk> disks;              // in the firmware's disk order
+    std::vector<disk_note> disk_notes;  // on those that are left out, or not read
     std::list<mount_entry> mounts;      // in the order they were made
     std::string tmpdir;                 // temporary mount directory of this run, "/tmp/tarnel%d"
     std::string pelva_db_path;          // template directory as a Linux path

@@ -1,5 +1,6 @@
 #include "common/misc.h"
 
+#include "common/disk_notes.h"
 #include "common/environment.h"
 #include "common/file_format.h"
 #include "common/filesystem.h"
@@ -88,14 +89,22 @@ bool find_template_mountpoint(environment *env)
     return true;
 }
 
+// Why a disk that the user looks for may not be there.
+void print_disk_notes(const environment &env)
+{
+    if (const std::string text = describe_disk_notes(env.disk_notes); !text.empty())
+        std::fprintf(stderr, "%s\n", text.c_str());
+}
+
 bool prepare_partitions(environment *env)
 {
-    if (get_disk_list(env->disks) != 0) {
+    if (get_disk_list(env->disks, env->disk_notes) != 0 || env->disks.empty()) {
         trace_log("get_disk_list() failed");
         std::fprintf(
             stderr, "%s\n",
             _("No disks were found. The board checks disks that Linux names sda to sdz, and arrays of "
               "them (md0 and so on). Others, such as NVMe and eMMC disks, have no number there."));
+        print_disk_notes(*env);
         return false;
     }
     trace_log("Mounting partitions");
@@ -118,12 +127,14 @@ bool name_for_firmware(environment *env)
     trace_log("pelva_db_mt: %" PRIxPTR, reinterpret_cast<std::uintptr_t>(env->pelva_db_mt));
     if (!env->pelva_db_mt) {
         trace_log("Unable to determine partition with pelva database, stopping");
-        if (!ending())
+        if (!ending()) {
             std::fprintf(
                 stderr,
                 _("The template directory (%s) is on no partition that the board can read: ext2, ext3, "
                   "ext4, FAT16, FAT32 or NTFS on a fixed disk\n"),
                 env->pelva_db_path.c_str());
+            print_disk_notes(*env);
+        }
         return false;
     }
     trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());

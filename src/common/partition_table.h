@@ -32,6 +32,7 @@ struct partition_table {
     std::string type;
     std::vector<table_entry> entries; // without free space and metadata, in table order
     std::string failure;              // why no table was read, for the trace
+    bool unreadable = false;          // none was read, although the disk seems to have one
 };
 
 enum class table_depth { device_only, whole_table };

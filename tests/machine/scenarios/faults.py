@@ -5,7 +5,7 @@ import subprocess
 
 import templates
 from marking import DRIVES, open_page
-from robot import Tool, check, check_equal, shell, wait
+from robot import SHARE, Tool, check, check_equal, shell, wait, xdotool
 
 PELVA = "/mnt/fat/pelva"
 
@@ -78,4 +78,23 @@ def slow_disk():
         subprocess.run(["rmmod", "scsi_debug"], check=False)
 
 
-SCENARIOS = [failed_saves, slow_disk]
+def slow_directory():
+    """A slow directory unfolds at once behind the progress window; what is pressed meanwhile, early or late, is dropped"""
+    tool = Tool(LD_PRELOAD=f"{SHARE}/slow.so")
+    tool.start()
+    tool.expand("/dev/sda5")
+    row = tool.show("filebrowser", "/dev/sda5", "many files")
+    middle = row.y + row.height // 2
+    xdotool("mousemove", row.x - 10, middle, "click", 1, "mousemove", row.x + 10, middle, "click", 3)
+    look = wait(lambda: (look := tool.look()).widget("progressbar") and look, "the progress window")
+    check_equal([below.texts for below in look.children("filebrowser", row.path)], [["Loading, please wait..."]], "rows")
+    tool.picture("unfolding")
+    tool.press("alt+F4")
+    while (look := tool.look()).widget("progressbar"):
+        tool.click(row, 3)
+    check(len(look.children("filebrowser", row.path)) >= 4000, "rows are missing")
+    check_equal(tool.look().widget("total_files_selected").text, "0", "marked files")
+    tool.quit()
+
+
+SCENARIOS = [failed_saves, slow_disk, slow_directory]

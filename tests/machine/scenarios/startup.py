@@ -62,12 +62,6 @@ def second_copy():
     check(os.path.exists(LOCK), "the lock file is gone")
 
 
-def no_parent():
-    """A template directory whose parent is missing stops it with advice"""
-    check_ended(1, "", "Unable to locate database directory (/nowhere/pelva)\nTry to execute following command:\n"
-                "# mkdir -p '/nowhere/pelva'\n", trace=False, PELVADB="/nowhere/pelva")
-
-
 @contextlib.contextmanager
 def only_disks(*names):
     """While it lasts, the kernel names no other disks, which saves the time of the others."""
@@ -255,5 +249,5 @@ def discovery():
     shell("umount /mnt/fat")
 
 
-SCENARIOS = [not_root, no_lock, second_copy, no_parent, damaged_windows, no_board, killed, standard_streams,
+SCENARIOS = [not_root, no_lock, second_copy, damaged_windows, no_board, killed, standard_streams,
              signalled, launched, discovery]

@@ -1,0 +1,76 @@
+#include "common/disk_notes.h"
+
+#include "common/owned.h"
+#include "i18n.h"
+
+#include <algorithm>
+
+namespace {
+
+bool is_left_out(const disk_note &note)
+{
+    return note.reason != disk_note_reason::cannot_open && note.reason != disk_note_reason::unreadable;
+}
+
+// The kind of a disk that has no number, in words; null when there is no word for it.
+const char *kind_of(disk_note_reason reason)
+{
+    switch (reason) {
+    case disk_note_reason::nvme:
+        return _("NVMe");
+    case disk_note_reason::mmc:
+        return _("eMMC or memory card");
+    case disk_note_reason::behind_sdz:
+        return _("behind sdz");
+    case disk_note_reason::removable:
+        return _("removable");
+    default:
+        return nullptr;
+    }
+}
+
+// The sentence with the names in it, and an empty line behind it; nothing when there are none.
+template<typename filter>
+std::string paragraph(const std::vector<disk_note> &notes, const filter &chosen, const char *sentence)
+{
+    std::string names;
+    for (const disk_note &note : notes) {
+        if (!chosen(note))
+            continue;
+        names += (names.empty() ? "" : ", ") + note.name;
+        if (const char *kind = kind_of(note.reason))
+            names += std::string(" (") + kind + ")";
+    }
+    if (names.empty())
+        return "";
+    const owned_gchar text(g_strdup_printf(sentence, names.c_str()));
+    return std::string(text.get()) + "\n\n";
+}
+
+} // namespace
+
+bool notes_warn(const std::vector<disk_note> &notes)
+{
+    return !std::ranges::all_of(notes, is_left_out);
+}
+
+std::string describe_disk_notes(const std::vector<disk_note> &notes)
+{
+    const auto has = [](disk_note_reason reason) {
+        return [reason](const disk_note &note) { return note.reason == reason; };
+    };
+    std::string text = paragraph(
+        notes, has(disk_note_reason::unreadable),
+        _("No partition table could be read on: %s. The partitions there have no letters here, and the "
+          "letters of others may be wrong. Do not trust a template before the cause is found: a damaged "
+          "table, a failing disk, or more than 60 logical drives."));
+    text += paragraph(
+        notes, has(disk_note_reason::cannot_open),
+        _("Could not be opened: %s. Such a disk has no number here, so the numbers of other disks and "
+          "the letters of their partitions may be wrong. Do not trust a template before the cause is "
+          "found."));
+    text +=
+        paragraph(notes, is_left_out,
+                  _("Not shown, because the board has no number for such disks and cannot check them: %s."));
+    return text.substr(0, text.find_last_not_of('\n') + 1);
+}
