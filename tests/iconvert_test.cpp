@@ -17,7 +17,6 @@ TEST(pvl_iconv, converts_whole_texts_or_nothing)
         {"Файл №1.txt", "utf8", "cp866", "\x94\xA0\xA9\xAB \xFC"s + "1.txt"},
         {"", "utf8", "cp866", ""},
         {"before\0after"s, "utf8", "cp866", "before"},
-        {"half \xD0", "utf8", "cp866", std::nullopt},
         {"wrong \xFFy", "utf8", "cp866", std::nullopt},
         {"text", "no-such-code", "utf-8", std::nullopt},
         {"a\0b\0\0\0c\0"s, "utf-16le", "utf-8", "ab"},

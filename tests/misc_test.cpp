@@ -41,7 +41,6 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva", '\\'},
         {ext, here + "/boot", "/a", directory, "/a/pelva", '/'},
     };
-    setenv("ENABLE_REMOVABLE", "", 1);
     for (const auto &[file_system, mount_directory, root, given, short_path, separator] : samples) {
         record = environment();
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
@@ -52,11 +51,9 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.short_path, short_path);
         EXPECT_EQ(record.separator, separator);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
-        EXPECT_EQ(record.use_removable, 1) << "set, though empty";
     }
     EXPECT_TRUE(shell.commands.front().starts_with("umount /tmp/tarnel")) << "leftovers go first";
 
-    setenv("ENABLE_REMOVABLE", "0", 1);
     fs::current_path(here);
     const std::string file = directory + "/file";
     for (const std::string &path :
@@ -67,7 +64,6 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_NE(testing::internal::GetCapturedStderr().find(path[0] == '/' ? path : '"' + path + '"'),
                   std::string::npos);
         EXPECT_EQ(record.tmpdir, "") << path;
-        EXPECT_EQ(record.use_removable, 0);
         EXPECT_FALSE(fs::exists("relative"));
     }
     scratch.write("sys/block/nvme0n1/device", "");
