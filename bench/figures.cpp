@@ -2,6 +2,7 @@
 // the other tool's run in turn, and medians count. To be started by bench/run.
 #include "common/file_format.h"
 #include "common/owned.h"
+#include "common/table_record.h"
 #include "fat_image.h"
 
 #include <algorithm>
@@ -302,6 +303,9 @@ void make_machine()
     for (const char *description : {"gtk-tarnel.glade", "gtk-tarnel.ui"})
         fs::copy(programs / "../data" / description, share);
     fs::copy(programs / "../data/images", share / "images");
+    const fs::path reader = scratch / fs::path(table_reader_program).relative_path();
+    fs::create_directories(reader.parent_path());
+    fs::copy(programs / "../src/read-table", reader);
 }
 
 // The window comes up with two disks, one of their file systems mounted, and a saved template.

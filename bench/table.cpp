@@ -1,4 +1,4 @@
-// bench_table ROOT DISK: reads the partition table of ROOT/dev/DISK, in the child process, and counts its
+// bench_table ROOT DISK: reads the partition table of ROOT/dev/DISK, with the reader of ROOT, and counts its
 // entries.
 #include "common/host.h"
 #include "common/partition_table.h"

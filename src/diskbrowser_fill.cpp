@@ -7,6 +7,7 @@
 #include "i18n.h"
 #include "trace_log.h"
 
+#include <cinttypes>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,7 +44,7 @@ GtkTreeIter append_group(const tree_filler &filler, GtkTreeIter *parent, const c
 // The sector is marked when the template lists it. Only the first of equal records is used up by that.
 void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk, part *part)
 {
-    const std::uint32_t sector = part ? part->sect_before : 0;
+    const auto sector = static_cast<std::uint32_t>(part ? part->sect_before : 0);
     GtkTreeIter row;
     gtk_tree_store_append(filler.store, &row, parent);
     gtk_tree_store_set(filler.store, &row, disk_column_icon, filler.app->file_normal, disk_column_name, name,
@@ -60,7 +61,13 @@ bool has_row(const part &part)
 {
     if (part.type == free_space_type || part.swap || part.lvm)
         return false;
-    return part.fs_type ? is_supported_fs(part) != 0 : part.extended != 0;
+    if (part.fs_type ? !is_supported_fs(part) : !part.extended)
+        return false;
+    if (part.sect_before <= UINT32_MAX)
+        return true;
+    trace_log("The template cannot hold sector %" PRIu64 ", the first of %s", part.sect_before,
+              partition_name(part).c_str());
+    return false;
 }
 
 void append_disk(tree_filler &filler, disk &disk)
@@ -97,8 +104,8 @@ bool lies_on_known_disk(std::list<disk> &disks, const sector_record &record)
     const std::uint32_t sector = sector_of(record);
     const part *part = find_part_by_sector(disk->parts, sector);
     const std::string name = part ? partition_name(*part) : disk->name;
-    const std::uint32_t relative = part ? sector - part->sect_before : sector;
-    return check_sector_range(disks, name, static_cast<std::int32_t>(relative)) == 0;
+    const std::uint64_t relative = part ? sector - part->sect_before : sector;
+    return check_sector_range(disks, name, static_cast<std::int64_t>(relative)) == 0;
 }
 
 // The records that name no sector of any known disk, one text for each.

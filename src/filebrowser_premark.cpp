@@ -53,17 +53,20 @@ std::optional<std::string> decode_record(struct app *app, lookups &shared, const
     if (!code_page)
         return record;
     trace_log("Convert %s from CP866 to UTF-8", record.c_str());
-    const owned_gchar converted(g_convert(record.c_str(), -1, "UTF-8", "CP866", nullptr, nullptr, nullptr));
+    // Not the letter: behind 'Z' it is a character code and no text.
+    const owned_gchar converted(
+        g_convert(record.c_str() + 1, -1, "UTF-8", "CP866", nullptr, nullptr, nullptr));
     trace_log("Convertation finished!");
     if (!converted) {
         trace_log("Cannot convert filename to codepage 866: %s", record.c_str());
         trace_log("* Failed");
         return std::nullopt;
     }
-    trace_log("Converted success: %s", converted.get());
+    const std::string name = record[0] + std::string(converted.get());
+    trace_log("Converted success: %s", name.c_str());
     if (partition && is_fat_fs(*partition))
-        return with_long_names(shared, *partition, record, converted.get());
-    return converted.get();
+        return with_long_names(shared, *partition, record, name);
+    return name;
 }
 
 mount_entry *find_mount(struct app *app, char letter)

@@ -179,13 +179,14 @@ std::optional<std::string> short_name_text(const struct app *app, const file_nod
 
 std::optional<std::string> code_page_text(const struct app *app)
 {
-    const owned_gchar text(g_convert(app->path_buf, -1, "CP866", "UTF-8", nullptr, nullptr, nullptr));
+    // Not the letter: behind 'Z' it is a character code and no text.
+    const owned_gchar text(g_convert(app->path_buf + 1, -1, "CP866", "UTF-8", nullptr, nullptr, nullptr));
     if (!text) {
         trace_log("Cannot convert filename to codepage 866: %s", app->path_buf);
         trace_log("* Failed");
         return std::nullopt;
     }
-    return text.get();
+    return app->path_buf[0] + std::string(text.get());
 }
 
 // The file at `path_buf` as the firmware names it on its kind of file system.

@@ -4,14 +4,20 @@
 #include "common/disk_notes.h"
 #include "common/host.h"
 #include "common/partition_table.h"
+#include "common/table_record.h"
 #include "support.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 
 namespace {
 
+namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -24,7 +30,11 @@ class machine : public testing::Test {
 protected:
     machine()
     {
-        commands.status = [this](const std::string &c) { return c.find(system_disk) == std::string::npos; };
+        // The command is run, on what lsblk would say.
+        commands.status = [this](const std::string &command) {
+            root.write("lsblk", lsblk);
+            return std::system(("cat " + root.path().string() + "/lsblk" + command.substr(5)).c_str());
+        };
     }
 
     // A fixed disk of 16 MiB, partitioned by a shell command in which $D is the image.
@@ -47,6 +57,34 @@ protected:
         record.resize(64);
         const std::uint64_t table = std::uint64_t{sector} * sector_size + 446;
         overwrite(root.path() / "dev" / name, table, record + "\x55\xaa");
+    }
+
+    // Links of /sys: the number of the device of "/" to it, and devices to the slaves that they are made of:
+    // "8:1>dm-1 dm-1>dm-0 dm-0>sda/sda3".
+    void show_in_sys(const std::string &links)
+    {
+        const fs::path sys = root.path() / "sys", devices = sys / "devices/block";
+        fs::remove_all(sys / "dev");
+        fs::remove_all(devices);
+        std::istringstream words(links);
+        for (std::string from, to; std::getline(words >> std::ws, from, '>') && words >> to;) {
+            const fs::path device = devices / to;
+            fs::create_directories(device);
+            if (device.parent_path() != devices)
+                root.write("sys/devices/block/" + to + "/partition", "3\n");
+            const bool numbered = from.find(':') != std::string::npos;
+            const fs::path link =
+                numbered ? sys / "dev/block" / from : devices / from / "slaves" / device.filename();
+            fs::create_directories(link.parent_path());
+            fs::create_symlink(fs::relative(device, link.parent_path()), link);
+        }
+    }
+
+    // Puts a shell script into the place of the table reader.
+    void replace_reader(const std::string &script)
+    {
+        fs::remove(root.path() / (table_reader_program + 1));
+        fs::permissions(root.write(table_reader_program + 1, "#!/bin/sh\n" + script), fs::perms::owner_all);
     }
 
     // A line for each disk: "80 sda 32768*512:", then number, letter, start, length and file system of its
@@ -73,7 +111,7 @@ protected:
     replaced_host host{root.path()};
     recorded_commands commands;
     std::vector<disk_note> notes;
-    std::string system_disk = "none", listed = "major minor  #blocks  name\n\n";
+    std::string lsblk, listed = "major minor  #blocks  name\n\n";
 };
 
 TEST_F(machine, lists_whole_disks_and_arrays)
@@ -102,14 +140,37 @@ TEST_F(machine, system_disk_comes_first)
     add_disk("sda");
     list();
     EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
-    add_disk("sdb");
-    add_disk("sdc");
-    system_disk = "sdb";
-    EXPECT_EQ(list(), "80 sdb 32768*512:\n81 sda 32768*512:\n82 sdc 32768*512:\n");
-    EXPECT_THAT(commands.commands, ElementsAre("lsblk | grep \"sda.*/$\" 1>/dev/null 2>&1",
-                                               "lsblk | grep \"sdb.*/$\" 1>/dev/null 2>&1"));
-    system_disk = "sd"; // all of them: the second is moved before the first
-    EXPECT_THAT(list(), HasSubstr("80 sdb 32768*512:\n81 sda"));
+    for (const char *name : {"sdb", "md1", "md127"})
+        add_disk(name);
+    struct stat status;
+    ASSERT_EQ(stat(root.path().c_str(), &status), 0);
+    const std::string root_device =
+        std::to_string(major(status.st_dev)) + ":" + std::to_string(minor(status.st_dev));
+    const struct {
+        const char *lsblk, *links, *first;
+    } cases[] = {
+        {"sda disk\n`-sda1 part /boot\nsdb disk\n`-sdb1 part /\n", "", "sdb"},
+        {"sda disk\n`-sda1 part /\nsdb disk\n", ">sdb/sdb1", "sda"},
+        {"md127 raid1 /\n", ">md127 md127>sda/sda1", "md127"}, // and md1 passes
+        {"`-sdb1 part /srv\n           /\n", ">sdb/sdb1", "sdb"},
+        {"`-vg-root lvm /\n", ">dm-1 dm-1>dm-0 dm-0>sdb/sdb3", "sdb"},
+        {"`-vg-root lvm /\n", ">dm-0 dm-0>sdb dm-0>sda/sda2", "sda"},
+        {"`-vg-root lvm /\n", ">dm-0 dm-0>md127/md127p2 md127>sda", "md127"},
+        {"", ">dm-0 dm-0>dm-1 dm-1>dm-0 dm-1>sdc", "md1"},
+    };
+    for (const auto &c : cases) {
+        lsblk = c.lsblk;
+        show_in_sys(root_device + c.links);
+        EXPECT_EQ(get_disk_list(disks, notes), 0);
+        EXPECT_EQ(disks.front().name, c.first) << c.lsblk << c.links;
+    }
+    EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
+    // The files of btrfs show a number that no device has.
+    root.write("proc/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 / btrfs rw 0 0\n");
+    show_in_sys("8:17>sdb/sdb1");
+    if (mknod((root.path() / "dev/sdb1").c_str(), S_IFBLK, makedev(8, 17)) != 0)
+        GTEST_SKIP() << "device nodes cannot be made here";
+    EXPECT_EQ(list(), "80 sdb 32768*512:\n81 md1 32768*512:\n82 md127 32768*512:\n83 sda 32768*512:\n");
 }
 
 TEST_F(machine, disk_list)
@@ -134,10 +195,13 @@ TEST_F(machine, disk_list)
     root.write("sys/block/sdc/removable", "1\n");
     add_disk("sdd", "rm $D");
     add_disk("sde", "sgdisk -n 1:2048:+1M $D");
+    add_disk("sdf", "mke2fs -qt ext4 $D"); // without a table
+    add_disk("sdg", "truncate -s 3T $D && sgdisk -n 1:2048:4294969343 -t 1:0700 -n 2::+1M -t 2:0700 $D");
     EXPECT_EQ(list(), "80 md0 32768*512: 1C2048+2048" + std::string(has_node ? "/" : "") +
-                          "\n81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3H20000+2000 "
-                          "5F12288+2048ls 6G16384+2048lv\n"
-                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n");
+                          "\n81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3I20000+2000 "
+                          "5G12288+2048ls 6H16384+2048lv\n"
+                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n84 sdf 32768*512:\n"
+                          "85 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n");
     EXPECT_THAT(describe_disk_notes(notes),
                 AllOf(HasSubstr("opened: sdd."), HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
                                                            "sdaa (behind sdz), vda, sdc (removable).")));
@@ -151,9 +215,8 @@ TEST_F(machine, sectors_of_4096_bytes)
     write_record("sda", 0, {{0x83, 256, 512}, {5, 1024, 3000}}, 4096);
     write_record("sda", 1024, {{0x83, 2, 100}, {5, 1000, 200}}, 4096);
     write_record("sda", 2024, {{0x83, 3, 100}}, 4096);
-    setenv("PARTED_SECTOR_SIZE", "4096", 1); // libparted's sector size of image files
+    replace_reader("PARTED_SECTOR_SIZE=4096 exec " READ_TABLE " \"$@\""); // libparted's, of image files
     EXPECT_EQ(list(), "80 sda 4096*4096: 1C256+512 2-1024+3000x 5D1026+100l 6E2027+100l\n");
-    unsetenv("PARTED_SECTOR_SIZE");
 }
 
 // Makes $N the count of entries in a GPT header, with checksums that make libparted believe it.
@@ -196,14 +259,31 @@ TEST_F(machine, damaged_tables)
         EXPECT_THAT(disks, HasSubstr(lines));
 }
 
-TEST_F(machine, hanging_device_is_given_up)
+TEST_F(machine, reader_has_nothing_of_the_program_and_does_not_outlive_it)
 {
-    add_disk("sda", "rm $D && mkfifo $D");
+    add_disk("sda", "rm $D && mkfifo $D"); // a disk that hangs
     const partition_table table =
         read_partition_table("/dev/sda", table_depth::whole_table, std::chrono::milliseconds(300));
     EXPECT_TRUE(table.openable);
     EXPECT_EQ(table.path + table.type, "/dev/sda");
     EXPECT_EQ(table.failure, "the reader did not finish within 300 ms");
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    if (fork() == 0)
+        _exit(start_reading("/dev/sda", table_depth::whole_table).child < 0);
+    int status = 1;
+    wait(&status);
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(wait(nullptr), 0) << "the orphaned reader";
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+
+    const owned_fd lock(
+        open(root.write("lock", "").c_str(), O_RDONLY)); // NOLINT: one that would be inherited
+    replace_reader("cd " + root.path().string() +
+                   "; exec >seen; tr '\\0' '\\n' </proc/$$/environ; ls -l /proc/$$/fd | grep -c lock$");
+    EXPECT_EQ(list(), "80 sda 0*0:\n") << "it says nothing";
+    EXPECT_EQ(content_of(root.path() / "seen"), "LC_ALL=C\nPARTED_GPT_APPLE=0\n0\n");
+    fs::remove(root.path() / (table_reader_program + 1));
+    EXPECT_EQ(list(), "80 sda 0*0:\n") << "it is gone";
 }
 
 TEST_F(machine, reading_changes_nothing)

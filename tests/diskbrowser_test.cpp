@@ -96,7 +96,8 @@ TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_o
     app.disks = {make_disk("sda", 0x80,
                            {"primary 1 2048 ext4", "extended 2 4096", "free 3 20000 fat16",
                             "lvm 4 30000 ext2", "logical 5 5000 ntfs", "swap 6 6000 ext2", "logical 7 7000",
-                            "logical 8 8000 fat32", "primary 9 40000", "extended 10 50000 xfs"}),
+                            "logical 8 8000 fat32", "primary 9 40000", "extended 10 50000 xfs",
+                            "primary 11 4294969344 ext4", "primary 12 4294967296 ext4"}),
                  make_disk("sdb", 0x81, {}),
                  // A damaged list; the extended partition of the disk before is not lent to this one.
                  make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),

@@ -114,7 +114,8 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
     browsed_partition ntfs("ntfs");
     ntfs.files.write("My\\Files/a\\b.txt", "");
     ntfs.files.write("\xd0\x96/x", "");
-    EXPECT_EQ(premark(ntfs, {"C:\\My\\Files\\a\\b.txt", "C:\\\x86\\x"}), 0);
+    ntfs.app.mounts.front().letter = ntfs.app.disks.front().parts.front().letter = '\x84';
+    EXPECT_EQ(premark(ntfs, {"\x84:\\My\\Files\\a\\b.txt", "\x84:\\\x86\\x"}), 0);
     EXPECT_EQ(marked(ntfs, *ntfs.root()), "/My\\Files/a\\b.txt /\xd0\x96/x ");
 }
 

@@ -3,6 +3,7 @@
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/owned.h"
+#include "common/table_record.h"
 
 #include <array>
 #include <fstream>
@@ -34,6 +35,9 @@ std::filesystem::path scratch_directory::write(const std::string &name, std::str
 
 replaced_host::replaced_host(const std::filesystem::path &root)
 {
+    const std::filesystem::path reader = root / std::filesystem::path(table_reader_program).relative_path();
+    std::filesystem::create_directories(reader.parent_path());
+    std::filesystem::create_symlink(READ_TABLE, reader);
     set_host_root(root.string());
 }
 

@@ -28,7 +28,8 @@ private:
     std::filesystem::path path_;
 };
 
-// While it lives, fixed paths such as "/proc/mounts" are opened below `root`.
+// While it lives, fixed paths such as "/proc/mounts" are opened below `root`. The table reader that was just
+// built is there.
 class replaced_host : not_copied {
 public:
     explicit replaced_host(const std::filesystem::path &root);

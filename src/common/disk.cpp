@@ -6,6 +6,7 @@
 #include "common/mount_table.h"
 #include "common/owned.h"
 #include "common/partition_table.h"
+#include "common/system_disk.h"
 #include "trace_log.h"
 
 #include <algorithm>
@@ -144,11 +145,9 @@ void move_system_disk_first(std::vector<std::string> &devices)
 {
     if (devices.size() < 2)
         return;
-    for (auto device = devices.begin(); device != devices.end(); ++device) {
-        if (!is_system_disk(base_name(*device)) || device == devices.begin())
-            continue;
+    if (const std::optional<std::string> system = find_system_disk(devices)) {
+        const auto device = std::ranges::find(devices, *system);
         std::rotate(devices.begin(), device, std::next(device));
-        return;
     }
 }
 
@@ -171,8 +170,8 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 {
     part p;
     p.index = entry.number;
-    p.sect_before = static_cast<std::uint32_t>(entry.start);
-    p.sect_total = static_cast<std::uint32_t>(entry.length);
+    p.sect_before = static_cast<std::uint64_t>(entry.start);
+    p.sect_total = static_cast<std::uint64_t>(entry.length);
     p.device = device;
     p.extended = entry.type == 2;
     p.logical = entry.type == 1;
@@ -271,18 +270,6 @@ std::optional<std::string> find_raid_mapping_for_device(const std::string &name)
 std::vector<std::string> get_device_from_proc()
 {
     return numbered_devices(listed_names());
-}
-
-int is_system_disk(const std::string &name)
-{
-    std::array<char, 256> command;
-    std::snprintf(command.data(), command.size(), "lsblk | grep \"%s.*/$\" 1>/dev/null 2>&1", name.c_str());
-    const int is_system = run_command(command.data()) == 0;
-    if (is_system)
-        trace_log("Disk %s is system disk", name.c_str());
-    else
-        trace_log("Disk %s not system disk", name.c_str());
-    return is_system;
 }
 
 int is_removable(const std::string &device)

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-// One partition. Sector numbers and lengths are in logical sectors of the disk, cut to 32 bits.
+// One partition. Sector numbers and lengths are in logical sectors of the disk.
 struct part {
     std::int8_t boot = 0;          // the "active" flag
     std::int32_t type = 0;         // libparted's: 0 normal, 1 logical, 2 extended
-    std::uint32_t sect_before = 0; // first sector (LBA) on the disk
-    std::uint32_t sect_total = 0;
+    std::uint64_t sect_before = 0; // first sector (LBA) on the disk; a template holds 32 bits of it
+    std::uint64_t sect_total = 0;
     std::int32_t index = 0; // 1-4 primary, 5 and up logical, GPT entry position + 1
     std::int32_t extended = 0;
     std::int32_t logical = 0;
@@ -63,9 +63,6 @@ struct disk_note {
 // The whole disks and md arrays that the kernel lists, without members of arrays, as ascending device paths
 // (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.
 [[nodiscard]] std::vector<std::string> get_device_from_proc();
-
-// 1 when the disk (such as sda) holds the root file system, else 0.
-[[nodiscard]] int is_system_disk(const std::string &name);
 
 // The kernel's "removable" flag of a device such as /dev/sda; -1 when it cannot be read.
 [[nodiscard]] int is_removable(const std::string &device);

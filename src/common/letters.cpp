@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <iterator>
 
@@ -142,7 +143,9 @@ part *find_part_by_label(std::list<disk> &disks, char letter, disk **owner)
     trace_log("Enter *");
     if (owner)
         *owner = nullptr;
-    part *found = letter >= 'C' && letter <= 'Z' ? find_lettered(disks, letter, owner) : nullptr;
+    // Letters run on behind 'Z', up to 0xFF.
+    const bool is_letter = static_cast<unsigned char>(letter) >= 'C';
+    part *found = is_letter ? find_lettered(disks, letter, owner) : nullptr;
     if (found) {
         trace_log("The partition label %c was defined", letter);
         if (found->extended) {
@@ -200,7 +203,7 @@ part *find_part_by_sector(std::list<part> &parts, std::uint32_t sector)
         const auto next = std::next(p);
         if (p->extended && (next == parts.end() || next->sect_before > sector))
             return &*p;
-        trace_log("sect_before = %d pt->sect_total = %d", p->sect_before, p->sect_total);
+        trace_log("sect_before = %" PRIu64 " pt->sect_total = %" PRIu64, p->sect_before, p->sect_total);
         trace_log("index = %d", p->index);
         if (!p->extended)
             return &*p;
@@ -216,7 +219,7 @@ disk *find_disk_by_number(std::list<disk> &disks, std::uint32_t drive_number)
     return found == disks.end() ? nullptr : &*found;
 }
 
-int check_sector_range(const std::list<disk> &disks, const std::string &name, std::int32_t sector)
+int check_sector_range(const std::list<disk> &disks, const std::string &name, std::int64_t sector)
 {
     const parsed_name wanted = name.starts_with("md") ? parse_array_name(name) : parse_sd_name(name);
     int outside = 0;
@@ -227,7 +230,7 @@ int check_sector_range(const std::list<disk> &disks, const std::string &name, st
             return sector < 0 || static_cast<std::uint64_t>(sector) >= d.length;
         const auto p = std::ranges::find(d.parts, wanted.number, &part::index);
         if (p != d.parts.end())
-            outside = sector < 0 || static_cast<std::uint32_t>(sector) >= p->sect_total;
+            outside = sector < 0 || static_cast<std::uint64_t>(sector) >= p->sect_total;
     }
     return outside;
 }

@@ -12,7 +12,8 @@
 // the others disk by disk, logical drives at the place of their extended partition.
 void assign_letters(std::list<disk> &disks);
 
-// The extended or supported partition with this letter ('C' to 'Z'). `owner`, if given, receives its disk.
+// The extended or supported partition with this letter, from 'C' to the character 0xFF. `owner`, if given,
+// receives its disk.
 [[nodiscard]] part *find_part_by_label(std::list<disk> &disks, char letter, disk **owner = nullptr);
 
 // The extended or supported partition with this name, such as sda1. `owner`, if given, receives its disk.
@@ -30,4 +31,4 @@ void assign_letters(std::list<disk> &disks);
 // 0 when a sector, counted from the start of the named disk or partition (sda, sda1), lies inside it, 1 when
 // it lies outside. A name that the list does not know gives 0.
 [[nodiscard]] int check_sector_range(const std::list<disk> &disks, const std::string &name,
-                                     std::int32_t sector);
+                                     std::int64_t sector);

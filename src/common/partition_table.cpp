@@ -2,7 +2,7 @@
 
 #include "common/host.h"
 #include "common/owned.h"
-#include "common/table_reader.h"
+#include "common/table_record.h"
 #include "trace_log.h"
 
 #include <algorithm>
@@ -13,13 +13,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <span>
+#include <spawn.h>
 #include <sys/wait.h>
 
 namespace {
 
 using steady = std::chrono::steady_clock;
 
-// A child that says more than this has lost its way.
+// A reader that says more than this has lost its way.
 constexpr int max_records = 10000;
 
 std::string text_of(std::span<const char> field)
@@ -66,7 +67,7 @@ bool take_record(const table_record &r, partition_table &table)
         if (r.has_fs)
             entry.fs_name = text_of(r.text);
         table.entries.push_back(std::move(entry));
-        return r.number >= 0;
+        return r.number >= 0 && r.start >= 0 && r.length >= 0;
     }
     case record_kind::message:
         trace_log("libparted on %s: %s", table.path.c_str(), text_of(r.text).c_str());
@@ -174,6 +175,50 @@ bool shows_table(const partition_table &table)
     return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
 }
 
+// What the reader finds when it starts: of all descriptors of this process only the end of the pipe, since an
+// inherited lock must not outlive its owner.
+int set_descriptors(posix_spawn_file_actions_t &files, int to_parent)
+{
+    int error = posix_spawn_file_actions_adddup2(&files, to_parent, record_fd);
+    for (int standard = 0; standard < record_fd && !error; standard++)
+        error = posix_spawn_file_actions_addopen(&files, standard, "/dev/null", O_RDWR, 0);
+    return error ? error : posix_spawn_file_actions_addclosefrom_np(&files, record_fd + 1);
+}
+
+// Signals that end this process, such as the terminal's interrupt, do not end the reader: this process does.
+void block_ending_signals(posix_spawnattr_t &attributes)
+{
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaddset(&ending, number);
+    posix_spawnattr_setsigmask(&attributes, &ending);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+}
+
+// 0, or the error number. The environment is the reader's own: there is no PATH in which somebody's program
+// might be found, and the variable keeps libparted, while it is loaded, from calling dmidecode in a shell.
+int spawn_reader(const std::string &device, table_depth depth, int to_parent, pid_t &child)
+{
+    std::string program = host_path(table_reader_program), path = host_path(device);
+    std::string wanted = depth == table_depth::whole_table ? read_whole_table : read_device_only;
+    std::string language = "LC_ALL=C", no_shell = "PARTED_GPT_APPLE=0";
+    const std::array<char *, 4> arguments = {program.data(), path.data(), wanted.data(), nullptr};
+    const std::array<char *, 3> environment = {language.data(), no_shell.data(), nullptr};
+    posix_spawn_file_actions_t files;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&files);
+    posix_spawnattr_init(&attributes);
+    block_ending_signals(attributes);
+    int error = set_descriptors(files, to_parent);
+    if (!error)
+        error =
+            posix_spawn(&child, program.c_str(), &files, &attributes, arguments.data(), environment.data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return error;
+}
+
 } // namespace
 
 table_reading start_reading(const std::string &device, table_depth depth)
@@ -186,12 +231,10 @@ table_reading start_reading(const std::string &device, table_depth depth)
     }
     started.from_child = owned_fd(ends[0]);
     const owned_fd to_parent(ends[1]);
-    const pid_t parent = getpid();
-    started.child = fork();
-    if (started.child < 0)
-        started.failure = std::string("cannot start the reader: ") + std::strerror(errno);
-    if (started.child == 0)
-        run_table_reader(to_parent.get(), parent, host_path(device), depth);
+    if (const int error = spawn_reader(device, depth, to_parent.get(), started.child)) {
+        started.child = -1;
+        started.failure = std::string("cannot start the reader: ") + std::strerror(error);
+    }
     return started;
 }
 
@@ -212,6 +255,8 @@ partition_table finish_reading(const table_reading &started, std::chrono::millis
     } else if (table.openable && started.depth == table_depth::whole_table && table.type.empty()) {
         drop_table(table, "libparted found none that it could read");
         table.unreadable = shows_table(table);
+    } else if (table.type == "loop") {
+        drop_table(table, "a file system takes the whole disk");
     }
     return table;
 }

@@ -1,5 +1,5 @@
 // Reads a disk's partition table with libparted. The library ends or overruns its process on some damaged
-// tables, so it runs in a child process with limits on time and memory, which cannot open anything for
+// tables, so it runs in a program of its own with limits on time and memory, which cannot open anything for
 // writing and which hands plain values back.
 #pragma once
 
@@ -27,10 +27,12 @@ struct partition_table {
     std::int64_t sector_size = 0;                       // logical, in bytes
     std::uint64_t length = 0;                           // whole disk, in logical sectors
     std::int32_t cylinders = 0, heads = 0, sectors = 0; // BIOS geometry
-    std::string type;                                   // "msdos", "gpt", ...; empty when no table was read
-    std::vector<table_entry> entries;                   // without free space and metadata, in table order
-    std::string failure;                                // why no table was read, for the trace
-    bool unreadable = false;                            // none was read, although the disk seems to have one
+    // "msdos", "gpt", ...; empty when no table was read, also when a file system takes the whole disk, which
+    // libparted calls a table of the type "loop"
+    std::string type;
+    std::vector<table_entry> entries; // without free space and metadata, in table order
+    std::string failure;              // why no table was read, for the trace
+    bool unreadable = false;          // none was read, although the disk seems to have one
 };
 
 enum class table_depth { device_only, whole_table };

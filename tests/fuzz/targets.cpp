@@ -1,6 +1,5 @@
 // Everything that reads bytes which nobody vouches for, driven by libFuzzer. Each target becomes a program of
-// its own, which also replays files: FUZZ_TARGET names the one that this compilation is for.
-#include "common/disk.h"
+// its own: FUZZ_TARGET names the one that this compilation is for.
 #include "common/fat.h"
 #include "common/file_format.h"
 #include "common/gpt.h"
@@ -70,7 +69,7 @@ public:
         for (const char *directory : {"dev", "proc", "templates"})
             fs::create_directory(root_ / directory);
         // In memory, since writing them is most of the work.
-        for (const char *file : {"dev/sda", "dev/sda1", "proc/partitions", "proc/mdstat"})
+        for (const char *file : {"dev/sda", "dev/sda1"})
             fs::create_symlink("/proc/self/fd/" + std::to_string(memfd_create(file, 0)), root_ / file);
         set_host_root(root_);
     }
@@ -182,21 +181,6 @@ void templates(input bytes)
         fs::remove(file);
 }
 
-// /proc/partitions up to a NUL, then /proc/mdstat.
-void disks(input bytes)
-{
-    const std::string partitions = bytes.text();
-    machine().write("proc/partitions", partitions);
-    machine().write("proc/mdstat", bytes.rest());
-    const std::vector<std::string> devices = get_device_from_proc();
-    require(std::ranges::is_sorted(devices));
-    for (const std::string &device : devices) {
-        require(device.starts_with("/dev/sd") || device.starts_with("/dev/md"));
-        require(partitions.find(device.substr(5)) != std::string::npos);
-        require(!device.starts_with("/dev/sd") || !find_raid_mapping_for_device(device.substr(5)));
-    }
-}
-
 void mounts(input bytes)
 {
     const std::string_view text = bytes.rest();
@@ -248,8 +232,8 @@ void code_pages(input bytes)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    [[maybe_unused]] constexpr void (*all[])(input) = {gpt,    fat,       templates, disks,
-                                                       mounts, backslash, rtf,       code_pages};
+    [[maybe_unused]] constexpr void (*all[])(input) = {gpt,       fat, templates, mounts,
+                                                       backslash, rtf, code_pages};
     const std::string bytes(data, data + size);
     FUZZ_TARGET(input(bytes));
     return 0;

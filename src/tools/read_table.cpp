@@ -1,6 +1,6 @@
-#include "common/table_reader.h"
-
-#include "common/owned.h"
+// The program that reads one disk with libparted, which ends or overruns its process on some damaged tables.
+// gtk-tarnel starts it; table_record.h says how the two talk.
+#include "common/table_record.h"
 
 #include <algorithm>
 #include <array>
@@ -13,19 +13,19 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <parted/parted.h>
+#include <poll.h>
 #include <span>
 #include <string_view>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr rlim_t cpu_seconds = 10;
 constexpr rlim_t stack_bytes = 8 << 20;
 constexpr rlim_t memory_bytes = 256 << 20; // beyond what the process has mapped when it starts
-
-constexpr int report_fd = 3;
 
 void put_text(std::span<char> field, const char *text)
 {
@@ -37,7 +37,7 @@ void send(const table_record &r)
 {
     ssize_t written;
     do {
-        written = write(report_fd, &r, sizeof(r));
+        written = write(record_fd, &r, sizeof(r));
     } while (written < 0 && errno == EINTR);
     if (written != sizeof(r))
         _exit(1);
@@ -102,39 +102,33 @@ void limit_resource(__rlimit_resource resource, rlim_t most)
 
 rlim_t mapped_bytes()
 {
-    const owned_file statm(std::fopen("/proc/self/statm", "re"));
+    std::FILE *statm = std::fopen("/proc/self/statm", "re");
     unsigned long long pages = 0;
-    if (!statm || std::fscanf(statm.get(), "%llu", &pages) != 1)
-        return 0;
+    if (statm && std::fscanf(statm, "%llu", &pages) != 1)
+        pages = 0;
+    if (statm)
+        std::fclose(statm);
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-// Keeps of the parent's descriptors only the pipe: an inherited lock must not outlive the parent.
-void keep_only_pipe(int pipe)
-{
-    const int kept = fcntl(pipe, F_DUPFD, report_fd + 1);
-    const int null = open("/dev/null", O_RDWR);
-    for (int standard = 0; standard < report_fd; standard++)
-        dup2(null, standard);
-    dup2(kept, report_fd);
-    close_range(report_fd + 1, ~0U, 0);
-}
-
-void confine(int pipe, pid_t parent)
+// A parent that ended before this process asked to end with it has left nobody to read the pipe.
+void end_with_parent()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent)
+    pollfd pipe{record_fd, 0, 0};
+    if (poll(&pipe, 1, 0) != 0)
         _exit(1);
-    // The parent ends it. Its handler has no business here, nor has the terminal's interrupt.
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(number, SIG_IGN);
+}
+
+void confine()
+{
+    end_with_parent();
     prctl(PR_SET_DUMPABLE, 0); // no core dump, not even to a collecting program
     limit_resource(RLIMIT_CORE, 0);
     limit_resource(RLIMIT_CPU, cpu_seconds);
     limit_resource(RLIMIT_STACK, stack_bytes);
     if (const rlim_t mapped = mapped_bytes())
         limit_resource(RLIMIT_AS, mapped + memory_bytes);
-    keep_only_pipe(pipe);
     forbid_opening_for_writing();
 }
 
@@ -193,16 +187,16 @@ PedDisk *read_disk(PedDevice *device)
 }
 
 // libparted's objects end with the process: releasing those of a damaged table could fail after all is said.
-void report_device(const std::string &path, table_depth depth)
+void report_device(const char *path, bool whole_table)
 {
     ped_exception_set_handler(answer);
-    PedDevice *device = ped_device_get(path.c_str());
+    PedDevice *device = ped_device_get(path);
     if (!device) {
         send_kind(record_kind::no_device);
         return;
     }
     send_device(*device);
-    PedDisk *disk = depth == table_depth::whole_table ? read_disk(device) : nullptr;
+    PedDisk *disk = whole_table ? read_disk(device) : nullptr;
     if (disk) {
         table_record r{};
         r.kind = record_kind::table;
@@ -219,9 +213,14 @@ void report_device(const std::string &path, table_depth depth)
 
 } // namespace
 
-void run_table_reader(int pipe, pid_t parent, const std::string &path, table_depth depth)
+int main(int count, char **arguments)
 {
-    confine(pipe, parent);
-    report_device(path, depth);
-    _exit(0);
+    const std::string_view depth = count == 3 ? arguments[2] : "";
+    if (depth != read_whole_table && depth != read_device_only) {
+        std::fprintf(stderr, "This program belongs to gtk-tarnel, which starts it.\n");
+        return 2;
+    }
+    confine();
+    report_device(arguments[1], depth == read_whole_table);
+    _exit(0); // without the exit handlers of libraries
 }
