@@ -52,7 +52,7 @@ void describe_partition(const std::string &directory)
     d.name = p.device = "sda";
     p.index = 1;
     p.letter = 'C';
-    p.fs_name = p.fs_type = "ext4";
+    p.fs_type = "ext4";
     p.mount_point = directory;
     the_app.mounts.push_back({&d, &p, status.st_dev, directory, 'C', 0});
     the_app.pelva_db_path = directory;

@@ -154,7 +154,7 @@ gboolean on_diskbrowser_button_press(GtkWidget *view, GdkEventButton *event, str
     return FALSE;
 }
 
-int diskbrowser_init(struct app *app)
+bool diskbrowser_init(struct app *app)
 {
     trace_log("* Enter");
     app->total_sectors_selected = 0;
@@ -164,7 +164,7 @@ int diskbrowser_init(struct app *app)
     GtkWidget *count = view ? find_widget(app->xml, "total_sectors_selected") : nullptr;
     GtkWidget *size = count ? find_widget(app->xml, "total_sectors_size") : nullptr;
     if (!size)
-        return 0;
+        return false;
     app->diskbrowser = view;
     app->total_sectors_selected_label = count;
     app->total_sectors_size_label = size;
@@ -181,11 +181,11 @@ int diskbrowser_init(struct app *app)
     if (!fill_tree(app, store)) {
         trace_log("Cannot read disk and partition info");
         trace_log("* Failed");
-        return 0;
+        return false;
     }
     g_signal_connect(view, "button-press-event", G_CALLBACK(on_diskbrowser_button_press), app);
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
 void diskbrowser_release(struct app *) {}

@@ -24,9 +24,8 @@ enum disk_column {
     disk_column_count
 };
 
-// Builds the browser in the loaded window description and pre-marks it. 1 on success, 0 when a widget is
-// missing.
-[[nodiscard]] int diskbrowser_init(struct app *app);
+// Builds the browser in the loaded window description and pre-marks it. False when a widget is missing.
+[[nodiscard]] bool diskbrowser_init(struct app *app);
 
 // At shutdown; there is nothing to release.
 void diskbrowser_release(struct app *app);

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr int free_space_type = 4; // libparted's PED_PARTITION_FREESPACE
-
 struct tree_filler {
     struct app *app;
     GtkTreeStore *store;
@@ -27,7 +25,7 @@ struct tree_filler {
 owned_gchar row_name(const char *format, const disk &disk, const part &part)
 {
     return owned_gchar(g_strdup_printf(format, disk.name.c_str(), partition_separator(disk.name), part.index,
-                                       part.fs_name.value_or("").c_str()));
+                                       part.fs_type.value_or("").c_str()));
 }
 
 GtkTreeIter append_group(const tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk,
@@ -59,7 +57,7 @@ void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, d
 // Whether the board can check a sector of this partition.
 bool has_row(const part &part)
 {
-    if (part.type == free_space_type || part.swap || part.lvm)
+    if (part.swap || part.lvm)
         return false;
     if (part.fs_type ? !is_supported_fs(part) : !part.extended)
         return false;
@@ -105,7 +103,7 @@ bool lies_on_known_disk(std::list<disk> &disks, const sector_record &record)
     const part *part = find_part_by_sector(disk->parts, sector);
     const std::string name = part ? partition_name(*part) : disk->name;
     const std::uint64_t relative = part ? sector - part->sect_before : sector;
-    return check_sector_range(disks, name, static_cast<std::int64_t>(relative)) == 0;
+    return !check_sector_range(disks, name, static_cast<std::int64_t>(relative));
 }
 
 // The records that name no sector of any known disk, one text for each.

@@ -282,7 +282,7 @@ file_store *filebrowser_store(struct app *app)
     return model ? FILE_STORE(model) : nullptr;
 }
 
-int filebrowser_init(struct app *app)
+bool filebrowser_init(struct app *app)
 {
     trace_log("* Enter");
     app->total_files_selected = 0;
@@ -291,10 +291,11 @@ int filebrowser_init(struct app *app)
     gtk_window_set_modal(GTK_WINDOW(app->progress_window), TRUE);
     gtk_window_set_transient_for(GTK_WINDOW(app->progress_window), GTK_WINDOW(app->window));
     g_signal_connect(app->progress_window, "delete-event", G_CALLBACK(keep_open), nullptr);
+    // The last number in a trace, here or in what is called below, says how far the start came.
     trace_log("* 1");
     if (!find_widgets(app)) {
         trace_log("* Failed");
-        return 0;
+        return false;
     }
     trace_log("* 2");
     show_file_totals(app);
@@ -302,7 +303,7 @@ int filebrowser_init(struct app *app)
     fill_view(app);
     gtk_widget_grab_focus(app->filebrowser);
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
 void filebrowser_release(struct app *app)

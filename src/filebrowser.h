@@ -15,9 +15,8 @@
 #include <unordered_map>
 #include <vector>
 
-// Builds the browser in the loaded window description and pre-marks it. 1 on success, 0 when a widget is
-// missing.
-[[nodiscard]] int filebrowser_init(struct app *app);
+// Builds the browser in the loaded window description and pre-marks it. False when a widget is missing.
+[[nodiscard]] bool filebrowser_init(struct app *app);
 
 // At shutdown, before the images are released and while `app` still stands.
 void filebrowser_release(struct app *app);
@@ -34,17 +33,18 @@ void filebrowser_release(struct app *app);
 file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount);
 file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size);
 
-// The choice among the entries of a directory: by the type that the directory itself gives, links not
-// followed.
+// The selections for scandir among the entries of a directory: by the type that the directory itself gives,
+// links not followed.
 [[nodiscard]] int dir_filter(const dirent *entry);
 [[nodiscard]] int file_filter(const dirent *entry);
 
 // Reads the directory of a row unless that was done before; a failure is traced and leaves the row empty.
+// load_directory_content always returns 0.
 void load_iter(struct app *app, file_store *store, file_node *row);
 int load_directory_content(struct app *app, file_store *store, file_node *row);
 
-// 1 when the directory lies on a mount of a device other than the given device node, else 0.
-[[nodiscard]] int check_dir_mount(const std::string &directory, const std::string &device);
+// Whether the directory lies on a mount of a device other than the given device node.
+[[nodiscard]] bool check_dir_mount(const std::string &directory, const std::string &device);
 
 // The row of an absolute local path, reading the directories on the way. 0 and the row, or -1: the path
 // cannot be examined, -2: on no partition of the tree, -3: its device is not mounted, -4: it has no row.
@@ -85,9 +85,9 @@ private:
 // may let the main loop run. Always 1.
 int mark_iter(struct app *app, file_store *store, file_node *row, int value);
 
-// Flips one row; a directory or partition with everything below it. The new mark of a file, 0 for a
-// directory.
-int toggle_iter(struct app *app, file_store *store, file_node *row);
+// Flips one row; a directory or partition with everything below it. The new mark of a file, false
+// for a directory.
+bool toggle_iter(struct app *app, file_store *store, file_node *row);
 
 // Sets every file below a directory or partition; marking reads what was not read yet.
 void mark_recursive(struct app *app, file_store *store, file_node *directory, int value);

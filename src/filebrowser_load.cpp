@@ -76,7 +76,7 @@ private:
 
 // A directory being read. All its entries that are shown lie on its own mount, so what is asked of a mount is
 // asked once.
-struct open_directory {
+struct directory_source {
     std::string path;
     std::string device; // node of the partition that it belongs to
     owned_fd file;
@@ -99,9 +99,9 @@ std::size_t mount_length(const std::string &path)
     return mount && mount->directory != "/" ? mount->directory.size() : 0;
 }
 
-open_directory open_for_rows(const file_node &row)
+directory_source open_for_rows(const file_node &row)
 {
-    open_directory directory;
+    directory_source directory;
     directory.path = full_path(row);
     if (row.mount && row.mount->partition)
         directory.device = "/dev/" + partition_name(*row.mount->partition);
@@ -112,7 +112,7 @@ open_directory open_for_rows(const file_node &row)
     directory.dev = status.st_dev;
     directory.mounted = names_mounted_on(directory.path);
     directory.other_device = (row.mount && row.mount->dev != 0 && row.mount->dev != status.st_dev) ||
-                             check_dir_mount(directory.path, directory.device) != 0;
+                             check_dir_mount(directory.path, directory.device);
     directory.known_fs = check_fs_type(directory.path) != 0;
     directory.mount_length = mount_length(directory.path);
     return directory;
@@ -120,7 +120,7 @@ open_directory open_for_rows(const file_node &row)
 
 // Whether the entry belongs to the partition; its status then. Links are not followed. An entry whose whole
 // path the system would refuse is no entry.
-bool get_status(const open_directory &directory, const char *name, struct stat &status)
+bool get_status(const directory_source &directory, const char *name, struct stat &status)
 {
     return !directory.other_device && directory.known_fs && !directory.mounted.contains(name) &&
            directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
@@ -128,7 +128,7 @@ bool get_status(const open_directory &directory, const char *name, struct stat &
            status.st_dev == directory.dev;
 }
 
-bool shows_directory(const open_directory &directory, const char *name)
+bool shows_directory(const directory_source &directory, const char *name)
 {
     struct stat status;
     trace_log("Directory: %s", build_path(directory.path, name).c_str());
@@ -136,7 +136,7 @@ bool shows_directory(const open_directory &directory, const char *name)
     return get_status(directory, name, status) && S_ISDIR(status.st_mode);
 }
 
-bool shows_file(const open_directory &directory, const char *name, struct stat &status)
+bool shows_file(const directory_source &directory, const char *name, struct stat &status)
 {
     if (!get_status(directory, name, status))
         return false;
@@ -153,7 +153,7 @@ struct found_entry {
     std::uint64_t size = 0; // bytes; of a file
 };
 
-std::vector<found_entry> find_directories(struct app *app, const open_directory &directory)
+std::vector<found_entry> find_directories(struct app *app, const directory_source &directory)
 {
     trace_log("Loading directory list...");
     std::vector<found_entry> found;
@@ -167,7 +167,7 @@ std::vector<found_entry> find_directories(struct app *app, const open_directory 
     return found;
 }
 
-std::vector<found_entry> find_files(struct app *app, const open_directory &directory)
+std::vector<found_entry> find_files(struct app *app, const directory_source &directory)
 {
     trace_log("Loading file list...");
     std::vector<found_entry> found;
@@ -279,7 +279,7 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
         return 0;
     row->not_loaded = false; // before reading: a directory that fails is not tried again
     file_store_changed(store, row);
-    const open_directory directory = open_for_rows(*row);
+    const directory_source directory = open_for_rows(*row);
     std::vector<found_entry> directories = find_directories(app, directory);
     std::vector<found_entry> files = find_files(app, directory);
     row->children.reserve(1 + directories.size() + files.size());
@@ -292,7 +292,7 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
     return 0;
 }
 
-int check_dir_mount(const std::string &directory, const std::string &device)
+bool check_dir_mount(const std::string &directory, const std::string &device)
 {
     trace_log("* Enter");
     trace_log("current directory = %s len = %d current device = %s len %d", directory.c_str(),
@@ -303,12 +303,12 @@ int check_dir_mount(const std::string &directory, const std::string &device)
     if (!table) {
         // Nothing is known of mounts then; hiding every directory would help nobody.
         std::printf("Unable to open /proc/mounts: %s\n", std::strerror(errno));
-        return 0;
+        return false;
     }
     const mount_data *mount = find_device_mount(*table, directory);
     if (!mount) {
         trace_log("* Exit");
-        return 0;
+        return false;
     }
     const dev_t mounted = node_number(mount->device);
     trace_log("bg_dev_m.st_rdev = %d", static_cast<int>(mounted));

@@ -82,7 +82,7 @@ int mark_iter(struct app *app, file_store *store, file_node *row, int value)
     return 1;
 }
 
-int toggle_iter(struct app *app, file_store *store, file_node *row)
+bool toggle_iter(struct app *app, file_store *store, file_node *row)
 {
     if (!row->is_dir()) {
         mark_iter(app, store, row, !row->marked);
@@ -92,7 +92,7 @@ int toggle_iter(struct app *app, file_store *store, file_node *row)
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
     const progress_scope progress(app);
     mark_recursive(app, store, row, !row->marked);
-    return 0;
+    return false;
 }
 
 void mark_recursive(struct app *app, file_store *store, file_node *directory, int value)

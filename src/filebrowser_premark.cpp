@@ -4,6 +4,7 @@
 #include "common/disk.h"
 #include "common/fat.h"
 #include "common/file_format.h"
+#include "common/filesystem.h"
 #include "common/iconvert.h"
 #include "common/letters.h"
 #include "common/owned.h"
@@ -76,11 +77,6 @@ mount_entry *find_mount(struct app *app, char letter)
             return &mount;
     }
     return nullptr;
-}
-
-bool is_ntfs(const mount_entry &mount)
-{
-    return mount.partition->fs_type == "ntfs";
 }
 
 // `tail` is the board path from its separator on.
@@ -198,10 +194,12 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path,
     }
     const auto root = std::ranges::find(roots, mount, [](const auto &row) { return row->mount; });
     const std::string tail = board_path.size() > 2 ? board_path.substr(2) : "";
-    if (tail.starts_with('/') && !is_ext_fs(*mount->partition))
+    const file_system &kind = file_system_of(*mount->partition);
+    if (tail.starts_with('/') && kind.separator != '/')
         trace_log("WARNING: wrong path separator");
-    const std::string path =
-        is_ntfs(*mount) ? convert_ntfs_path(mount->mountpoint, tail) : convert_path(mount->mountpoint, tail);
+    const std::string path = kind.names_in_records == record_names::code_page_866
+                                 ? convert_ntfs_path(mount->mountpoint, tail)
+                                 : convert_path(mount->mountpoint, tail);
     // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
     // begins with two slashes; the user is shown one.
     const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;

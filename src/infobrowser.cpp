@@ -16,6 +16,7 @@
 
 namespace {
 
+// Fixed, as users know the panel: it does not follow the system that runs.
 constexpr const char *os_name = "ROSA Linux";
 
 bool ask_board(pelva_version &version)

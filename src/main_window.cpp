@@ -158,6 +158,11 @@ bool keeps_running(int response)
 
 } // namespace
 
+std::span<const window_handler> main_window_handlers()
+{
+    return handlers;
+}
+
 int app_init_gui(struct app *app)
 {
     trace_log("* Enter");

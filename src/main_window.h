@@ -1,12 +1,18 @@
 // The main window: window description, icons, handlers, exit question, and what shutdown releases.
 #pragma once
 
+#include "window_description.h"
+
+#include <span>
+
 struct app;
-typedef struct _GtkWidget GtkWidget;
 typedef union _GdkEvent GdkEvent;
 
 // Builds all windows. Returns 0; on any failure it ends the process with status 1 through GTK's own exit.
 [[nodiscard]] int app_init_gui(struct app *app);
+
+// What the description of the windows is connected to.
+[[nodiscard]] std::span<const window_handler> main_window_handlers();
 
 // Warns, over the main window, when the board library finds no board.
 void warn_missing_board(struct app *app);

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "app.h"
+#include "common/filesystem.h"
 #include "common/owned.h"
 #include "diskbrowser.h"
 #include "display_text.h"
@@ -161,7 +162,7 @@ void fill_file_report(struct app *app)
             continue;
         const part &partition = *root->mount->partition;
         begin_path(app, partition_name(partition) + ":");
-        walk_file_rows(app, tree, *root, file_callback, is_ext_fs(partition) ? '/' : '\\');
+        walk_file_rows(app, tree, *root, file_callback, file_system_of(partition).separator);
     }
 }
 
@@ -195,7 +196,7 @@ void set_header(struct app *app, const char *name, const char *format, std::uint
 
 } // namespace
 
-int report_init(struct app *app)
+bool report_init(struct app *app)
 {
     trace_log("* Enter");
     for (const auto &[name, field] : {std::pair{"report", &app::report},
@@ -203,12 +204,12 @@ int report_init(struct app *app)
                                       {"sector_report", &app::sector_report}}) {
         app->*field = find_widget(app->xml, name);
         if (!(app->*field))
-            return 0;
+            return false;
     }
     GtkWidget *close = find_widget(app->xml, "report_close_button");
     GtkWidget *save = close ? find_widget(app->xml, "report_save_button") : nullptr;
     if (!save)
-        return 0;
+        return false;
 
     attach(GTK_TREE_VIEW(app->file_report), create_file_report_model());
     attach(GTK_TREE_VIEW(app->sector_report), create_sector_report_model());
@@ -222,7 +223,7 @@ int report_init(struct app *app)
     g_signal_connect(close, "clicked", G_CALLBACK(report_close_clicked), app);
     g_signal_connect(save, "clicked", G_CALLBACK(report_save_clicked), app);
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
 void report_show(struct app *app)

@@ -16,9 +16,9 @@ enum sector_report_column {
     sector_report_columns
 };
 
-// Sets the window up; called once, after the window description is loaded. Returns 1, or 0 when the
+// Sets the window up; called once, after the window description is loaded. False when the
 // description lacks one of its lists or buttons.
-[[nodiscard]] int report_init(struct app *app);
+[[nodiscard]] bool report_init(struct app *app);
 
 // Fills the lists from the marks and shows the window.
 void report_show(struct app *app);

@@ -18,7 +18,8 @@ struct rtf_report {
     std::int32_t sector_count = 0;
 };
 
-// Every operation but rtf_begin returns 0. Failed writes are not noticed here: the caller asks the stream.
+// Every operation but rtf_begin and re_escape always returns 0. Failed writes are not noticed here: the
+// caller asks the stream.
 
 // Writes the document's head. Null, with nothing written, when memory is short.
 [[nodiscard]] std::unique_ptr<rtf_report> rtf_begin(std::FILE *stream);

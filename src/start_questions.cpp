@@ -2,6 +2,7 @@
 
 #include "app.h"
 #include "callbacks.h"
+#include "common/filesystem.h"
 #include "common/owned.h"
 #include "dialogs.h"
 #include "display_text.h"
@@ -82,7 +83,7 @@ void warn_ntfs(struct app *app)
 {
     for (const disk &d : app->disks) {
         for (const part &p : d.parts) {
-            if (p.fs_type == "ntfs" && !p.mount_point)
+            if (file_system_of(p).mount_package && !p.mount_point)
                 dialog_ok(app->window, _("Warning"),
                           _("Cannot read files on partition %s%s%d with NTFS.\n"
                             "Perhaps the ntfs-3g package is not installed."),

@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "common/fat.h"
+#include "common/filesystem.h"
 #include "common/process.h"
 #include "common/template_pair.h"
 #include "dialogs.h"
@@ -103,7 +104,7 @@ std::string path_on_partition(const struct app *app)
     return path;
 }
 
-int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
+bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
 {
     trace_log("Enter");
     const char letter = app->pelva_db_mt->letter;
@@ -113,13 +114,13 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         trace_log("* Failed");
         dialog_ok(app->window, _("Error"), "%s",
                   _("The path of the template directory is too long for the board."));
-        return 0;
+        return false;
     }
     current = open_template_pair(app->pelva_db_path, kind);
     if (current->error) {
         trace_log("* Failed");
         give_up(app);
-        return 0;
+        return false;
     }
     trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
               path.c_str());
@@ -128,17 +129,17 @@ int begin_pair(struct app *app, list_kind kind, std::uint32_t count)
         trace_log("Failed");
         give_up(app);
         tell_failure(app, kind);
-        return 0;
+        return false;
     }
     recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
     names_on_fat.emplace();
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
-bool write_record(byte_span record)
+bool write_to_pair(byte_span record)
 {
     if (write_template_record(*current, record)) {
         trace_log("* Success");
@@ -211,12 +212,12 @@ void refuse_long_name(struct app *app, file_store *store, file_node *row)
 
 } // namespace
 
-int file_save_init(struct app *app)
+bool file_save_init(struct app *app)
 {
     return begin_pair(app, list_kind::files, app->total_files_selected);
 }
 
-int sector_save_init(struct app *app)
+bool sector_save_init(struct app *app)
 {
     return begin_pair(app, list_kind::sectors, app->total_sectors_selected);
 }
@@ -239,8 +240,9 @@ void save_file(struct app *app, file_store *store, file_node *row)
     }
     std::array<std::uint8_t, file_record_size> record{};
     std::ranges::copy(*text, record.begin());
+    // Spelled so, like every trace text that looks wrong: whoever searches traces looks for it as it stands.
     trace_log("Write file %s in themplates", text->c_str());
-    if (write_record(record))
+    if (write_to_pair(record))
         recorded.push_back(row);
 }
 
@@ -252,10 +254,10 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     const sector_record record = make_sector_record(disk->drive_number, sector);
     std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
     std::ranges::copy(record.little_endian, bytes.begin() + 1);
-    (void)write_record(bytes);
+    (void)write_to_pair(bytes);
 }
 
-int save_done(struct app *app)
+bool save_done(struct app *app)
 {
     // Spelled so for the text of the message.
     g_assert(app->fsnon != ((void *)0)); // NOLINT
@@ -267,10 +269,10 @@ int save_done(struct app *app)
         current.reset();
     else if (replace_template(*current)) {
         current.reset();
-        return 1;
+        return true;
     } else
         give_up(app);
-    return 0;
+    return false;
 }
 
 void save_file_template(struct app *app, file_store *store)
@@ -288,9 +290,9 @@ void save_file_template(struct app *app, file_store *store)
             continue;
         }
         begin_path(app, {top->mount->letter, ':'});
-        walk_file_rows(app, store, *top, save_file, is_ext_fs(*top->mount->partition) ? '/' : '\\');
+        walk_file_rows(app, store, *top, save_file, file_system_of(*top->mount->partition).separator);
     }
-    const int saved = save_done(app);
+    const bool saved = save_done(app);
     progress_stop(app);
     if (!saved) {
         tell_failure(app, list_kind::files);

@@ -7,18 +7,18 @@
 #include "app.h"
 #include "file_store.h"
 
-// Begin a pair with room for the marked files or sectors; `fsnon` and `fsncv` are open then. 1 on success;
-// 0, traced, when the files cannot be created, the headers not written, or the name path is too long (which
+// Begin a pair with room for the marked files or sectors; `fsnon` and `fsncv` are open then. False,
+// traced, when the files cannot be created, the headers not written, or the name path is too long (which
 // the user is told).
-[[nodiscard]] int file_save_init(struct app *app);
-[[nodiscard]] int sector_save_init(struct app *app);
+[[nodiscard]] bool file_save_init(struct app *app);
+[[nodiscard]] bool sector_save_init(struct app *app);
 
 // Write one record for the row that a tree walk visits. A file that the firmware could not name is left out.
 void save_file(struct app *app, file_store *store, file_node *row);
 void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *row);
 
-// Completes the pair that was begun and puts it in place. 1, or 0 when the pair in use is still the old one.
-[[nodiscard]] int save_done(struct app *app);
+// Completes the pair that was begun and puts it in place. False when the pair in use is still the old one.
+[[nodiscard]] bool save_done(struct app *app);
 
 // The whole of one save; clears the change flag when it succeeds.
 void save_file_template(struct app *app, file_store *store);

@@ -26,13 +26,12 @@ disk make_disk(const char *name, std::uint32_t drive_number, const std::vector<s
         std::istringstream(text) >> kind >> p.index >> p.sect_before >> fs;
         p.device = name;
         p.sect_total = kind == "extended" ? 8000 : 1000;
-        p.type = kind == "free" ? 4 : 0;
         p.extended = kind == "extended";
         p.logical = kind == "logical";
         p.lvm = kind == "lvm";
         p.swap = kind == "swap";
         if (!fs.empty())
-            p.fs_name = p.fs_type = fs;
+            p.fs_type = fs;
     }
     return d;
 }
@@ -93,16 +92,16 @@ struct diskbrowser : testing::Test {
 
 TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_of_the_template)
 {
-    app.disks = {make_disk("sda", 0x80,
-                           {"primary 1 2048 ext4", "extended 2 4096", "free 3 20000 fat16",
-                            "lvm 4 30000 ext2", "logical 5 5000 ntfs", "swap 6 6000 ext2", "logical 7 7000",
-                            "logical 8 8000 fat32", "primary 9 40000", "extended 10 50000 xfs",
-                            "primary 11 4294969344 ext4", "primary 12 4294967296 ext4"}),
-                 make_disk("sdb", 0x81, {}),
-                 // A damaged list; the extended partition of the disk before is not lent to this one.
-                 make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
-                 // A record holds the low byte of the number.
-                 make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
+    app.disks = {
+        make_disk("sda", 0x80,
+                  {"primary 1 2048 ext4", "extended 2 4096", "lvm 4 30000 ext2", "logical 5 5000 ntfs",
+                   "swap 6 6000 ext2", "logical 7 7000", "logical 8 8000 fat32", "primary 9 40000",
+                   "extended 10 50000 xfs", "primary 11 4294969344 ext4", "primary 12 4294967296 ext4"}),
+        make_disk("sdb", 0x81, {}),
+        // A damaged list; the extended partition of the disk before is not lent to this one.
+        make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
+        // A record holds the low byte of the number.
+        make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
     // Also the same again, inside a partition, inside the extended partition, and outside every partition: no
     // question, which would need a display.
     save_template({record(0x80, 5000), record(0x83, 2048), record(0x80, 5000), record(0x80, 2050),
@@ -133,7 +132,7 @@ TEST_F(diskbrowser, window_offers_to_drop_unknown_records_and_marks_by_right_cli
     app.separator = '/';
     save_template({record(0x85, 63), record(0x80, 0), record(0x80, 100000), record(0x81, 0xfffffffeU)});
     answered_dialogs user({GTK_RESPONSE_YES});
-    ASSERT_EQ(diskbrowser_init(&app), 1);
+    ASSERT_TRUE(diskbrowser_init(&app));
     ask_delete_missing_sectors(&app);
     EXPECT_EQ(user.text(), "Confirm: The following sectors not found. Delete a sectors from a template?\n"
                            "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");

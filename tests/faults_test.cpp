@@ -64,9 +64,10 @@ void expect_truth_or_failure(const std::string &name, const std::function<int()>
         int call = 1;
         for (faulty_run run; call == 1 || run.calls >= call - 1; ++call) {
             run = run_with_faults(work, {{call, what, error}});
-            EXPECT_TRUE(run.survived && run.result != neither)
-                << name << ", call " << call << ", error " << error
-                << (run.crashed ? ": crashed" : ": half the truth");
+            const std::string where =
+                name + ", call " + std::to_string(call) + ", error " + std::to_string(error);
+            EXPECT_TRUE(run.survived) << where << (run.crashed ? ": crashed" : "");
+            EXPECT_NE(run.result, neither) << where << ": half the truth";
         }
         EXPECT_GT(call, fewest_calls) << name;
     }

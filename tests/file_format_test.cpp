@@ -57,13 +57,14 @@ TEST_F(file_format, file_list_cut_anywhere)
 
 TEST_F(file_format, damaged_file_lists)
 {
-    EXPECT_TRUE(read_files({std::string(whole.nam).replace(0x110, 4, four_billion), whole.chk}) == 0 &&
-                texts.size() == 3 && count == 0xFFFFFFFF);
+    EXPECT_EQ(read_files({std::string(whole.nam).replace(0x110, 4, four_billion), whole.chk}), 0);
+    EXPECT_EQ(std::tuple(texts.size(), count), std::tuple(3U, 0xFFFFFFFF));
     read_files({std::string(whole.nam).replace(1024, 256, std::string(256, 'A')), whole.chk});
     EXPECT_EQ(texts.at(0), std::string(256, 'A')) << "a record without a NUL";
-    EXPECT_TRUE(read_files({whole.chk, whole.nam}) == -2 && texts.empty());
-    EXPECT_TRUE(read_files(whole, 2) == 0 && texts.size() == 2);
-    EXPECT_EQ(count, 3U);
+    EXPECT_EQ(read_files({whole.chk, whole.nam}), -2);
+    EXPECT_EQ(texts.size(), 0U);
+    EXPECT_EQ(read_files(whole, 2), 0);
+    EXPECT_EQ(std::tuple(texts.size(), count), std::tuple(2U, 3U));
     std::filesystem::remove(directory.path() / "bootfile.nam");
     ASSERT_EQ(mkfifo((directory.path() / "bootfile.nam").c_str(), 0600), 0);
     EXPECT_EQ(read_files(), -1);
@@ -77,11 +78,14 @@ TEST_F(file_format, sector_lists)
         directory.write("bootsect.nam", nam);
         return read_sector_list(directory.path(), count);
     };
-    EXPECT_TRUE(read(pair.nam + "x") && count == 2);
+    EXPECT_TRUE(read(pair.nam + "x"));
+    EXPECT_EQ(count, 2U);
     for (const std::size_t cut : {1023U, 1024U, 1033U})
         EXPECT_FALSE(read(pair.nam.substr(0, cut))) << cut;
-    EXPECT_TRUE(!read(std::string(pair.nam).replace(0x110, 4, four_billion)) && count == 0xFFFFFFFF);
-    EXPECT_TRUE(read(std::string(pair.nam).replace(0x110, 1, 1, '\0')) && count == 0);
+    EXPECT_FALSE(read(std::string(pair.nam).replace(0x110, 4, four_billion)));
+    EXPECT_EQ(count, 0xFFFFFFFF);
+    EXPECT_TRUE(read(std::string(pair.nam).replace(0x110, 1, 1, '\0')));
+    EXPECT_EQ(count, 0U);
 }
 
 } // namespace

@@ -42,7 +42,21 @@ void expect_shown(GtkTreeView *view, file_store *store)
     }
 }
 
-TEST(file_store, keeps_a_view_true)
+using upper_path = GtkTreePath *(*)(GtkTreeModel *upper, GtkTreePath *path);
+const auto to_sorted = reinterpret_cast<upper_path>(gtk_tree_model_sort_convert_child_path_to_path);
+const auto to_filtered = reinterpret_cast<upper_path>(gtk_tree_model_filter_convert_child_path_to_path);
+
+// Asks a model on top for the children of a row: it takes the level over, and has the rest from the signals.
+void expect_children(GtkTreeModel *upper, upper_path convert, GtkTreePath *path, const file_node &row)
+{
+    const owned_path above(convert(upper, path));
+    GtkTreeIter iter;
+    ASSERT_NE(above, nullptr);
+    ASSERT_TRUE(gtk_tree_model_get_iter(upper, &iter, above.get()));
+    EXPECT_EQ(gtk_tree_model_iter_n_children(upper, &iter), std::ssize(row.children));
+}
+
+TEST(file_store, keeps_a_view_and_models_on_top_true)
 {
     NEED_DISPLAY();
     const fatal_warnings warnings;

@@ -116,6 +116,29 @@ TEST(loading, survives_what_it_cannot_read)
     run_tool("rm -rf " + deep.files.path().string());
 }
 
+TEST(check_dir_mount, finds_the_device_that_holds_a_directory)
+{
+    browsed_partition partition;
+    partition.host.write("dev/none", "");
+    for (const auto &[name, number] : {std::pair("sda1", 1U), {"sda2", 2U}, {"same", 1U}}) {
+        if (mknod((partition.host.path() / "dev" / name).c_str(), S_IFBLK | 0600, makedev(8, number)) != 0)
+            GTEST_SKIP() << "only root makes device nodes";
+    }
+    partition.mount("/dev/sda2 / ext4 rw 0 0\n/dev/sda1 /boot ext4 rw 0 0\n/dev/sda2 /boot/efi vfat rw 0 0\n"
+                    "tmpfs /tmp tmpfs rw 0 0\n/dev/same /srv ext4 rw 0 0\n/dev/sda2 /over ext4 rw 0 0\n"
+                    "/dev/sda1 /over ext4 rw 0 0\n");
+    // For each directory, whether it lies elsewhere than on sda1, and than on sda2.
+    const std::tuple<const char *, int, int> cases[] = {
+        {"/boot", 0, 1},     {"/boot/efix", 0, 1},  {"/srv/x", 0, 1},     {"/over/x", 0, 1},
+        {"/boot/efi", 1, 0}, {"/boot/efi/A", 1, 0}, {"/bootstrap", 0, 0}, {"/tmp/x", 0, 0}};
+    for (const auto &[directory, not_on_sda1, not_on_sda2] : cases) {
+        EXPECT_EQ(check_dir_mount(directory, "/dev/sda1"), not_on_sda1) << directory;
+        EXPECT_EQ(check_dir_mount(directory, "/dev/sda2"), not_on_sda2) << directory;
+    }
+    fs::remove(partition.host.path() / "proc/mounts");
+    EXPECT_FALSE(check_dir_mount("/boot", "/dev/sda2"));
+}
+
 TEST(find_iter_for_file, gives_the_row_or_the_reason)
 {
     browsed_partition partition;

@@ -1,6 +1,7 @@
 #include "common/filesystem.h"
 
 #include "common/defaults.h"
+#include "common/disk.h"
 #include "support.h"
 
 #include <gmock/gmock.h>
@@ -27,6 +28,18 @@ TEST(filesystem, recognises_what_coreutils_calls_ext)
     }
     EXPECT_EQ(check_fs_type(scratch.path() / "missing"), 0U);
     EXPECT_EQ(check_fs_type("/ntfs3"), 0x7366746EU);
+}
+
+TEST(file_systems, are_told_apart_by_the_whole_name)
+{
+    part p;
+    std::string kinds;
+    for (const char *name : {"ext4", "fat16", "fat32", "ntfs", "exfat", "fat", "linux-swap(v1)", ""}) {
+        p.fs_type = name;
+        kinds += is_ext_fs(p) ? "e" : is_fat_fs(p) ? "f" : "-";
+        kinds += is_supported_fs(p) ? "+ " : " ";
+    }
+    EXPECT_EQ(kinds, "e+ f+ f+ -+ - - - - ");
 }
 
 TEST(defaults, present_files_in_table_order_without_linked_directories)

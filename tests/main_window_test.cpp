@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <regex>
+#include <set>
 
 namespace {
 
@@ -75,6 +76,18 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     g_idle_add([](gpointer window) { return gtk_widget_destroy(GTK_WIDGET(window)), FALSE; }, app.window);
     gtk_main();
     release_window_description(app.xml);
+}
+
+TEST(main_window, has_a_handler_for_every_signal_of_the_description_and_no_other)
+{
+    const std::string description = content_of(description_file());
+    std::set<std::string> wanted, offered;
+    const std::regex attribute("handler=\"([^\"]*)\"");
+    for (std::sregex_iterator at(description.begin(), description.end(), attribute), end; at != end; ++at)
+        wanted.insert((*at)[1]);
+    for (const window_handler &handler : main_window_handlers())
+        offered.insert(handler.name);
+    EXPECT_EQ(offered, wanted);
 }
 
 TEST(main_window, loads_whole_files_and_fits_a_small_screen_with_texts_half_as_long_again)

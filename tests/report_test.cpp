@@ -28,7 +28,7 @@ struct report : testing::Test {
         app.total_files_size = 10000000006;
         app.filebrowser = windows->widget("filebrowser");
         app.disks.emplace_back().name = "md0";
-        EXPECT_EQ(diskbrowser_init(&app), 1);
+        EXPECT_TRUE(diskbrowser_init(&app));
         GtkTreeModel *sectors = gtk_tree_view_get_model(GTK_TREE_VIEW(app.diskbrowser));
         GtkTreeIter top;
         gtk_tree_model_get_iter_first(sectors, &top);
@@ -54,7 +54,7 @@ struct report : testing::Test {
             append_row(store, root, file_kind::file, "not marked");
         }
         gtk_tree_view_set_model(GTK_TREE_VIEW(app.filebrowser), GTK_TREE_MODEL(store));
-        ASSERT_EQ(report_init(&app), 1);
+        ASSERT_TRUE(report_init(&app));
         report_show(&app);
         report_show(&app);                                                // filled anew, not added to
         gtk_tree_view_set_model(GTK_TREE_VIEW(app.filebrowser), nullptr); // from here on nothing can change

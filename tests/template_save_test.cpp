@@ -86,7 +86,7 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
         app->mounts.front().letter = records.front()[0];
         save_file_template(app, partition->store);
         EXPECT_EQ(saved(), pair_of(2, records.front().substr(0, 1) + ":/boot/pelva/bootfile.nam", records));
-        EXPECT_TRUE(files_changed == 0 && app->total_files_selected == 4) << fs_type;
+        EXPECT_EQ(std::tuple(files_changed, app->total_files_selected), std::tuple(0, 4U)) << fs_type;
         EXPECT_EQ(left_out(), unnamed) << fs_type;
     }
 }

@@ -16,7 +16,7 @@ browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host
     p.device = "sda";
     p.index = 1;
     p.letter = 'C';
-    p.fs_name = p.fs_type = fs_type;
+    p.fs_type = fs_type;
     p.mount_point = files.path();
     app.mounts.push_back({&d, &p, status.st_dev, files.path(), 'C', 0});
     app.pelva_db_path = (host.path() / "boot").string();

@@ -35,6 +35,7 @@ constexpr std::array<const char *, 27> default_files = {
     "/usr/sbin/gtk-tarnel",
     "/usr/bin/tarnel",
     "/usr/bin/pelva",
+    // The kernel that the board's driver comes for; under another one the file is missing and drops out.
     "/lib/modules/4.9.41-nrj-desktop-1rosa-x86_64/kernel/drivers/char/pelva.ko",
 };
 
@@ -46,7 +47,7 @@ std::vector<std::string> generate_defaults()
     std::vector<std::string> passed;
     for (const char *file : default_files) {
         const std::string path = host_path(file);
-        if (check_fs_type(path) != 0 && check_symlink(path) != 0) {
+        if (check_fs_type(path) != 0 && check_symlink(path)) {
             trace_log("File %s passed", file);
             passed.emplace_back(file);
         }

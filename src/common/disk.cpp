@@ -173,6 +173,7 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
     p.sect_before = static_cast<std::uint64_t>(entry.start);
     p.sect_total = static_cast<std::uint64_t>(entry.length);
     p.device = device;
+    // libparted's PED_PARTITION_EXTENDED and PED_PARTITION_LOGICAL, alone: with another flag it is neither.
     p.extended = entry.type == 2;
     p.logical = entry.type == 1;
     p.lvm = entry.lvm;
@@ -180,11 +181,9 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
     if (p.lvm)
         trace_log("Partition: %s%d is lvm", path.c_str(), p.index);
     p.boot = entry.boot ? 1 : 0;
-    if (entry.fs_name) {
-        trace_log("File system of %s%d: %s", device.c_str(), p.index, entry.fs_name->c_str());
-        p.fs_name = entry.fs_name;
-        p.fs_type = entry.fs_name;
-    }
+    p.fs_type = entry.fs_type;
+    if (p.fs_type)
+        trace_log("File system of %s%d: %s", device.c_str(), p.index, p.fs_type->c_str());
     p.type = entry.type;
     examine_node(p);
     return p;

@@ -2,34 +2,16 @@
 // with the partitions that the firmware can see. Built once at start-up.
 #pragma once
 
+#include "common/part.h"
+
 #include <cstdint>
 #include <list>
 #include <optional>
 #include <string>
 #include <vector>
 
-// One partition. Sector numbers and lengths are in logical sectors of the disk.
-struct part {
-    std::int8_t boot = 0;          // the "active" flag
-    std::int32_t type = 0;         // libparted's: 0 normal, 1 logical, 2 extended
-    std::uint64_t sect_before = 0; // first sector (LBA) on the disk; a template holds 32 bits of it
-    std::uint64_t sect_total = 0;
-    std::int32_t index = 0; // 1-4 primary, 5 and up logical, GPT entry position + 1
-    std::int32_t extended = 0;
-    std::int32_t logical = 0;
-    std::int32_t lvm = 0;
-    std::int32_t swap = 0;
-    char letter = 0;                    // firmware's drive letter, 'C' upward; 0 for none
-    std::optional<std::string> fs_name; // libparted's name ("ext4", "fat32", ...), as shown to the user
-    std::optional<std::string> fs_type; // the same name, as tested and given to mount
-    std::optional<std::string> mount_point;
-    std::string device;    // base name of the disk, e.g. "sda"
-    std::uint64_t dev = 0; // st_rdev of the device node; 0 when it could not be examined
-};
-
 struct disk {
-    std::string name; // base name, e.g. "sda" or "md0"
-    std::int32_t removable = 0;
+    std::string name;               // base name, e.g. "sda" or "md0"
     std::uint32_t drive_number = 0; // BIOS drive number, 0x80 for the first disk
     std::int32_t is_gpt = 0;
     // All 0 when the disk could not be read.
@@ -69,17 +51,3 @@ struct disk_note {
 
 // The active md array (such as md0) that has the whole disk (such as sdb) as a member.
 [[nodiscard]] std::optional<std::string> find_raid_mapping_for_device(const std::string &name);
-
-// "p" for md arrays, whose partitions are named md0p1; nothing for sda1.
-const char *partition_separator(const std::string &disk_name);
-
-// Base name of a partition's device node: "sda1", "md0p1".
-std::string partition_name(const part &p);
-
-// 1 for ext2, ext3 and ext4; 0 otherwise, also without a file system.
-int is_ext_fs(const part &p);
-
-bool is_fat_fs(const part &p);
-
-// 1 for the file systems that can be mounted and browsed: ext2, ext3, ext4, fat16, fat32, ntfs.
-int is_supported_fs(const part &p);

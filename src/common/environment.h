@@ -23,5 +23,7 @@ struct environment {
     // empty when it is that root.
     std::string short_path;
     char separator = 0; // of the firmware's paths on that partition: '/' or '\'
+    // What ENABLE_REMOVABLE asks for, and the trace tells. The firmware numbers fixed disks only, so the disk
+    // list has no other.
     std::int32_t use_removable = 0;
 };

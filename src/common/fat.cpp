@@ -137,7 +137,7 @@ const fat_index &fat_lookups::memory::read_directory(fat_volume &volume, std::ui
         directories.splice(directories.begin(), directories, known);
     } else {
         fat_directory reader =
-            first_cluster == 0 ? open_fat16_root(volume) : open_directory(volume, first_cluster);
+            first_cluster == 0 ? open_fat16_root(volume) : open_fat_directory(volume, first_cluster);
         directories.push_front({&volume, first_cluster, fat_index(reader)});
         files += directories.front().index.size();
         forget_what_is_too_much();

@@ -145,7 +145,7 @@ fat_directory open_fat16_root(fat_volume &volume)
         .volume = volume, .position = geometry.root_start, .end = geometry.root_start + geometry.root_size};
 }
 
-fat_directory open_directory(fat_volume &volume, std::uint32_t first_cluster)
+fat_directory open_fat_directory(fat_volume &volume, std::uint32_t first_cluster)
 {
     fat_directory directory{.volume = volume};
     if (!seek_to_cluster(directory, first_cluster))

@@ -65,7 +65,7 @@ struct fat_directory {
 
 [[nodiscard]] fat_directory open_fat16_root(fat_volume &volume);
 // A chain that starts outside the volume yields a directory that is broken from the start.
-[[nodiscard]] fat_directory open_directory(fat_volume &volume, std::uint32_t first_cluster);
+[[nodiscard]] fat_directory open_fat_directory(fat_volume &volume, std::uint32_t first_cluster);
 
 // Reads the next entry of any kind, free ones too. `entry` is only changed by fat_read::entry; any other
 // result is final.

@@ -209,21 +209,21 @@ std::optional<std::string> template_name_path(const std::string &directory_path,
     return path;
 }
 
-int fill_structures(std::FILE *nam, std::FILE *chk, const std::string &directory_path, std::uint32_t count,
-                    list_kind kind)
+bool fill_structures(std::FILE *nam, std::FILE *chk, const std::string &directory_path, std::uint32_t count,
+                     list_kind kind)
 {
     trace_log("* Enter (nObjects=%d)", static_cast<int>(count));
     const std::optional<std::string> name_path = template_name_path(directory_path, kind);
     if (!name_path) {
         trace_log("* Fail");
-        return 0;
+        return false;
     }
     trace_log("Writing headers: %d bytes", static_cast<int>(template_header_size));
     if (!write_header(nam, name_header(count, kind)) ||
         !write_header(chk, check_header(count, kind, *name_path)))
-        return 0;
+        return false;
     trace_log("* Success");
-    return 1;
+    return true;
 }
 
 bool rewrite_record_count(std::FILE *stream, std::uint32_t count)
@@ -233,20 +233,23 @@ bool rewrite_record_count(std::FILE *stream, std::uint32_t count)
            std::fwrite(bytes.data(), 1, bytes.size(), stream) == bytes.size();
 }
 
-int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header, template_header &chk_header)
+bool read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header, template_header &chk_header)
 {
-    return read_header(nam, name_magic, nam_header) && read_header(chk, check_magic, chk_header) ? 1 : 0;
+    return read_header(nam, name_magic, nam_header) && read_header(chk, check_magic, chk_header);
 }
 
-bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
-                   const template_header &chk_header, list_kind kind)
+std::optional<bool> is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
+                                  const template_header &chk_header, list_kind kind)
 {
     const template_fields fields = fields_of(nam_header);
     const template_fields expected = {static_cast<std::uint32_t>(kind), fields.count,
                                       layout_of(kind).record_size};
+    const std::optional<std::uint64_t> nam_size = body_size(nam), chk_size = body_size(chk);
+    if (!nam_size || !chk_size)
+        return std::nullopt;
     return fields == expected && fields_of(chk_header) == expected &&
-           body_size(nam) == std::uint64_t{fields.count} * fields.record_size &&
-           body_size(chk) == std::uint64_t{fields.count} * check_value_size;
+           nam_size == std::uint64_t{fields.count} * fields.record_size &&
+           chk_size == std::uint64_t{fields.count} * check_value_size;
 }
 
 int read_file_list(const std::string &directory, count_callback on_count, record_callback on_record,

@@ -53,22 +53,23 @@ std::uint32_t sector_of(const sector_record &record); // LBA
                                                             list_kind kind);
 
 // Writes both headers, the name file's first. The streams stay open and belong to the caller.
-// Returns 1, or 0 when the name path is too long (nothing is written then) or a header was not taken whole.
-[[nodiscard]] int fill_structures(std::FILE *nam, std::FILE *chk, const std::string &directory_path,
-                                  std::uint32_t count, list_kind kind);
+// False when the name path is too long (nothing is written then) or a header was not taken whole.
+[[nodiscard]] bool fill_structures(std::FILE *nam, std::FILE *chk, const std::string &directory_path,
+                                   std::uint32_t count, list_kind kind);
 
 // Replaces the record count in a header that is already written; the position in the stream is lost.
 [[nodiscard]] bool rewrite_record_count(std::FILE *stream, std::uint32_t count);
 
-// Reads both headers, the name file's first. Returns 1 when both are whole and carry their magics, else 0.
+// Reads both headers, the name file's first. Whether both are whole and carry their magics.
 // A null check stream counts as a header that cannot be read.
-[[nodiscard]] int read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
-                                  template_header &chk_header);
+[[nodiscard]] bool read_structures(std::FILE *nam, std::FILE *chk, template_header &nam_header,
+                                   template_header &chk_header);
 
 // Whether two open files and their headers, as read_structures has read them, make a whole pair: they agree
-// with each other and hold exactly the records that they claim.
-[[nodiscard]] bool is_whole_pair(std::FILE *nam, const template_header &nam_header, std::FILE *chk,
-                                 const template_header &chk_header, list_kind kind);
+// with each other and hold exactly the records that they claim. Nothing when one cannot be examined.
+[[nodiscard]] std::optional<bool> is_whole_pair(std::FILE *nam, const template_header &nam_header,
+                                                std::FILE *chk, const template_header &chk_header,
+                                                list_kind kind);
 
 using count_callback = void (*)(std::uint32_t count, void *user);
 using record_callback = int (*)(const char *text, void *user); // non-zero stops the reading

@@ -2,9 +2,10 @@
 
 #include "trace_log.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <magic.h>
 #include <memory>
 #include <sys/stat.h>
@@ -14,23 +15,26 @@
 
 namespace {
 
-struct known_file_system {
-    std::uint32_t magic;
-    const char *trace_text;
-};
-
-// f_type values of statfs(2).
-constexpr std::array<known_file_system, 10> known_file_systems = {{
-    {0x137D, "File system: ext"},
-    {0xEF51, "File system: ext2"},
-    {0xEF53, "File system: ext2/ext3"}, // and ext4
-    {0x4006, "File system: fat"},
-    {0x4D44, "File system: msdos"},
-    {0x5346544E, "File system: ntfs"},
-    {0x7366746E, "File system: ntfs"}, // the kernel's ntfs3
-    {0x65735546, "File system: ntfs"}, // FUSE: mounted through ntfs-3g
-    {0x00011954, "File system: ufs"},
-    {0x54190100, "File system: ufs"}, // byte-swapped
+// What the tool recognises. The last row stands for everything else.
+constexpr std::array<file_system, 5> file_systems = {{
+    {.names = {"ext2", "ext3", "ext4"},
+     .magics =
+         {{{0x137D, "File system: ext"}, {0xEF51, "File system: ext2"}, {0xEF53, "File system: ext2/ext3"}}},
+     .names_in_records = record_names::as_they_are,
+     .separator = '/'},
+    {.names = {"fat16", "fat32"},
+     .magics = {{{0x4006, "File system: fat"}, {0x4D44, "File system: msdos"}}},
+     .names_in_records = record_names::short_names,
+     .mount_type = "vfat",
+     .mount_options = "-o codepage=866,utf8"},
+    {.names = {"ntfs"},
+     .magics = {{{0x5346544E, "File system: ntfs"},
+                 {0x7366746E, "File system: ntfs"},   // the kernel's ntfs3
+                 {0x65735546, "File system: ntfs"}}}, // FUSE: mounted through ntfs-3g
+     .mount_type = "ntfs-3g",
+     .mount_package = "ntfs-3g"},
+    {.magics = {{{0x00011954, "File system: ufs"}, {0x54190100, "File system: ufs"}}}}, // also byte-swapped
+    {},
 }};
 
 struct magic_closer {
@@ -40,6 +44,13 @@ using owned_magic = std::unique_ptr<std::remove_pointer_t<magic_t>, magic_closer
 
 } // namespace
 
+const file_system &find_file_system(const std::optional<std::string> &name)
+{
+    return *std::find_if(file_systems.begin(), std::prev(file_systems.end()), [&](const file_system &kind) {
+        return name && !name->empty() && std::ranges::find(kind.names, *name) != kind.names.end();
+    });
+}
+
 std::uint32_t check_fs_type(const std::string &path)
 {
     struct statfs status;
@@ -47,19 +58,21 @@ std::uint32_t check_fs_type(const std::string &path)
         return 0;
     const auto magic = static_cast<std::uint32_t>(status.f_type);
     trace_log("File %s has FS type: 0x%x", path.c_str(), magic);
-    for (const known_file_system &known : known_file_systems) {
-        if (known.magic == magic) {
-            trace_log("%s", known.trace_text);
-            return magic;
+    for (const file_system &kind : file_systems) {
+        for (const auto &[f_type, trace_text] : kind.magics) {
+            if (trace_text && f_type == magic) {
+                trace_log("%s", trace_text);
+                return magic;
+            }
         }
     }
     return 0;
 }
 
-int check_mime_type(const std::string &path, const std::string &expected)
+bool check_mime_type(const std::string &path, const std::string &expected)
 {
     trace_log("* Enter");
-    int answer = 0;
+    bool answer = false;
     const owned_magic cookie(magic_open(MAGIC_MIME));
     if (cookie && magic_load(cookie.get(), nullptr) == 0) {
         // Null when the file cannot be read.
@@ -71,7 +84,7 @@ int check_mime_type(const std::string &path, const std::string &expected)
     return answer;
 }
 
-int check_symlink(const std::string &path)
+bool check_symlink(const std::string &path)
 {
     for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
@@ -81,10 +94,10 @@ int check_symlink(const std::string &path)
         if (readlink(directory.c_str(), target.data(), target.size()) >= 0) {
             trace_log("Find symlink:  %s", directory.c_str());
             trace_log("* Exit");
-            return 0;
+            return false;
         }
     }
-    return 1;
+    return true;
 }
 
 int is_symlink(const std::string &path, mode_t mode)
@@ -128,7 +141,7 @@ const char *static_sprintf(const char *format, ...)
     return buffer.data();
 }
 
-int has_prefix(std::string_view text, std::string_view prefix)
+bool has_prefix(std::string_view text, std::string_view prefix)
 {
-    return text.starts_with(prefix) ? 1 : 0;
+    return text.starts_with(prefix);
 }

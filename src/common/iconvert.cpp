@@ -62,7 +62,7 @@ std::size_t utf16_length(std::string_view text)
     return length + 1 < text.size() ? length : text.size();
 }
 
-bool is_directory(const char *path)
+bool leads_to_directory(const char *path)
 {
     struct stat status;
     return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
@@ -140,7 +140,7 @@ void replace_backslash(std::string &path)
         if (path[i] != '\\' || (i > 0 && path[i - 1] == '/'))
             continue;
         path[i] = '\0'; // what stands before it is the directory to look for
-        path[i] = is_directory(i == 0 ? "/" : path.c_str()) ? '/' : '\\';
+        path[i] = leads_to_directory(i == 0 ? "/" : path.c_str()) ? '/' : '\\';
     }
     trace_log("Convert: %s", path.c_str());
 }

@@ -10,13 +10,6 @@
 
 namespace {
 
-constexpr std::int32_t free_space_type = 4;
-
-bool may_take_letter(const part &p)
-{
-    return !p.extended && p.type != free_space_type;
-}
-
 // Hands out the letters in their order. After the last value of a character comes none: a second 'C' would
 // name the wrong partition.
 class letter_sequence {
@@ -40,8 +33,6 @@ private:
 void letter_logical_drives(letter_sequence &letters, disk &owner, std::list<part>::iterator extended)
 {
     trace_log("Find extended partition: %s%d", extended->device.c_str(), extended->index);
-    if (extended->index > 3)
-        return;
     auto first =
         std::find_if(std::next(extended), owner.parts.end(), [](const part &p) { return p.index >= 5; });
     std::for_each(first, owner.parts.end(), [&](part &p) { letters.give(owner, p); });
@@ -125,12 +116,12 @@ void assign_letters(std::list<disk> &disks)
     for (disk &d : disks) {
         for (part &p : d.parts)
             p.letter = 0;
-        if (!d.parts.empty() && may_take_letter(d.parts.front()))
+        if (!d.parts.empty() && !d.parts.front().extended)
             letters.give(d, d.parts.front());
     }
     for (disk &d : disks) {
         for (auto p = d.parts.begin(); p != d.parts.end(); ++p) {
-            if (!p->letter && may_take_letter(*p))
+            if (!p->letter && !p->extended)
                 letters.give(d, *p);
             else if (p->extended)
                 letter_logical_drives(letters, d, p);
@@ -219,10 +210,10 @@ disk *find_disk_by_number(std::list<disk> &disks, std::uint32_t drive_number)
     return found == disks.end() ? nullptr : &*found;
 }
 
-int check_sector_range(const std::list<disk> &disks, const std::string &name, std::int64_t sector)
+bool check_sector_range(const std::list<disk> &disks, const std::string &name, std::int64_t sector)
 {
     const parsed_name wanted = name.starts_with("md") ? parse_array_name(name) : parse_sd_name(name);
-    int outside = 0;
+    bool outside = false;
     for (const disk &d : disks) {
         if (d.name != wanted.device)
             continue;

@@ -28,7 +28,7 @@ void assign_letters(std::list<disk> &disks);
 
 [[nodiscard]] disk *find_disk_by_number(std::list<disk> &disks, std::uint32_t drive_number);
 
-// 0 when a sector, counted from the start of the named disk or partition (sda, sda1), lies inside it, 1 when
-// it lies outside. A name that the list does not know gives 0.
-[[nodiscard]] int check_sector_range(const std::list<disk> &disks, const std::string &name,
-                                     std::int64_t sector);
+// Whether a sector, counted from the start of the named disk or partition (sda, sda1), lies outside of it. A
+// name that the list does not know gives false.
+[[nodiscard]] bool check_sector_range(const std::list<disk> &disks, const std::string &name,
+                                      std::int64_t sector);

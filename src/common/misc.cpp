@@ -3,6 +3,7 @@
 #include "common/disk_notes.h"
 #include "common/environment.h"
 #include "common/file_format.h"
+#include "common/filesystem.h"
 #include "common/process.h"
 #include "common/template_pair.h"
 #include "i18n.h"
@@ -51,6 +52,7 @@ bool find_template_directory(environment *env)
     if (!found) {
         trace_log("stat failed: %s", std::strerror(errno));
         trace_log("stat() failed on pelva database path, trying to create empty directory");
+        // No search permission: only root, who does not need it, gets to the templates.
         if (mkdir(path, 0644) != 0 || stat(path, &status) != 0) {
             trace_log("Cannot create database directory, exiting");
             std::fprintf(stderr,
@@ -136,7 +138,7 @@ bool name_for_firmware(environment *env)
         return false;
     }
     trace_log("Short path for pelva device: %c:%s", env->pelva_db_mt->letter, env->short_path.c_str());
-    env->separator = is_ext_fs(*env->pelva_db_mt->partition) ? '/' : '\\';
+    env->separator = file_system_of(*env->pelva_db_mt->partition).separator;
     return true;
 }
 

@@ -7,7 +7,6 @@
 #include "common/process.h"
 #include "trace_log.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -63,27 +62,12 @@ std::vector<std::string> cleanup_places()
     return only_own ? std::vector<std::string>{"/tmp/tarnel*"} : own;
 }
 
-// Device names stand on a command line and in a path. The kernel's names of disks are of this kind.
-bool is_plain_name(std::string_view name)
-{
-    return std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-               c == '-';
-    });
-}
-
 std::string mount_command(const disk &d, const part &p, const std::string &directory)
 {
-    std::string type = *p.fs_type;
-    std::string options;
-    if (type == "fat16" || type == "fat32") {
-        type = "vfat";
-        options = "-o codepage=866,utf8";
-    } else if (type == "ntfs") {
-        type = "ntfs-3g";
-    }
+    const file_system &kind = file_system_of(p);
+    const std::string type = kind.mount_type ? kind.mount_type : *p.fs_type;
     const std::string device = "/dev/" + d.name + partition_separator(d.name) + std::to_string(p.index);
-    return "mount -t " + type + " " + device + " " + directory + " " + options;
+    return "mount -t " + type + " " + device + " " + directory + " " + kind.mount_options;
 }
 
 // Mounts the partition below the temporary directory and sets its `mount_point`. Returns whether it did.
@@ -91,7 +75,7 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
 {
     trace_log("Partition /dev/%s%d does not have mount point", p.device.c_str(), p.index);
     trace_log("Mounting devices to %s", tmpdir.c_str());
-    if (!is_plain_name(d.name) || !is_plain_name(p.device)) {
+    if (!is_device_name(d.name) || !is_device_name(p.device)) {
         trace_log("Unusable device name %s", p.device.c_str());
         return false;
     }
@@ -199,10 +183,6 @@ int mount_partitions(environment *env)
     env->pelva_db_mt = nullptr;
     for (disk &d : env->disks) {
         trace_log("Processing disk: /dev/%s", d.name.c_str());
-        if (d.removable && !env->use_removable) {
-            trace_log("Warning /dev/%s (removable device)...", d.name.c_str());
-            continue;
-        }
         for (part &p : d.parts) {
             if (!ending())
                 use_partition(env, d, p);

@@ -1,4 +1,8 @@
-#include "common/disk.h"
+#include "common/part.h"
+
+#include "common/filesystem.h"
+
+#include <algorithm>
 
 const char *partition_separator(const std::string &disk_name)
 {
@@ -10,17 +14,32 @@ std::string partition_name(const part &p)
     return p.device + partition_separator(p.device) + std::to_string(p.index);
 }
 
-int is_ext_fs(const part &p)
+const file_system &file_system_of(const part &p)
 {
-    return p.fs_type == "ext2" || p.fs_type == "ext3" || p.fs_type == "ext4";
+    return find_file_system(p.fs_type);
+}
+
+bool is_ext_fs(const part &p)
+{
+    return file_system_of(p).names_in_records == record_names::as_they_are;
 }
 
 bool is_fat_fs(const part &p)
 {
-    return p.fs_type && p.fs_type->find("fat") != std::string::npos;
+    return file_system_of(p).names_in_records == record_names::short_names;
 }
 
-int is_supported_fs(const part &p)
+bool is_supported_fs(const part &p)
 {
-    return is_ext_fs(p) || p.fs_type == "fat16" || p.fs_type == "fat32" || p.fs_type == "ntfs";
+    return !file_system_of(p).names.front().empty();
+}
+
+bool is_device_name(std::string_view name)
+{
+    const auto is_alphanumeric = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    };
+    return !name.empty() && is_alphanumeric(name.front()) && std::ranges::all_of(name, [&](char c) {
+        return is_alphanumeric(c) || c == '_' || c == '-' || c == '.';
+    });
 }

@@ -2,6 +2,7 @@
 
 #include "common/host.h"
 #include "common/owned.h"
+#include "common/part.h"
 #include "common/table_record.h"
 #include "trace_log.h"
 
@@ -28,21 +29,13 @@ std::string text_of(std::span<const char> field)
     return {field.begin(), std::ranges::find(field, '\0')};
 }
 
-// A device name that may stand in a path or a shell command.
-bool is_plain_name(const std::string &name)
-{
-    return !name.empty() && std::ranges::all_of(name, [](char c) {
-        return g_ascii_isalnum(c) || c == '_' || c == '-' || c == '.';
-    });
-}
-
 // Adds a record to the table. False when no sane child would have sent it.
 bool take_device(const table_record &r, partition_table &table)
 {
     std::string path = text_of(r.text);
     if (const std::string root = host_path(""); path.starts_with(root))
         path.erase(0, root.size());
-    if (!is_plain_name(path.substr(path.rfind('/') + 1)) || r.sector_size <= 0 || r.device_length < 0)
+    if (!is_device_name(path.substr(path.rfind('/') + 1)) || r.sector_size <= 0 || r.device_length < 0)
         return false;
     table.path = std::move(path);
     table.model = text_of(r.model);
@@ -65,7 +58,7 @@ bool take_record(const table_record &r, partition_table &table)
     case record_kind::entry: {
         table_entry entry{r.number, r.type, r.start, r.length, r.boot != 0, r.lvm != 0, r.swap != 0, {}};
         if (r.has_fs)
-            entry.fs_name = text_of(r.text);
+            entry.fs_type = text_of(r.text);
         table.entries.push_back(std::move(entry));
         return r.number >= 0 && r.start >= 0 && r.length >= 0;
     }

@@ -17,7 +17,7 @@ struct table_entry {
     std::int32_t type = 0;              // libparted's: 0 normal, 1 logical, 2 extended
     std::int64_t start = 0, length = 0; // in logical sectors
     bool boot = false, lvm = false, swap = false;
-    std::optional<std::string> fs_name;
+    std::optional<std::string> fs_type;
 };
 
 struct partition_table {

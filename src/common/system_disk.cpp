@@ -85,11 +85,11 @@ std::set<std::string> devices_below(const fs::path &top, const std::vector<std::
 
 } // namespace
 
-int is_system_disk(const std::string &name)
+bool is_system_disk(const std::string &name)
 {
     std::array<char, 256> command;
     std::snprintf(command.data(), command.size(), "lsblk | grep \"%s.*/$\" 1>/dev/null 2>&1", name.c_str());
-    const int is_system = run_command(command.data()) == 0;
+    const bool is_system = run_command(command.data()) == 0;
     if (is_system)
         trace_log("Disk %s is system disk", name.c_str());
     else

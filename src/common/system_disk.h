@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-// 1 when lsblk shows the root file system on the disk (such as sda), else 0.
-[[nodiscard]] int is_system_disk(const std::string &name);
+// Whether lsblk shows the root file system on the disk (such as sda).
+[[nodiscard]] bool is_system_disk(const std::string &name);
 
 // The one of these devices (such as /dev/sda) that carries the root file system: the only one of which
 // is_system_disk says so, else what /sys says. Of several that carry it together, the first. Nothing when it

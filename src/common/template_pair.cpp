@@ -224,9 +224,10 @@ bool is_whole(int directory, list_kind kind, const std::string &nam_name, const 
             error = EIO;
         return false;
     }
-    if (!body_size(nam.get()) || !body_size(chk.get()))
+    const std::optional<bool> whole = is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
+    if (!whole)
         error = EIO;
-    return is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind);
+    return whole.value_or(false);
 }
 
 // The rename that completes a replacement of which one rename is done, or that takes it back; two empty names
@@ -288,7 +289,7 @@ int recover(int directory, list_kind kind)
     return 0;
 }
 
-owned_fd open_directory(const std::string &path)
+owned_fd open_template_directory(const std::string &path)
 {
     return owned_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
@@ -308,7 +309,7 @@ template_pair::~template_pair()
 
 std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind)
 {
-    auto pair = std::make_unique<template_pair>(directory, kind, open_directory(directory));
+    auto pair = std::make_unique<template_pair>(directory, kind, open_template_directory(directory));
     const auto [nam, chk] = names_of(kind);
     // A save that could not be taken back may have left half of the pair in use here.
     if (!pair->directory || (pair->error = recover(pair->directory.get(), kind)) != 0) {
@@ -348,7 +349,7 @@ bool replace_template(template_pair &pair)
 
 void recover_templates(const std::string &directory)
 {
-    const owned_fd opened = open_directory(directory);
+    const owned_fd opened = open_template_directory(directory);
     if (!opened)
         return;
     for (const list_kind kind : {list_kind::files, list_kind::sectors})

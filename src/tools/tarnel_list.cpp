@@ -69,7 +69,7 @@ bool check_pair(const std::string &directory, list_kind kind)
     }
     template_header nam_header{}, chk_header{};
     if (nam && chk && read_structures(nam.get(), chk.get(), nam_header, chk_header) &&
-        is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind))
+        is_whole_pair(nam.get(), nam_header, chk.get(), chk_header, kind).value_or(false))
         return true;
     say_not_whole(directory, kind);
     return false;
