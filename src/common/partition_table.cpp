@@ -145,29 +145,6 @@ void drop_table(partition_table &table, std::string reason)
     table.failure = std::move(reason);
 }
 
-// Whether the first two sectors look like a master boot record with entries, or like a GPT header, as those
-// of a disk without a table do not. A boot record's signature alone also stands on disks that hold nothing
-// but a file system; what is code there has no valid status bytes. True when the sectors cannot be read.
-bool shows_table(const partition_table &table)
-{
-    constexpr std::size_t entries = 446, entry_size = 16, entry_end = 510, type_offset = 4;
-    const auto sector_size = static_cast<std::size_t>(table.sector_size);
-    std::vector<std::uint8_t> sectors(std::clamp<std::size_t>(sector_size, 512, 1U << 16) * 2);
-    const owned_fd device(open(host_path(table.path).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!device ||
-        pread(device.get(), sectors.data(), sectors.size(), 0) != static_cast<ssize_t>(sectors.size()))
-        return true;
-    if (std::ranges::equal(std::span(sectors).subspan(sectors.size() / 2, 8), std::string_view("EFI PART")))
-        return true;
-    bool used = false;
-    for (std::size_t at = entries; at < entry_end; at += entry_size) {
-        if ((sectors[at] & 0x7FU) != 0)
-            return false;
-        used = used || sectors[at + type_offset] != 0;
-    }
-    return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
-}
-
 // What the reader finds when it starts: of all descriptors of this process only the end of the pipe, since an
 // inherited lock must not outlive its owner.
 int set_descriptors(posix_spawn_file_actions_t &files, int to_parent)
@@ -210,6 +187,29 @@ int spawn_reader(const std::string &device, table_depth depth, int to_parent, pi
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return error;
+}
+
+// Whether the first two sectors look like a master boot record with entries, or like a GPT header, as those
+// of a disk without a table do not. A boot record's signature alone also stands on disks that hold nothing
+// but a file system; what is code there has no valid status bytes. True when the sectors cannot be read.
+bool shows_table(const partition_table &table)
+{
+    constexpr std::size_t entries = 446, entry_size = 16, entry_end = 510, type_offset = 4;
+    const auto sector_size = static_cast<std::size_t>(table.sector_size);
+    std::vector<std::uint8_t> sectors(std::clamp<std::size_t>(sector_size, 512, 1U << 16) * 2);
+    const owned_fd device(open(host_path(table.path).c_str(), O_RDONLY | O_CLOEXEC));
+    if (!device ||
+        pread(device.get(), sectors.data(), sectors.size(), 0) != static_cast<ssize_t>(sectors.size()))
+        return true;
+    if (std::ranges::equal(std::span(sectors).subspan(sectors.size() / 2, 8), std::string_view("EFI PART")))
+        return true;
+    bool used = false;
+    for (std::size_t at = entries; at < entry_end; at += entry_size) {
+        if ((sectors[at] & 0x7FU) != 0)
+            return false;
+        used = used || sectors[at + type_offset] != 0;
+    }
+    return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
 }
 
 } // namespace
