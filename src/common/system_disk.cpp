@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <ranges>
 #include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -32,11 +31,9 @@ std::optional<std::string> device_mounted_at_root()
     const mount_table *table = current_mount_table();
     if (!table)
         return std::nullopt;
-    for (const mount_data &line : std::views::reverse(table->lines)) {
-        if (line.directory == "/")
-            return line.device;
-    }
-    return std::nullopt;
+    const auto shown = std::find_if(table->lines.rbegin(), table->lines.rend(),
+                                    [](const mount_data &line) { return line.directory == "/"; });
+    return shown == table->lines.rend() ? std::nullopt : std::optional(shown->device);
 }
 
 std::optional<fs::path> device_of_root()
