@@ -233,10 +233,10 @@ TEST_F(machine, damaged_tables)
     add_disk("sdf"); // overlapping partitions, and one that ends beyond the disk
     write_record("sdf", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
 
-    add_disk("sdi"); // without a table, like the next, where only the signature is right
-    add_disk("sdj", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
+    add_disk("sdg"); // without a table, like the next, where only the signature is right
+    add_disk("sdh", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
     const std::string disks = list();
-    EXPECT_THAT(describe_disk_notes(notes), HasSubstr(": sdb, sdc, sdd, sde."));
+    EXPECT_THAT(describe_disk_notes(notes), HasSubstr(": sdb, sdc. "));
     for (const char *lines :
          {"80 sda 32768*512: 1-2048+20000x 5E2049+100l 6F3049+100l\n81 sdb 32768*512:\n82 sdc 32768*512:\n"
           "83 sdd 32768*512: 1-2048+30000x 5G2049+399l 6H",
