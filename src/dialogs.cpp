@@ -121,17 +121,6 @@ GtkWidget *make_list_area(const char *bytes)
     return scrolled;
 }
 
-// Several long lines in one label would be laid out wider than the room that the label asks for.
-void keep_within_list(GtkWidget *label)
-{
-    PangoLayout *layout = gtk_widget_create_pango_layout(label, gtk_label_get_text(GTK_LABEL(label)));
-    int width = 0;
-    pango_layout_get_pixel_size(layout, &width, nullptr);
-    g_object_unref(layout);
-    if (width + 2 * border > list_max_width)
-        gtk_widget_set_size_request(label, list_max_width, -1);
-}
-
 int ask_list(GtkWidget *parent, const char *title, const buttons &choices, const char *text,
              const char *format, std::va_list arguments) __attribute__((format(printf, 5, 0)));
 
@@ -141,7 +130,6 @@ int ask_list(GtkWidget *parent, const char *title, const buttons &choices, const
     const owned_gchar list(g_strdup_vprintf(format, arguments));
     GtkWidget *dialog = make_dialog(parent, title, choices);
     GtkWidget *label = make_message_label(text);
-    keep_within_list(label);
     GtkWidget *scrolled = make_list_area(list.get());
     GtkBox *content = GTK_BOX(gtk_dialog_get_content_area(GTK_DIALOG(dialog)));
     gtk_box_pack_start(content, label, TRUE, TRUE, 0);

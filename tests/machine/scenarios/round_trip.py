@@ -65,7 +65,7 @@ def foreign_volumes():
         if Tool.running.process.poll() is None:
             Tool.running.process.kill()
             Tool.running.process.wait(30)
-        subprocess.run("umount -q /tmp/tarnel*/sdh*; umount -q '/srv/files/empty directory' /srv/image /mnt/*; umount -q /mnt/*; rmdir /srv/image; "
+        subprocess.run("umount -q /tmp/tarnel*/sdh* 2>/dev/null; umount -q '/srv/files/empty directory' /srv/image /mnt/*; umount -q /mnt/*; rmdir /srv/image; "
                        "echo a disk without a table | cat - /dev/zero | head -c 2048 >/dev/sdg; "
                        "rm -r /tmp/names /root/image /mnt/*; rmmod scsi_debug", shell=True, check=False)
 

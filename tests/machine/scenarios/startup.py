@@ -42,7 +42,7 @@ def no_lock():
     os.mkdir(LOCK)
     try:
         check_ended(1, "", f"Cannot open the lock file {LOCK}: Is a directory\n")
-        launcher = Tool(probe=False, trace=False, command=["tarnel"])
+        launcher = Tool(trace=False, command=["tarnel"])
         launcher.wait_window(MAIN)
         launcher.press("Escape")
         check_equal(launcher.wait_end(), 1, "exit status")
