@@ -166,7 +166,8 @@ static GdkPixbuf *icon_of(const store_state &state, const file_node &row)
 
 static void get_value(GtkTreeModel *model, GtkTreeIter *iter, gint column, GValue *value)
 {
-    const file_node &row = *file_store_row(iter);
+    file_node &row = *file_store_row(iter);
+    row.value_seen = true;
     g_value_init(value, get_column_type(model, column));
     switch (column) {
     case file_column_icon:
@@ -357,7 +358,7 @@ static gboolean flush_when_idle(gpointer store)
 
 void file_store_changed(file_store *store, file_node *row)
 {
-    if (row->change_pending || !is_watched(*row->parent))
+    if (row->change_pending || !row->value_seen)
         return;
     row->change_pending = true;
     store->state->changed.push_back(row);

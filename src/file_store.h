@@ -1,10 +1,12 @@
 // The file tree's rows. They are plain nodes, each owned by its parent; the GtkTreeModel on top is only the
 // face that tree views see. Everything here works without a display.
 //
-// Signals: row-inserted, row-deleted and row-has-child-toggled are emitted at once, row-changed before the
-// next repaint, all of them only among rows for which somebody has once asked through GtkTreeModel. Nobody,
-// be it a view or a model that sorts or filters, can have built anything from rows that it never asked for.
-// A view asks when a row is unfolded: loading below rows that never were costs no signals.
+// Signals: row-inserted, row-deleted and row-has-child-toggled are emitted at once among rows for which
+// somebody has once asked through GtkTreeModel, row-changed before the next repaint for rows of which
+// somebody has once asked for a value. Nobody, be it a view or a model that sorts or filters, can have built
+// anything from what it never asked for. A view asks for rows when they are unfolded, and for values when it
+// draws: loading below rows that never were unfolded costs no signals, nor does marking rows that never were
+// drawn.
 #pragma once
 
 #include <cstdint>
@@ -51,6 +53,7 @@ struct file_node {
     bool marked = false;
     bool change_pending = false; // a row-changed is due
     bool seen = false;           // somebody has asked for the children
+    bool value_seen = false;     // somebody has asked for a value of this row
 
     bool is_dir() const { return kind == file_kind::root || kind == file_kind::directory; }
     bool is_root() const { return kind == file_kind::root; }

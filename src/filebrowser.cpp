@@ -40,11 +40,13 @@ void set_shown_name(GtkTreeViewColumn *, GtkCellRenderer *renderer, GtkTreeModel
 
 // All rows have one height and the column has a fixed width, so that a directory of any size unfolds at once.
 // The column grows here with the widest of the names that have just appeared.
-void make_room_for_children(const struct app *app, const file_node &parent)
+void make_room_for_children(struct app *app, const file_node &parent)
 {
     widest_text names(app->filebrowser);
-    for (const auto &child : parent.children)
+    for (const auto &child : parent.children) {
         names.add(display_text(child->name));
+        progress_run_main_loop(app);
+    }
     int expander_size = 0, separator = 0;
     gtk_widget_style_get(app->filebrowser, "expander-size", &expander_size, "horizontal-separator",
                          &separator, nullptr);
@@ -115,9 +117,10 @@ void add_column(GtkTreeView *view)
     g_signal_connect(view, "query-tooltip", G_CALLBACK(on_query_tooltip), nullptr);
 }
 
-void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)
+// Reads a row before the view unfolds it: the view takes rows that are there at once, and one by one those
+// that come later.
+gboolean on_test_expand_row(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)
 {
-    trace_log("Enter *");
     file_node *row = file_store_row(iter);
     // The main loop runs in between; whatever it does, the rows stay.
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(filebrowser_store(app))));
@@ -125,6 +128,13 @@ void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app
     load_iter(app, held.get(), row);
     if (app->filebrowser)
         make_room_for_children(app, *row);
+    return !app->filebrowser; // TRUE: it stays folded
+}
+
+void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)
+{
+    trace_log("Enter *");
+    load_iter(app, filebrowser_store(app), file_store_row(iter));
     trace_log("Success *");
 }
 
@@ -171,6 +181,7 @@ void fill_view(struct app *app)
     add_column(view);
     trace_log("* 5");
     g_signal_connect(view, "button-press-event", G_CALLBACK(on_filebrowser_button_press), app);
+    g_signal_connect(view, "test-expand-row", G_CALLBACK(on_test_expand_row), app);
     g_signal_connect(view, "row-expanded", G_CALLBACK(on_row_expanded), app);
     trace_log("* 6");
     g_object_unref(store); // the view holds it now

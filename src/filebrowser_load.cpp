@@ -26,53 +26,70 @@ namespace {
 // The board's limit for the path of a file below its mount directory.
 constexpr std::size_t longest_relative_path = 253;
 
-// The entries that scandir chose. Empty when the directory cannot be read. Reading and sorting a large
-// directory take long by themselves, so the main loop gets its turns in between.
-class directory_list {
-public:
-    directory_list(struct app *app, const std::string &directory, int (*filter)(const dirent *))
-    {
-        reader_ = {app, filter};
-        count_ = scandir(directory.c_str(), &entries_, choose, compare);
-        if (count_ < 0) {
-            const int reason = errno;
-            trace_log("scandir() failed");
-            errno = reason;
-            std::perror("scandir");
-        }
-    }
-    ~directory_list()
-    {
-        for (int i = 0; i < count_; i++)
-            std::free(entries_[i]); // NOLINT: scandir allocates with malloc
-        std::free(entries_);        // NOLINT
-    }
-    directory_list(const directory_list &) = delete;
-    directory_list &operator=(const directory_list &) = delete;
+// An entry of a directory, with what sorts it.
+struct listed_entry {
+    owned_dirent entry;
+    owned_gchar key; // null where the names themselves sort
 
-    dirent **begin() const { return entries_; }
-    dirent **end() const { return entries_ + std::max(count_, 0); }
-
-private:
-    static int choose(const dirent *entry)
-    {
-        progress_run_main_loop(reader_.app);
-        return ending() ? 0 : reader_.filter(entry);
-    }
-    static int compare(const dirent **one, const dirent **other)
-    {
-        progress_run_main_loop(reader_.app);
-        return alphasort(one, other);
-    }
-
-    // scandir hands its helpers nothing of ours. During an operation no other one begins.
-    static inline struct {
-        struct app *app;
-        int (*filter)(const dirent *);
-    } reader_ = {};
-    dirent **entries_ = nullptr;
-    int count_ = 0;
+    const char *sorted_by() const { return key ? key.get() : entry->d_name; }
 };
+
+// scandir hands its helpers nothing of ours. During an operation no other one begins.
+struct app *reading_for = nullptr;
+
+int choose_entry(const dirent *entry)
+{
+    progress_run_main_loop(reading_for);
+    return !ending() && (dir_filter(entry) || file_filter(entry));
+}
+
+// Whether the C library collates names by their bytes, as it does in the locale "C".
+bool collates_by_bytes()
+{
+    return strxfrm(nullptr, "aB", 0) == 2;
+}
+
+// Two names compare as their keys do, byte by byte. A key costs as much as a handful of comparisons.
+owned_gchar collation_key(const char *name, std::vector<char> &buffer)
+{
+    const std::size_t length = strxfrm(buffer.data(), name, buffer.size());
+    if (length >= buffer.size()) {
+        buffer.resize(length + 1);
+        strxfrm(buffer.data(), name, buffer.size());
+    }
+    return owned_gchar(g_strdup(buffer.data()));
+}
+
+// The entries that the filters choose, in `alphasort` order. None when the directory cannot be read. Reading
+// and sorting a large directory take long by themselves, so the main loop gets its turns in between.
+std::vector<listed_entry> list_directory(struct app *app, const std::string &directory)
+{
+    dirent **entries = nullptr;
+    reading_for = app;
+    const int count = scandir(directory.c_str(), &entries, choose_entry, nullptr);
+    if (count < 0) {
+        const int reason = errno;
+        trace_log("scandir() failed");
+        errno = reason;
+        std::perror("scandir");
+    }
+    std::vector<listed_entry> listed;
+    listed.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    const bool by_bytes = collates_by_bytes();
+    std::vector<char> buffer(NAME_MAX);
+    for (int i = 0; i < count; i++) {
+        progress_run_main_loop(app);
+        const dirent *entry = entries[i];
+        listed.push_back(
+            {owned_dirent(entries[i]), by_bytes ? nullptr : collation_key(entry->d_name, buffer)});
+    }
+    std::free(entries); // NOLINT: scandir allocates with malloc
+    std::ranges::stable_sort(listed, [app](const listed_entry &one, const listed_entry &other) {
+        progress_run_main_loop(app);
+        return std::strcmp(one.sorted_by(), other.sorted_by()) < 0;
+    });
+    return listed;
+}
 
 // A directory being read. All its entries that are shown lie on its own mount, so what is asked of a mount is
 // asked once.
@@ -84,7 +101,7 @@ struct directory_source {
     std::set<std::string, std::less<>> mounted; // entries that hold something else
     bool other_device = false;                  // the directory itself is not on the partition
     bool known_fs = false;
-    std::size_t mount_length = 0; // of the mount directory
+    std::size_t prefix_length = 0; // of what precedes a name in a path from the mount directory on
 };
 
 bool is_below(const std::string &path, const std::string &directory)
@@ -114,7 +131,7 @@ directory_source open_for_rows(const file_node &row)
     directory.other_device = (row.mount && row.mount->dev != 0 && row.mount->dev != status.st_dev) ||
                              check_dir_mount(directory.path, directory.device);
     directory.known_fs = check_fs_type(directory.path) != 0;
-    directory.mount_length = mount_length(directory.path);
+    directory.prefix_length = build_path(directory.path, "").size() - mount_length(directory.path);
     return directory;
 }
 
@@ -122,7 +139,8 @@ directory_source open_for_rows(const file_node &row)
 // path the system would refuse is no entry.
 bool get_status(const directory_source &directory, const char *name, struct stat &status)
 {
-    return !directory.other_device && directory.known_fs && !directory.mounted.contains(name) &&
+    return !directory.other_device && directory.known_fs &&
+           (directory.mounted.empty() || !directory.mounted.contains(name)) &&
            directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
            fstatat(directory.file.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            status.st_dev == directory.dev;
@@ -140,8 +158,7 @@ bool shows_file(const directory_source &directory, const char *name, struct stat
 {
     if (!get_status(directory, name, status))
         return false;
-    const std::size_t length =
-        build_path(directory.path, "").size() + std::strlen(name) - directory.mount_length;
+    const std::size_t length = directory.prefix_length + std::strlen(name);
     trace_log("Template file name lenght: %d", static_cast<int>(length));
     return length <= longest_relative_path && S_ISREG(status.st_mode);
 }
@@ -153,30 +170,33 @@ struct found_entry {
     std::uint64_t size = 0; // bytes; of a file
 };
 
-std::vector<found_entry> find_directories(struct app *app, const directory_source &directory)
+std::vector<found_entry> find_directories(struct app *app, const directory_source &directory,
+                                          const std::vector<listed_entry> &listed)
 {
-    trace_log("Loading directory list...");
     std::vector<found_entry> found;
-    for (const dirent *entry : directory_list(app, directory.path, dir_filter)) {
+    for (const listed_entry &listing : listed) {
         if (ending())
             break;
-        if (shows_directory(directory, entry->d_name))
-            found.push_back({entry->d_name});
+        const dirent &entry = *listing.entry;
+        if (entry.d_type == DT_DIR && shows_directory(directory, entry.d_name))
+            found.push_back({entry.d_name});
         progress_run_main_loop(app);
     }
     return found;
 }
 
-std::vector<found_entry> find_files(struct app *app, const directory_source &directory)
+std::vector<found_entry> find_files(struct app *app, const directory_source &directory,
+                                    const std::vector<listed_entry> &listed)
 {
     trace_log("Loading file list...");
     std::vector<found_entry> found;
     struct stat status;
-    for (const dirent *entry : directory_list(app, directory.path, file_filter)) {
+    for (const listed_entry &listing : listed) {
         if (ending())
             break;
-        if (shows_file(directory, entry->d_name, status))
-            found.push_back({entry->d_name, static_cast<std::uint64_t>(status.st_size)});
+        const dirent &entry = *listing.entry;
+        if (entry.d_type != DT_DIR && shows_file(directory, entry.d_name, status))
+            found.push_back({entry.d_name, static_cast<std::uint64_t>(status.st_size)});
         progress_run_main_loop(app);
     }
     return found;
@@ -280,13 +300,19 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
     row->not_loaded = false; // before reading: a directory that fails is not tried again
     file_store_changed(store, row);
     const directory_source directory = open_for_rows(*row);
-    std::vector<found_entry> directories = find_directories(app, directory);
-    std::vector<found_entry> files = find_files(app, directory);
+    trace_log("Loading directory list...");
+    const std::vector<listed_entry> listed = list_directory(app, directory.path);
+    std::vector<found_entry> directories = find_directories(app, directory, listed);
+    std::vector<found_entry> files = find_files(app, directory, listed);
     row->children.reserve(1 + directories.size() + files.size());
-    for (found_entry &found : directories)
+    for (found_entry &found : directories) {
         append_dir(store, row, std::move(found.name), row->mount);
-    for (found_entry &found : files)
+        progress_run_main_loop(app);
+    }
+    for (found_entry &found : files) {
         append_file(store, row, std::move(found.name), found.size);
+        progress_run_main_loop(app);
+    }
     if (!row->children.empty())
         file_store_remove(store, row->children.front().get()); // the placeholder
     return 0;

@@ -8,13 +8,23 @@
 
 namespace fs = std::filesystem;
 
-// A machine with one disk and one partition. Nothing is really mounted, so the template directory and the
-// partition's mount directory lie on the same device, that of /tmp.
+// A machine with one disk and one partition, which is not really mounted: the template directory lies on the
+// same device as the directory that shows its files.
 TEST(app_init, names_the_template_directory_as_the_firmware_does)
 {
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
-    const recorded_commands shell;
+    recorded_commands shell;
+    shell.status = [&scratch](const std::string &command) {
+        const auto directory =
+            command.starts_with("mount ") ? command.find("/tmp/tarnel") : std::string::npos;
+        if (directory != std::string::npos) {
+            const fs::path place = command.substr(directory, command.find(' ', directory) - directory);
+            fs::remove(place);
+            fs::create_directory_symlink(scratch.path(), place);
+        }
+        return 0;
+    };
     environment record;
     const auto start = [&record](const std::string &template_directory) {
         setenv("PELVADB", template_directory.c_str(), 1);

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
 #include <glib.h>
 #include <memory>
 #include <unistd.h>
@@ -22,6 +23,7 @@ struct c_freer {
     void operator()(void *memory) const { std::free(memory); }
 };
 using owned_cstring = std::unique_ptr<char, c_freer>;
+using owned_dirent = std::unique_ptr<dirent, c_freer>; // of scandir
 
 // A file descriptor, closed at the end of its scope. -1 means none.
 class owned_fd {
