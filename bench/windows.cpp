@@ -1,20 +1,24 @@
 // One job of the windows, as a process of its own:
-//   bench_windows ROOT mark|premark|report DIRECTORY
+//   bench_windows ROOT mark|premark|save|report DIRECTORY [FILE-SYSTEM]
 //       works on a partition mounted at the directory; prints the marked files, the milliseconds of processor
-//       time that the work took, and the bytes of memory per row
+//       time that the work took, the bytes of memory per row, and the longest time in milliseconds that the
+//       main loop was kept from its turn; templates are those in ROOT
 //   bench_windows ROOT start
 //       comes up as the program does, until its window is shown
 //   bench_windows ROOT empty
 //       shows an empty window
 #include "app.h"
+#include "common/filesystem.h"
 #include "common/host.h"
 #include "common/misc.h"
 #include "diskbrowser.h"
 #include "filebrowser.h"
 #include "main_window.h"
 #include "report.h"
+#include "template_save.h"
 #include "window_description.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <malloc.h>
@@ -43,7 +47,33 @@ void settle()
         gtk_main_iteration();
 }
 
-void describe_partition(const std::string &directory)
+// The longest time between two turns of the main loop.
+class longest_gap {
+public:
+    longest_gap()
+    {
+        since = now();
+        longest = 0;
+        g_main_context_set_poll_func(nullptr, poll);
+    }
+    ~longest_gap() { g_main_context_set_poll_func(nullptr, g_poll); }
+
+    double milliseconds() const { return static_cast<double>(std::max(longest, now() - since)) / 1e3; }
+
+private:
+    static gint64 now() { return g_get_monotonic_time(); }
+    static gint poll(GPollFD *files, guint count, gint timeout)
+    {
+        longest = std::max(longest, now() - since);
+        const gint ready = g_poll(files, count, timeout);
+        since = now();
+        return ready;
+    }
+
+    static inline gint64 since = 0, longest = 0; // microseconds
+};
+
+void describe_partition(const std::string &directory, const char *file_system, const char *templates)
 {
     struct stat status = {};
     stat(directory.c_str(), &status);
@@ -52,10 +82,12 @@ void describe_partition(const std::string &directory)
     d.name = p.device = "sda";
     p.index = 1;
     p.letter = 'C';
-    p.fs_type = "ext4";
+    p.fs_type = file_system;
     p.mount_point = directory;
     the_app.mounts.push_back({&d, &p, status.st_dev, directory, 'C', 0});
-    the_app.pelva_db_path = directory;
+    the_app.pelva_db_path = templates;
+    the_app.pelva_db_mt = &the_app.mounts.back();
+    the_app.separator = file_system_of(p).separator;
 }
 
 void show_window()
@@ -100,26 +132,35 @@ void mark_everything()
 
 void work(const std::string &job)
 {
-    double begin = milliseconds();
-    std::size_t memory = mallinfo2().uordblks, rows = 1;
+    file_store *store = nullptr;
+    std::size_t memory = 0;
     if (job == "premark") {
-        file_store *store = create_model(&the_app);
-        if (fill_model(&the_app, store) != 0)
-            std::exit(1);
+        store = create_model(&the_app);
     } else {
+        for (const char *name : {"/bootfile.nam", "/bootfile.chk"})
+            remove((the_app.pelva_db_path + name).c_str());
         show_window();
-        begin = milliseconds();
+        store = filebrowser_store(&the_app);
         memory = mallinfo2().uordblks;
+        if (job != "mark")
+            mark_everything();
+    }
+    files_changed = job == "save"; // until it is done
+    const double begin = milliseconds();
+    const longest_gap gap;
+    if (job == "premark" && fill_model(&the_app, store) != 0)
+        std::exit(1);
+    if (job == "mark")
         mark_everything();
-        memory = mallinfo2().uordblks - memory;
-        rows = count_rows(*file_store_top(filebrowser_store(&the_app)));
-    }
-    if (job == "report") {
-        begin = milliseconds();
+    if (job == "save")
+        save_file_template(&the_app, store);
+    if (job == "report")
         report_show(&the_app);
-        settle();
-    }
-    std::printf("%u %.3f %zu\n", the_app.total_files_selected, milliseconds() - begin, memory / rows);
+    settle();
+    const double time = milliseconds() - begin;
+    memory = mallinfo2().uordblks - memory;
+    std::printf("%u %.3f %zu %.1f\n", files_changed ? 0 : the_app.total_files_selected, time,
+                memory / count_rows(*file_store_top(store)), gap.milliseconds());
 }
 
 // Starts the shells of the program's commands, but clears nothing up on the computer that measures.
@@ -159,13 +200,13 @@ int main(int count, char **arguments)
         return 2;
     set_host_root(arguments[1]);
     const std::string job = arguments[2];
-    if (count == 4)
-        describe_partition(arguments[3]);
+    if (count >= 4)
+        describe_partition(arguments[3], count > 4 ? arguments[4] : "ext4", arguments[1]);
     set_command_runner(run_harmless);
     if (job == "start" && app_init(&the_app) != 0)
         return 1;
     gtk_init(nullptr, nullptr);
-    if (count == 4)
+    if (count >= 4)
         work(job);
     else if (job == "start")
         start();

@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <gtk/gtk.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -58,18 +59,43 @@ bool is_new_input(const GdkEvent *event)
     }
 }
 
-// Takes away what was pressed until now and not looked at yet; everything else stays in its order.
-void drop_waiting_input()
+// What came before the window was shown and must wait, in its order. Owned.
+std::vector<GdkEvent *> held;
+
+bool is_input(const GdkEvent *event)
+{
+    return is_new_input(event) || event->type == GDK_BUTTON_RELEASE || event->type == GDK_KEY_RELEASE;
+}
+
+// Serves an event while the window does not yet keep input away from the rest: what is pressed waits, and
+// with it the releases behind it; so does the wish to close a window.
+void hold_input(GdkEvent *event, gpointer)
+{
+    if (is_new_input(event) || event->type == GDK_DELETE || (!held.empty() && is_input(event)))
+        held.push_back(gdk_event_copy(event));
+    else
+        gtk_main_do_event(event);
+}
+
+void serve_all_events()
+{
+    gdk_event_handler_set([](GdkEvent *event, gpointer) { gtk_main_do_event(event); }, nullptr, nullptr);
+}
+
+// Gives back what was held, or, after an operation that lasted long, takes away what was pressed until now
+// and not looked at yet; everything else stays in its order.
+void release_input(bool drop)
 {
     GdkDisplay *display = gdk_display_get_default();
-    if (!display)
+    if (!display || (held.empty() && !drop))
         return;
-    gdk_display_sync(display);
-    std::vector<GdkEvent *> waiting;
+    if (drop)
+        gdk_display_sync(display);
+    std::vector<GdkEvent *> waiting = std::exchange(held, {});
     while (GdkEvent *event = gdk_display_get_event(display))
         waiting.push_back(event);
     for (GdkEvent *event : waiting) {
-        if (!is_new_input(event))
+        if (!drop || !is_new_input(event))
             gdk_display_put_event(display, event);
         gdk_event_free(event);
     }
@@ -88,8 +114,8 @@ void progress_start(struct app *app)
 
 void progress_stop(struct app *app)
 {
-    if (app->progress_pending && lasts_long(now_in_microseconds()))
-        drop_waiting_input();
+    if (app->progress_pending)
+        release_input(lasts_long(now_in_microseconds()));
     // A timer left over from this operation would disturb the next one.
     stop_timer(show_source);
     stop_timer(pulse_source);
@@ -138,14 +164,16 @@ void progress_run_main_loop(struct app *app)
     if (!app->progress_pending || ending())
         return;
     const gint64 now = now_in_microseconds();
-    if (!lasts_long(now) || now - last_turn < turn_interval)
+    if (now - last_turn < turn_interval)
         return;
-    // The window must be up, and take all input, before the first event is looked at.
-    if (show_source) {
+    if (show_source && lasts_long(now)) {
         stop_timer(show_source);
         progress_show(app);
     }
+    if (!is_shown(app))
+        gdk_event_handler_set(hold_input, nullptr, nullptr);
     while (g_main_context_pending(nullptr) && now_in_microseconds() - now < turn_length)
         g_main_context_iteration(nullptr, FALSE);
+    serve_all_events();
     last_turn = now_in_microseconds();
 }

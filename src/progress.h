@@ -22,8 +22,8 @@ private:
 };
 
 // To be called often in between: lets the main loop run, without waiting, when it last ran so long ago that
-// the user would notice. Before the window is shown (and keeps input away from the rest) it does nothing, so
-// no event is ever handled in the middle of an operation. Nothing happens outside of one, nor while the
+// the user would notice. The window, once it is shown, keeps input away from the rest; until then what is
+// pressed waits for the end of the operation. So no input is ever handled in the middle of one. Nothing happens outside of one, nor while the
 // process is ending (common/process.h): it always returns, and the operation looks for that itself.
 void progress_run_main_loop(struct app *app);
 

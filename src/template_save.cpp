@@ -17,6 +17,8 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <future>
 #include <list>
 #include <optional>
 #include <vector>
@@ -257,6 +259,15 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     (void)write_to_pair(bytes);
 }
 
+// Bringing a large template to the disk takes its time.
+static bool replace_in_background(struct app *app)
+{
+    std::future<bool> replaced = std::async(std::launch::async, [] { return replace_template(*current); });
+    while (replaced.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+        progress_run_main_loop(app);
+    return replaced.get();
+}
+
 bool save_done(struct app *app)
 {
     // Spelled so for the text of the message.
@@ -267,7 +278,7 @@ bool save_done(struct app *app)
     // The walk that wrote it may have been left early.
     if (ending())
         current.reset();
-    else if (replace_template(*current)) {
+    else if (replace_in_background(app)) {
         current.reset();
         return true;
     } else
