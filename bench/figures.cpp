@@ -38,11 +38,14 @@ struct job {
 struct sample {
     double milliseconds;
     std::string answer;
+    long peak; // of its memory, in KiB
 };
 
 struct figure {
     double ours, theirs;
-    std::string answer;
+    std::size_t row_bytes; // of memory, for one row of the tree
+    long peak;             // of our memory, in KiB
+    double longest_gap;    // of all runs: milliseconds in which the window did not answer
 };
 
 fs::path scratch;  // also the root of the machine whose disks are measured
@@ -90,12 +93,10 @@ sample run(const job &job, clock_kind clock)
     std::string answer = last_line(output);
     if (status != 0 || !answer.starts_with(job.answer))
         give_up(job.words[0] + " failed: " + answer + " instead of " + job.answer);
-    double time = clock == clock_kind::elapsed ? elapsed.count()
-                                               : milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
-    // Jobs of the windows report the time of the work itself, without that of opening a window.
-    if (job.words[0].ends_with("bench_windows"))
-        std::sscanf(answer.c_str(), "%*u %lf", &time);
-    return {time, answer};
+    const double time = clock == clock_kind::elapsed
+                            ? elapsed.count()
+                            : milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+    return {time, answer, usage.ru_maxrss};
 }
 
 double median(std::vector<double> values)
@@ -111,16 +112,22 @@ figure measure(const std::string &what, const job &our_job, const std::string &j
     constexpr int fewest = 7, most = 51;
     constexpr auto enough = std::chrono::seconds(5);
     std::vector<double> our_times, their_times, ratios;
-    std::string answer;
+    figure result = {};
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < most && (i < fewest || std::chrono::steady_clock::now() - begin < enough); i++) {
-        const sample our_sample = run(our_job, clock);
-        our_times.push_back(our_sample.milliseconds);
+        sample ours = run(our_job, clock);
+        double gap = 0;
+        // Jobs of the windows report the time of the work itself, without that of opening a window.
+        if (our_job.words[0].ends_with("bench_windows"))
+            std::sscanf(ours.answer.c_str(), "%*u %lf %zu %lf", &ours.milliseconds, &result.row_bytes, &gap);
+        result.longest_gap = std::max(result.longest_gap, gap);
+        result.peak = std::max(result.peak, ours.peak);
+        our_times.push_back(ours.milliseconds);
         their_times.push_back(run(their_job, clock).milliseconds);
         ratios.push_back(our_times.back() / their_times.back());
-        answer = our_sample.answer;
     }
-    figure result = {median(our_times), median(their_times), answer};
+    result.ours = median(our_times);
+    result.theirs = median(their_times);
     std::printf("| %s | %.1f ms | %s %.1f ms | %.2f (%.2f to %.2f) |", what.c_str(), result.ours,
                 judge.c_str(), result.theirs, median(ratios), *std::ranges::min_element(ratios),
                 *std::ranges::max_element(ratios));
@@ -147,10 +154,10 @@ void shell(const std::string &text)
         give_up("failed: " + text);
 }
 
-std::string text(const char *format, int number)
+template<typename Value> std::string text(const char *format, Value value)
 {
-    char buffer[64];
-    std::snprintf(buffer, sizeof buffer, format, number);
+    char buffer[128];
+    std::snprintf(buffer, sizeof buffer, format, value); // NOLINT: the format is the caller's
     return buffer;
 }
 
@@ -166,59 +173,106 @@ void make_tree(const fs::path &root, int directories, int files_each)
     }
 }
 
-void write_template(const fs::path &root, const std::string &directory, unsigned records)
-{
-    const owned_file nam(std::fopen((root / "bootfile.nam").c_str(), "wb"));
-    const owned_file chk(std::fopen((root / "bootfile.chk").c_str(), "wb"));
-    if (!nam || !chk || !fill_structures(nam.get(), chk.get(), "C:/", records, list_kind::files))
-        give_up("cannot write a template");
-    for (unsigned i = 0; i < records; i++) {
-        const std::string name = text("/file-name_%06d.dat", static_cast<int>(i * 7919 % records));
-        std::string record = "C:/";
-        record.append(directory).append(name);
-        record.resize(file_record_size);
-        std::fwrite(record.data(), 1, record.size(), nam.get());
-    }
-}
-
 job find(const fs::path &directory)
 {
     return {{"find", directory, "-type", "f", "-printf", "%s %p\n"}, ""};
 }
 
-figure measure_tree(const char *what, const char *task, const char *directory, const char *files,
-                    const figure *tenth = nullptr)
+// Writes what a template needs of each file.
+job find_and_write(const fs::path &directory)
 {
-    const fs::path path = scratch / "files" / directory;
-    return measure(what, {ours("bench_windows", {task, path}), files}, "`find`", find(path), tenth);
+    const std::string saved = scratch / "saved";
+    return {{"sh", "-c",
+             "find '" + directory.string() + "' -type f -printf '%-256p' >'" + saved + "' && sync '" + saved +
+                 "'"},
+            ""};
+}
+
+job list_fat(const std::string &image)
+{
+    return {{"mdir", "-/", "-i", image, "::"}, ""};
+}
+
+void print_limit(const char *what, double value, const char *unit, double limit)
+{
+    std::printf("| %s | %.1f %s | limit %.0f %s | %.2f | |\n", what, value, unit, limit, unit, value / limit);
+}
+
+struct tree {
+    const char *directory;
+    int files;
+    const char *shown;
+    std::string fat_image; // when its names are looked up there
+};
+
+// The longest time in which the window did not answer while it worked on the trees.
+double longest_wait = 0;
+
+figure measure_tree(const std::string &what, const char *task, const tree &tree, const char *judge,
+                    const job &theirs, const figure *tenth)
+{
+    const fs::path path = scratch / "files" / tree.directory;
+    const char *file_system = tree.fat_image.empty() ? "ext4" : "fat32";
+    const job our_job = {ours("bench_windows", {task, path, file_system}), std::to_string(tree.files) + " "};
+    const figure result = measure(what, our_job, judge, theirs, tenth);
+    longest_wait = std::max(longest_wait, result.longest_gap);
+    return result;
+}
+
+// Marks all files, saves them, and marks again what was saved. Of trees that grow tenfold.
+figure measure_deep_trees(const std::vector<tree> &trees)
+{
+    const fs::path device = scratch / "dev/sda1"; // which the windows take for the partition
+    figure mark{}, save{}, start{};
+    for (const tree &tree : trees) {
+        if (!tree.fat_image.empty())
+            fs::create_symlink(tree.fat_image, device);
+        const fs::path path = scratch / "files" / tree.directory;
+        const std::string files =
+            std::string(tree.shown) + " files" + (tree.fat_image.empty() ? "" : " on FAT");
+        const job listing = tree.fat_image.empty() ? find(path) : list_fat(tree.fat_image);
+        const char *lister = tree.fat_image.empty() ? "`find`" : "`mdir`";
+        const bool grown = &tree != &trees.front();
+        if (tree.fat_image.empty())
+            mark = measure_tree("Mark " + files, "mark", tree, lister, listing, grown ? &mark : nullptr);
+        save = measure_tree("Save " + files, "save", tree, "`find` and `sync`", find_and_write(path),
+                            grown ? &save : nullptr);
+        start = measure_tree("Mark " + files + " from the template", "premark", tree, lister, listing,
+                             grown ? &start : nullptr);
+        fs::remove(device);
+    }
+    return mark;
 }
 
 void measure_trees()
 {
     const fs::path files = scratch / "files";
-    make_tree(files / "small", 100, 100);
-    make_tree(files / "large", 1000, 100);
-    make_tree(files / "flat_small", 1, 5'000);
-    make_tree(files / "flat_large", 1, 50'000);
-    figure small = measure_tree("Mark 10,000 files in 100 directories", "mark", "small", "10000 ");
-    const figure large =
-        measure_tree("Mark 100,000 files in 1,000 directories", "mark", "large", "100000 ", &small);
-    small = measure_tree("Mark 5,000 files in one directory", "mark", "flat_small", "5000 ");
-    measure_tree("Mark 50,000 files in one directory", "mark", "flat_large", "50000 ", &small);
-    small = measure_tree("List 5,000 marked files in the report", "report", "flat_small", "5000 ");
-    measure_tree("List 50,000 marked files in the report", "report", "flat_large", "50000 ", &small);
-    write_template(files / "flat_small", "directory_0", 1'000);
-    small = measure_tree("Mark 1,000 of 5,000 files from the template", "premark", "flat_small", "1000 ");
-    write_template(files / "flat_large", "directory_0", 10'000);
-    measure_tree("Mark 10,000 of 50,000 files from the template", "premark", "flat_large", "10000 ", &small);
-
-    std::size_t bytes = 0, line = 0;
-    std::sscanf(large.answer.c_str(), "%*u %*f %zu", &bytes);
-    line = run(find(files / "large"), clock_kind::processor).answer.size() + 1;
-    std::printf(
-        "| Memory for one of 100,000 rows, its name included | %zu bytes | a line of `find` %zu bytes "
-        "| %.2f | |\n",
-        bytes, line, static_cast<double>(bytes) / static_cast<double>(line));
+    const tree small = {"small", 10'000, "10,000", ""}, large = {"large", 100'000, "100,000", ""},
+               huge = {"huge", 1'000'000, "1,000,000", ""}, flat_small = {"flat_small", 5'000, "5,000", ""},
+               flat_large = {"flat_large", 50'000, "50,000", ""};
+    make_tree(files / small.directory, 100, 100);
+    make_tree(files / large.directory, 1'000, 100);
+    make_tree(files / huge.directory, 10'000, 100);
+    make_tree(files / flat_small.directory, 1, flat_small.files);
+    make_tree(files / flat_large.directory, 1, flat_large.files);
+    const figure marked = measure_deep_trees({small, large, huge});
+    const auto measure_flat = [&](const char *what, const char *task) {
+        figure tenth{};
+        for (const tree *tree : {&flat_small, &flat_large})
+            tenth = measure_tree(text(what, tree->shown), task, *tree, "`find`",
+                                 find(files / tree->directory), tree == &flat_large ? &tenth : nullptr);
+    };
+    measure_flat("Mark %s files in one directory", "mark");
+    measure_flat("List %s marked files in the report", "report");
+    const tree fat_small = {"small", small.files, small.shown, scratch / "dev/fat_small"},
+               fat_large = {"large", large.files, large.shown, scratch / "dev/fat_large"};
+    for (const tree &tree : {fat_small, fat_large})
+        shell("mkfs.fat -C -F 32 -s 8 " + tree.fat_image + " 524288 && mcopy -s -i " + tree.fat_image +
+              " files/" + tree.directory + "/* ::");
+    measure_deep_trees({fat_small, fat_large});
+    print_limit("Longest wait for the window in all of this", longest_wait, "ms", 100);
+    print_limit("Memory of the program with 1,000,000 files marked", static_cast<double>(marked.peak) / 1024,
+                "MiB", 200);
 }
 
 // --- Disks and volumes ---
@@ -308,6 +362,21 @@ void make_machine()
     fs::copy(programs / "../src/read-table", reader);
 }
 
+void write_template(const fs::path &root, const std::string &directory, unsigned records)
+{
+    const owned_file nam(std::fopen((root / "bootfile.nam").c_str(), "wb"));
+    const owned_file chk(std::fopen((root / "bootfile.chk").c_str(), "wb"));
+    if (!nam || !chk || !fill_structures(nam.get(), chk.get(), "C:/", records, list_kind::files))
+        give_up("cannot write a template");
+    for (unsigned i = 0; i < records; i++) {
+        const std::string name = text("/file-name_%06d.dat", static_cast<int>(i * 7919 % records));
+        std::string record = "C:/";
+        record.append(directory).append(name);
+        record.resize(file_record_size);
+        std::fwrite(record.data(), 1, record.size(), nam.get());
+    }
+}
+
 // The window comes up with two disks, one of their file systems mounted, and a saved template.
 void measure_start()
 {
@@ -345,8 +414,8 @@ int main(int, char **arguments)
               "theirs |");
     std::puts("|---|---|---|---|---|");
     make_machine();
-    measure_fat();
-    measure_tables();
+    if (!std::getenv("ONLY_TREES")) measure_fat();
+    if (!std::getenv("ONLY_TREES")) measure_tables();
     measure_trees();
     measure_start();
     fs::remove_all(scratch);

@@ -5,6 +5,7 @@
 #include "common/mount_table.h"
 #include "common/owned.h"
 #include "display_text.h"
+#include "filebrowser_names.h"
 #include "gtk_owned.h"
 #include "i18n.h"
 #include "progress.h"

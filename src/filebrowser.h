@@ -6,14 +6,11 @@
 #pragma once
 
 #include "app.h"
-#include "common/name_hash.h"
 #include "file_store.h"
 
 #include <dirent.h>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 // Builds the browser in the loaded window description and pre-marks it. False when a widget is missing.
 [[nodiscard]] bool filebrowser_init(struct app *app);
@@ -56,28 +53,6 @@ int load_directory_content(struct app *app, file_store *store, file_node *row);
 [[nodiscard]] int find_iter_go_down(struct app *app, file_store *store, const std::string &name,
                                     file_node **row);
 
-// The first child with this name among those already read; null when there is none. On FAT, where no other is
-// equal, the first whose name is equal without regard to case.
-[[nodiscard]] file_node *find_child(const file_node &row, const std::string &name);
-
-// The same for many names: the rows of the directories on the path last searched are remembered by their
-// names where their order does not lead to them. For the time in which no row goes away.
-class row_names {
-public:
-    [[nodiscard]] file_node *find(const file_node &row, const std::string &name);
-
-private:
-    using by_name = std::unordered_map<std::string, file_node *, name_hash>;
-    struct children_by_name {
-        const file_node *row = nullptr;
-        std::size_t count = 0;
-        by_name exact, folded;
-    };
-    [[nodiscard]] const children_by_name &children_of(const file_node &row);
-
-    std::vector<children_by_name> levels_; // of the tree
-};
-
 // --- Marks and totals ---
 
 // Sets the mark of one row to 0 or 1. For a file it also keeps the counts, marks and images of the rows above
@@ -112,7 +87,3 @@ void multiple_select(struct app *app, GtkTreeView *view, file_store *store, file
 // `file_template` when a template is there that cannot be read, or not to its end.
 // 0; -1: no name file, -2: the headers are not valid, -3: a name could not be converted.
 int fill_model(struct app *app, file_store *store);
-
-// Marks the file of one board path, in UTF-8 and with long names. 0; -1: no partition with the letter, -2: no
-// such file, -3: it exists but the tree does not show it.
-int mark_file(struct app *app, file_store *store, const std::string &board_path, row_names &rows);

@@ -1,7 +1,7 @@
-// The rows of the file tree by their names.
-#include "filebrowser.h"
+#include "filebrowser_names.h"
 
 #include "common/disk.h"
+#include "common/mount.h"
 
 #include <algorithm>
 #include <array>
@@ -32,25 +32,30 @@ bool is_on_fat(const file_node &row)
     return row.mount && row.mount->partition && is_fat_fs(*row.mount->partition);
 }
 
-// The place where the order of the rows puts the name.
-file_node *find_by_order(const file_node &row, const std::string &name)
+} // namespace
+
+// The place where the order of the rows puts the name. Among the directories, and then among the files, that
+// is often the one behind the last that was found.
+file_node *row_names::find_by_order(const file_node &row, const std::string &name) const
 {
     const auto &children = row.children;
     const auto before = [&name](const auto &child) {
         return std::strcoll(child->name.c_str(), name.c_str()) < 0;
     };
-    // The directories, and then the files, stand in the order of this comparison.
+    const bool goes_on = last_ && last_->parent == &row && last_->name != name;
+    const auto likely = goes_on ? children.begin() + last_->position + 1 : children.end();
     const auto files =
         std::ranges::partition_point(children, [](const auto &child) { return child->is_dir(); });
     for (const auto &[from, to] : {std::pair(children.begin(), files), std::pair(files, children.end())}) {
+        if (likely >= from && likely < to && (*likely)->name == name)
+            return likely->get();
+        // The directories, and then the files, stand in the order of this comparison.
         const auto place = std::partition_point(from, to, before);
         if (place != to && (*place)->name == name)
             return place->get();
     }
     return nullptr;
 }
-
-} // namespace
 
 const row_names::children_by_name &row_names::children_of(const file_node &row)
 {
@@ -71,8 +76,10 @@ const row_names::children_by_name &row_names::children_of(const file_node &row)
 
 file_node *row_names::find(const file_node &row, const std::string &name)
 {
-    if (file_node *found = find_by_order(row, name))
+    if (file_node *found = find_by_order(row, name)) {
+        last_ = found;
         return found;
+    }
     // Where the C library's collation contradicts itself, as it may on bytes that are no text, only the
     // search of all rows is sure.
     if (!is_on_fat(row)) {

@@ -9,6 +9,7 @@
 #include "common/letters.h"
 #include "common/owned.h"
 #include "common/process.h"
+#include "filebrowser_names.h"
 #include "i18n.h"
 #include "progress.h"
 #include "trace_log.h"
@@ -24,10 +25,13 @@ namespace {
 // Letter, colon and separator at the start of a board path.
 constexpr std::size_t prefix_length = 3;
 
-// What the records of one template share.
+// What the records of one template share. Most lie in the same directory as the one before.
 struct lookups {
     fat_lookups fat;
     row_names rows;
+    const file_node *root = nullptr; // of the last directory: its partition,
+    std::string path;                // its path below that,
+    file_node *directory = nullptr;  // and its row, null when there is none
 };
 
 // The name on a FAT partition with its long components; the name itself when there are none.
@@ -96,22 +100,39 @@ std::string convert_ntfs_path(std::string mountpoint, const std::string &tail)
     return path;
 }
 
-// Walks from a partition down the path that follows its mount directory, reading what was not read yet, and
-// marks the file at its end. 0, or -4 when a piece has no row.
-int load_and_mark(struct app *app, file_store *store, row_names &rows, const std::string &path,
-                  std::size_t start, file_node *row)
+// The row of a directory by its path below the partition, reading what was not read yet; null when there is
+// none. The path's first character separates its pieces.
+file_node *find_directory(struct app *app, file_store *store, lookups &shared, const std::string &path,
+                          file_node *root)
 {
-    trace_log("Enter *");
-    load_directory_content(app, store, row);
-    const std::string relative = path.substr(std::min(start, path.size()));
-    trace_log("%s, %s", path.c_str(), relative.c_str());
-    for (std::size_t at = 0; row && at < relative.size();) {
-        const std::size_t end = std::min(relative.find(relative[0], at + 1), relative.size());
-        row = rows.find(*row, relative.substr(at + 1, end - at - 1));
-        if (row && end < relative.size())
+    if (shared.root == root && shared.path == path)
+        return shared.directory;
+    load_directory_content(app, store, root);
+    file_node *row = root;
+    for (std::size_t at = 0; row && at < path.size();) {
+        const std::size_t end = std::min(path.find(path[0], at + 1), path.size());
+        row = shared.rows.find(*row, path.substr(at + 1, end - at - 1));
+        if (row)
             load_directory_content(app, store, row);
         at = end;
     }
+    shared.root = root;
+    shared.path = path;
+    shared.directory = row;
+    return row;
+}
+
+// Marks the file whose path follows its partition's mount directory. 0, or -4 when a piece of it has no row.
+int load_and_mark(struct app *app, file_store *store, lookups &shared, const std::string &path,
+                  std::size_t start, file_node *root)
+{
+    trace_log("Enter *");
+    const std::string relative = path.substr(std::min(start, path.size()));
+    trace_log("%s, %s", path.c_str(), relative.c_str());
+    const std::size_t name = relative.empty() ? 0 : relative.rfind(relative[0]);
+    file_node *row = find_directory(app, store, shared, relative.substr(0, name), root);
+    if (row && !relative.empty())
+        row = shared.rows.find(*row, relative.substr(name + 1));
     // Directories carry no mark of their own.
     if (!row || row->kind != file_kind::file) {
         trace_log("Failed");
@@ -120,6 +141,50 @@ int load_and_mark(struct app *app, file_store *store, row_names &rows, const std
     mark_iter(app, store, row, 1);
     trace_log("Success *");
     return 0;
+}
+
+// Marks the file of one board path, in UTF-8 and with long names. 0; -1: no partition with the letter, -2: no
+// such file, -3: it exists but the tree does not show it.
+int mark_file(struct app *app, file_store *store, const std::string &board_path, lookups &shared)
+{
+    const char letter = board_path.empty() ? '\0' : board_path[0];
+    mount_entry *mount = find_mount(app, letter);
+    if (!mount) {
+        app->missing_files.push_front(board_path);
+        trace_log("It is no partition with letter '%c' assigned", letter);
+        return -1;
+    }
+    const auto &roots = file_store_top(store)->children;
+    if (roots.empty()) {
+        trace_log("gtk_tree_model_get_iter_first() failed");
+        return -2;
+    }
+    const auto root = std::ranges::find(roots, mount, [](const auto &row) { return row->mount; });
+    const std::string tail = board_path.size() > 2 ? board_path.substr(2) : "";
+    const file_system &kind = file_system_of(*mount->partition);
+    if (tail.starts_with('/') && kind.separator != '/')
+        trace_log("WARNING: wrong path separator");
+    const std::string path = kind.names_in_records == record_names::code_page_866
+                                 ? convert_ntfs_path(mount->mountpoint, tail)
+                                 : convert_path(mount->mountpoint, tail);
+    // A file that has a row was there when its directory was read. On FAT a row is found without regard to
+    // case, which stat() does for Latin letters only.
+    if (root != roots.end() &&
+        load_and_mark(app, store, shared, path, mount->mountpoint.size(), root->get()) == 0)
+        return 0;
+    // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
+    // begins with two slashes; the user is shown one.
+    const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
+    const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
+    trace_log("stat(%s)", path.c_str());
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        trace_log("cannot stat() on %s: %s", path.c_str(), std::strerror(errno));
+        app->missing_files.push_front(shown);
+        return -2;
+    }
+    app->hidden_files.push_front(shown);
+    return -3;
 }
 
 // A start's way through the records, whose numbers begin at 0.
@@ -155,7 +220,7 @@ int mark_record(const char *record, void *user)
     }
     ++marking.next;
     // It notes itself what it cannot mark.
-    static_cast<void>(mark_file(marking.app, marking.store, *name, marking.shared.rows));
+    static_cast<void>(mark_file(marking.app, marking.store, *name, marking.shared));
     progress_run_main_loop(marking.app);
     return 0;
 }
@@ -176,52 +241,4 @@ int fill_model(struct app *app, file_store *store)
     app->file_template.unreadable =
         marking.unconvertible || (result != 0 && template_exists(app->pelva_db_path, list_kind::files));
     return marking.unconvertible ? -3 : result;
-}
-
-int mark_file(struct app *app, file_store *store, const std::string &board_path, row_names &rows)
-{
-    const char letter = board_path.empty() ? '\0' : board_path[0];
-    mount_entry *mount = find_mount(app, letter);
-    if (!mount) {
-        app->missing_files.push_front(board_path);
-        trace_log("It is no partition with letter '%c' assigned", letter);
-        return -1;
-    }
-    const auto &roots = file_store_top(store)->children;
-    if (roots.empty()) {
-        trace_log("gtk_tree_model_get_iter_first() failed");
-        return -2;
-    }
-    const auto root = std::ranges::find(roots, mount, [](const auto &row) { return row->mount; });
-    const std::string tail = board_path.size() > 2 ? board_path.substr(2) : "";
-    const file_system &kind = file_system_of(*mount->partition);
-    if (tail.starts_with('/') && kind.separator != '/')
-        trace_log("WARNING: wrong path separator");
-    const std::string path = kind.names_in_records == record_names::code_page_866
-                                 ? convert_ntfs_path(mount->mountpoint, tail)
-                                 : convert_path(mount->mountpoint, tail);
-    // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
-    // begins with two slashes; the user is shown one.
-    const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
-    const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
-    const auto mark = [&] {
-        return root != roots.end() &&
-               load_and_mark(app, store, rows, path, mount->mountpoint.size(), root->get()) == 0;
-    };
-    // On FAT a name is found without regard to case; stat() does that for Latin letters only.
-    const bool rows_first = is_fat_fs(*mount->partition);
-    if (rows_first && mark())
-        return 0;
-    trace_log("stat(%s)", path.c_str());
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0) {
-        trace_log("cannot stat() on %s: %s", path.c_str(), std::strerror(errno));
-        app->missing_files.push_front(shown);
-        return -2;
-    }
-    if (rows_first || !mark()) {
-        app->hidden_files.push_front(shown);
-        return -3;
-    }
-    return 0;
 }

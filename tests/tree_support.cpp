@@ -1,5 +1,6 @@
 #include "tree_support.h"
 
+#include "filebrowser_names.h"
 #include "gtk_support.h"
 #include "progress.h"
 #include "start_questions.h"
