@@ -178,19 +178,9 @@ job find(const fs::path &directory)
     return {{"find", directory, "-type", "f", "-printf", "%s %p\n"}, ""};
 }
 
-// Writes what a template needs of each file.
-job find_and_write(const fs::path &directory)
+job shell_job(const std::string &commands)
 {
-    const std::string saved = scratch / "saved";
-    return {{"sh", "-c",
-             "find '" + directory.string() + "' -type f -printf '%-256p' >'" + saved + "' && sync '" + saved +
-                 "'"},
-            ""};
-}
-
-job list_fat(const std::string &image)
-{
-    return {{"mdir", "-/", "-i", image, "::"}, ""};
+    return {{"sh", "-c", commands}, ""};
 }
 
 void print_limit(const char *what, double value, const char *unit, double limit)
@@ -225,21 +215,28 @@ figure measure_deep_trees(const std::vector<tree> &trees)
     const fs::path device = scratch / "dev/sda1"; // which the windows take for the partition
     figure mark{}, save{}, start{};
     for (const tree &tree : trees) {
-        if (!tree.fat_image.empty())
-            fs::create_symlink(tree.fat_image, device);
-        const fs::path path = scratch / "files" / tree.directory;
-        const std::string files =
-            std::string(tree.shown) + " files" + (tree.fat_image.empty() ? "" : " on FAT");
-        const job listing = tree.fat_image.empty() ? find(path) : list_fat(tree.fat_image);
-        const char *lister = tree.fat_image.empty() ? "`find`" : "`mdir`";
+        const std::string path = scratch / "files" / tree.directory, saved = scratch / "saved";
+        const std::string find_all = "find " + path + " -type f -printf '%s %p\n'";
+        const std::string write_all =
+            "find " + path + " -type f -printf %-256p >" + saved + " && sync " + saved;
+        const std::string list_fat = "mdir -/ -i " + tree.fat_image + " ::";
+        const std::string files = std::string(tree.shown) + " files";
         const bool grown = &tree != &trees.front();
-        if (tree.fat_image.empty())
-            mark = measure_tree("Mark " + files, "mark", tree, lister, listing, grown ? &mark : nullptr);
-        save = measure_tree("Save " + files, "save", tree, "`find` and `sync`", find_and_write(path),
-                            grown ? &save : nullptr);
-        start = measure_tree("Mark " + files + " from the template", "premark", tree, lister, listing,
-                             grown ? &start : nullptr);
-        fs::remove(device);
+        if (tree.fat_image.empty()) {
+            mark = measure_tree("Mark " + files, "mark", tree, "`find`", find(path), grown ? &mark : nullptr);
+            save = measure_tree("Save " + files, "save", tree, "`find` and `sync`", shell_job(write_all),
+                                grown ? &save : nullptr);
+            start = measure_tree("Mark " + files + " from the template", "premark", tree, "`find`",
+                                 find(path), grown ? &start : nullptr);
+        } else {
+            fs::create_symlink(tree.fat_image, device);
+            save = measure_tree("Save " + files + " on FAT", "save", tree, "`mdir`, `find` and `sync`",
+                                shell_job(list_fat + " && " + write_all), grown ? &save : nullptr);
+            start = measure_tree("Mark " + files + " on FAT from the template", "premark", tree,
+                                 "`mdir` and `find`", shell_job(list_fat + " && " + find_all),
+                                 grown ? &start : nullptr);
+            fs::remove(device);
+        }
     }
     return mark;
 }
@@ -414,8 +411,8 @@ int main(int, char **arguments)
               "theirs |");
     std::puts("|---|---|---|---|---|");
     make_machine();
-    if (!std::getenv("ONLY_TREES")) measure_fat();
-    if (!std::getenv("ONLY_TREES")) measure_tables();
+    measure_fat();
+    measure_tables();
     measure_trees();
     measure_start();
     fs::remove_all(scratch);

@@ -23,8 +23,9 @@ private:
 
 // To be called often in between: lets the main loop run, without waiting, when it last ran so long ago that
 // the user would notice. The window, once it is shown, keeps input away from the rest; until then what is
-// pressed waits for the end of the operation. So no input is ever handled in the middle of one. Nothing happens outside of one, nor while the
-// process is ending (common/process.h): it always returns, and the operation looks for that itself.
+// pressed waits for the end of the operation, so no input is ever handled in the middle of one. Nothing
+// happens outside of one, nor while the process is ending (common/process.h): it always returns, and the
+// operation looks for that itself.
 void progress_run_main_loop(struct app *app);
 
 // The timers: after 100 ms, and every 200 ms from then on.

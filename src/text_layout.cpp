@@ -22,7 +22,7 @@ std::size_t known_number(gunichar character)
 
 constexpr int unknown_advance = -1;
 // So many texts are measured before it pays to expect widths.
-constexpr unsigned measured_outright = 200;
+constexpr unsigned measured_outright = 20;
 
 } // namespace
 
@@ -36,17 +36,19 @@ int widest_text::measure(const char *text, int length)
     return width;
 }
 
-// How far the next character is shifted to the right by this one; of the last one (next 0) its width.
+// How far the next character is shifted to the right by this one; of the last one its width.
 int widest_text::advance(gunichar character, gunichar next)
 {
     if (advances_.empty())
         advances_.assign(known_count * known_count, unknown_advance);
+    if (known_number(next) == 0)
+        next = 0;
     int &known = advances_[known_number(character) * known_count + known_number(next)];
     if (known == unknown_advance) {
         std::array<char, 12> text{}; // two characters of up to six bytes
         const int first = g_unichar_to_utf8(character, text.data());
         const int second = next ? g_unichar_to_utf8(next, text.data() + first) : 0;
-        known = measure(text.data(), first + second) - (next ? measure(text.data() + first, second) : 0);
+        known = measure(text.data(), first + second) - (next ? advance(next, 0) : 0);
         known = std::max(known, 0);
     }
     return known;
@@ -57,11 +59,15 @@ int widest_text::advance(gunichar character, gunichar next)
 std::optional<int> widest_text::expected_width(const std::string &text)
 {
     int width = 0;
-    for (const char *at = text.c_str(); *at; at = g_utf8_next_char(at)) {
-        const gunichar character = g_utf8_get_char(at), next = g_utf8_get_char(g_utf8_next_char(at));
+    gunichar character = g_utf8_get_char(text.c_str());
+    for (const char *at = text.c_str(); *at;) {
         if (known_number(character) == 0)
             return std::nullopt;
-        width += advance(character, known_number(next) == 0 ? 0 : next);
+        at = g_utf8_next_char(at);
+        const gunichar next =
+            static_cast<unsigned char>(*at) < 0x80 ? static_cast<unsigned char>(*at) : g_utf8_get_char(at);
+        width += advance(character, next);
+        character = next;
     }
     return width;
 }

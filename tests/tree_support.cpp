@@ -22,7 +22,7 @@ browsed_partition::browsed_partition(const std::string &fs_type) : replaced(host
     app.mounts.push_back({&d, &p, status.st_dev, files.path(), 'C', 0});
     app.pelva_db_path = (host.path() / "boot").string();
     app.pelva_db_mt = &app.mounts.front();
-    app.short_path = app.pelva_db_path.c_str();
+    app.short_path = app.pelva_db_path;
     app.separator = '/';
     host.write("proc/mounts", "/dev/sda1 " + files.path().string() + " " + fs_type + " rw 0 0\n");
     store = create_model(&app);
