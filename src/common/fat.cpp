@@ -139,7 +139,7 @@ const fat_index &fat_lookups::memory::read_directory(fat_volume &volume, std::ui
         fat_directory reader =
             first_cluster == 0 ? open_fat16_root(volume) : open_fat_directory(volume, first_cluster);
         directories.push_front({&volume, first_cluster, fat_index(reader)});
-        files += directories.front().index.size();
+        files += directories.front().index.file_count();
         forget_what_is_too_much();
     }
     return directories.front().index;
@@ -149,7 +149,7 @@ void fat_lookups::memory::forget_what_is_too_much()
 {
     while (directories.size() > 1 &&
            (files > most_files_remembered || directories.size() > most_directories_remembered)) {
-        files -= directories.back().index.size();
+        files -= directories.back().index.file_count();
         directories.pop_back();
     }
 }

@@ -34,21 +34,21 @@ std::string folded(std::string text)
 
 fat_index::fat_index(fat_directory &directory)
 {
-    read(directory);
+    read_files(directory);
     slots_.resize(std::bit_ceil(2 * names_each * files_.size() + 1));
     for (std::size_t i = 0; i < files_.size(); ++i) {
         const fat_file &file = files_[i];
-        add(key::record, sfn_to_string(file.short_name), i);
+        add_name(key::record, sfn_to_string(file.short_name), i);
         if (file.long_length > 0) {
-            add(key::long_name, bytes_of(long_name(file)), i);
+            add_name(key::long_name, bytes_of(long_name(file)), i);
         } else {
-            add(key::shown, shown_short_name(file.short_name, file.case_byte), i);
-            add(key::folded, folded(shown_short_name(file.short_name, 0)), i);
+            add_name(key::shown, shown_short_name(file.short_name, file.case_byte), i);
+            add_name(key::folded, folded(shown_short_name(file.short_name, 0)), i);
         }
     }
 }
 
-void fat_index::read(fat_directory &directory)
+void fat_index::read_files(fat_directory &directory)
 {
     fat_entry entry;
     while (read_next_file_entry(directory, entry) == fat_read::entry) {
@@ -63,12 +63,12 @@ void fat_index::read(fat_directory &directory)
             trace_log("attr = 0");
         // A volume label is not a file, though it often has the name of a directory.
         if (!is_unused(entry) && !(entry[11] & volume_label_attribute) && is_component(sfn_to_string(entry)))
-            append(directory, entry, long_name.value_or(u""));
+            append_file(directory, entry, long_name.value_or(u""));
     }
 }
 
-void fat_index::append(const fat_directory &directory, const fat_entry &entry,
-                       const std::u16string &long_name)
+void fat_index::append_file(const fat_directory &directory, const fat_entry &entry,
+                            const std::u16string &long_name)
 {
     const std::uint32_t high_word = directory.volume.geometry.fat32 ? le16(entry, 20) : 0;
     fat_file &file = files_.emplace_back();
@@ -115,14 +115,14 @@ std::size_t fat_index::slot_of(key kind, std::string_view name) const
     return at;
 }
 
-void fat_index::add(key kind, std::string_view name, std::size_t file)
+void fat_index::add_name(key kind, std::string_view name, std::size_t file)
 {
     std::uint32_t &slot = slots_[slot_of(kind, name)];
     if (!slot)
         slot = static_cast<std::uint32_t>(file * 4 + static_cast<std::size_t>(kind) + 1);
 }
 
-std::size_t fat_index::find(key kind, std::string_view name) const
+std::size_t fat_index::find_file(key kind, std::string_view name) const
 {
     const std::uint32_t slot = slots_[slot_of(kind, name)];
     return slot ? (slot - 1) / 4 : none;
@@ -130,18 +130,18 @@ std::size_t fat_index::find(key kind, std::string_view name) const
 
 const fat_file *fat_index::find_record(std::string_view text) const
 {
-    const std::size_t found = find(key::record, text);
+    const std::size_t found = find_file(key::record, text);
     return found == none ? nullptr : &files_[found];
 }
 
 const fat_file *fat_index::find_shown(const address_part &part) const
 {
     std::size_t found =
-        std::min(find(key::long_name, bytes_of(part.long_name)), find(key::shown, part.shown));
+        std::min(find_file(key::long_name, bytes_of(part.long_name)), find_file(key::shown, part.shown));
     if (found == none)
-        found = find(key::folded, folded(part.shown));
+        found = find_file(key::folded, folded(part.shown));
     if (found == none)
-        found = find(key::record, part.upper);
+        found = find_file(key::record, part.upper);
     if (found == none)
         return nullptr;
     const fat_file &file = files_[found];
@@ -149,7 +149,7 @@ const fat_file *fat_index::find_shown(const address_part &part) const
     trace_log("long_name = %s, entry_filename = %s, namePart=%s namePartUp= %s",
               file.long_length ? shown_name(file).value_or("").c_str() : "not_lfn", record.c_str(),
               part.name.c_str(), part.upper.c_str());
-    if (find(key::record, record) != found) {
+    if (find_file(key::record, record) != found) {
         trace_log("The firmware finds another file by the name %s", record.c_str());
         return nullptr;
     }

@@ -36,17 +36,17 @@ public:
     [[nodiscard]] std::optional<std::string> shown_name(const fat_file &file) const;
 
     // How many files it holds.
-    [[nodiscard]] std::size_t size() const { return files_.size(); }
+    [[nodiscard]] std::size_t file_count() const { return files_.size(); }
 
 private:
     enum class key : std::uint8_t { record, shown, folded, long_name };
 
-    void read(fat_directory &directory);
-    void append(const fat_directory &directory, const fat_entry &entry, const std::u16string &long_name);
-    void add(key kind, std::string_view name, std::size_t file);
+    void read_files(fat_directory &directory);
+    void append_file(const fat_directory &directory, const fat_entry &entry, const std::u16string &long_name);
+    void add_name(key kind, std::string_view name, std::size_t file);
     [[nodiscard]] bool has_name(std::size_t file, key kind, std::string_view name) const;
     [[nodiscard]] std::size_t slot_of(key kind, std::string_view name) const;
-    [[nodiscard]] std::size_t find(key kind, std::string_view name) const;
+    [[nodiscard]] std::size_t find_file(key kind, std::string_view name) const;
     [[nodiscard]] std::u16string_view long_name(const fat_file &file) const;
 
     std::vector<fat_file> files_;

@@ -29,7 +29,7 @@ public:
         // NOLINTNEXTLINE: iconv's own mark of a failed opening.
         return descriptor_ != reinterpret_cast<iconv_t>(-1);
     }
-    iconv_t get() const { return descriptor_; }
+    iconv_t descriptor() const { return descriptor_; }
 
 private:
     iconv_t descriptor_;
@@ -44,7 +44,7 @@ const converter *find_converter(const char *target, const char *source)
     const auto [found, added] =
         opened.try_emplace(std::pair<std::string, std::string>(target, source), target, source);
     if (found->second) {
-        iconv(found->second.get(), nullptr, nullptr, nullptr, nullptr);
+        iconv(found->second.descriptor(), nullptr, nullptr, nullptr, nullptr);
         return &found->second;
     }
     const int error = errno;
@@ -97,7 +97,7 @@ std::optional<std::string> pvl_iconv(std::string_view text, const char *source, 
     trace_log("inbuf =%s, inbytesleft = %d , outbuf =%s, outbytesleft = %d", in, static_cast<int>(in_left),
               out, static_cast<int>(out_left));
     errno = 0;
-    const std::size_t changes = iconv(conversion->get(), &in, &in_left, &out, &out_left);
+    const std::size_t changes = iconv(conversion->descriptor(), &in, &in_left, &out, &out_left);
     const int error = changes == static_cast<std::size_t>(-1) ? errno : 0;
     if (error)
         trace_log("iconv failed: %s", std::strerror(error));
