@@ -18,8 +18,8 @@ typedef struct _GdkPixbuf GdkPixbuf;
 struct window_description;
 
 // 1 while the marks differ from the saved template.
-extern std::int32_t files_changed;
-extern std::int32_t sectors_changed;
+inline std::int32_t files_changed = 0;
+inline std::int32_t sectors_changed = 0;
 
 constexpr std::size_t path_buf_size = 1024;
 
@@ -80,4 +80,7 @@ struct app : environment {
     std::FILE *fsncv = nullptr; // both null otherwise
 };
 
-saved_template &template_of(struct app &app, list_kind kind);
+inline saved_template &template_of(struct app &app, list_kind kind)
+{
+    return kind == list_kind::files ? app.file_template : app.sector_template;
+}

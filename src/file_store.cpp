@@ -3,6 +3,7 @@
 #include "common/mount.h"
 #include "gtk_owned.h"
 
+#include <array>
 #include <utility>
 
 namespace {
@@ -103,26 +104,12 @@ static gint get_n_columns(GtkTreeModel *)
 
 static GType get_column_type(GtkTreeModel *, gint column)
 {
-    switch (column) {
-    case file_column_icon:
-        return GDK_TYPE_PIXBUF;
-    case file_column_name:
-    case file_column_full_path:
-        return G_TYPE_STRING;
-    case file_column_mount_entry:
-        return G_TYPE_POINTER;
-    case file_column_size:
-        return G_TYPE_UINT64;
-    case file_column_marked_files:
-        return G_TYPE_INT;
-    case file_column_is_dir:
-    case file_column_is_root:
-    case file_column_not_loaded:
-    case file_column_marked:
-        return G_TYPE_BOOLEAN;
-    default:
-        return G_TYPE_INVALID;
-    }
+    // In the order of file_column.
+    const std::array<GType, file_column_count> types = {
+        GDK_TYPE_PIXBUF, G_TYPE_STRING, G_TYPE_BOOLEAN, G_TYPE_BOOLEAN, G_TYPE_BOOLEAN,
+        G_TYPE_POINTER,  G_TYPE_STRING, G_TYPE_BOOLEAN, G_TYPE_UINT64,  G_TYPE_INT};
+    return column >= 0 && column < file_column_count ? types[static_cast<std::size_t>(column)]
+                                                     : G_TYPE_INVALID;
 }
 
 static gboolean get_iter(GtkTreeModel *model, GtkTreeIter *iter, GtkTreePath *path)

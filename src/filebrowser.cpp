@@ -11,7 +11,7 @@
 #include "progress.h"
 #include "text_layout.h"
 #include "trace_log.h"
-#include "window_description.h"
+#include "widgets.h"
 #include "wrapped_label.h"
 
 #include <algorithm>
@@ -27,7 +27,6 @@ constexpr int column_margin = 24;
 struct page_widget {
     const char *name;
     GtkWidget *app::*field;
-    const char *missing;
 };
 
 // --- The view ---
@@ -145,9 +144,9 @@ gboolean keep_open(GtkWidget *, GdkEvent *, gpointer)
 }
 
 constexpr page_widget page_widgets[] = {
-    {"filebrowser", &app::filebrowser, "Cannot find 'filebrowser' widget"},
-    {"total_files_selected", &app::total_files_selected_label, "Cannot find 'total_files_selected' widget"},
-    {"total_files_size", &app::total_files_size_label, "Cannot find 'total_files_size' widget"},
+    {"filebrowser", &app::filebrowser},
+    {"total_files_selected", &app::total_files_selected_label},
+    {"total_files_size", &app::total_files_size_label},
 };
 
 // The fields become null when their widget is destroyed: a long operation can outlive the window.
@@ -160,11 +159,9 @@ void keep_widget(GtkWidget *&field, GtkWidget *widget)
 bool find_widgets(struct app *app)
 {
     for (const page_widget &widget : page_widgets) {
-        GtkWidget *found = described_widget(app->xml, widget.name);
-        if (!found) {
-            trace_log("%s", widget.missing);
+        GtkWidget *found = find_widget(app->xml, widget.name);
+        if (!found)
             return false;
-        }
         keep_widget(app->*widget.field, found);
     }
     return true;
@@ -305,10 +302,8 @@ bool filebrowser_init(struct app *app)
     g_signal_connect(app->progress_window, "delete-event", G_CALLBACK(keep_open), nullptr);
     // The last number in a trace, here or in what is called below, says how far the start came.
     trace_log("* 1");
-    if (!find_widgets(app)) {
-        trace_log("* Failed");
+    if (!find_widgets(app))
         return false;
-    }
     trace_log("* 2");
     show_file_totals(app);
     trace_log("* 3");

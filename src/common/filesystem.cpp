@@ -100,34 +100,26 @@ bool check_symlink(const std::string &path)
     return true;
 }
 
+// What the three probes answer.
+static int traced_kind(const std::string &path, bool holds, const char *kind)
+{
+    trace_log("File %s is %s%s", path.c_str(), holds ? "" : "not ", kind);
+    return holds ? 0 : 1;
+}
+
 int is_symlink(const std::string &path, mode_t mode)
 {
-    if (S_ISLNK(mode)) {
-        trace_log("File %s is symbol link", path.c_str());
-        return 0;
-    }
-    trace_log("File %s is not symbol link", path.c_str());
-    return 1;
+    return traced_kind(path, S_ISLNK(mode), "symbol link");
 }
 
 int is_directory(const std::string &path, mode_t mode)
 {
-    if (S_ISDIR(mode)) {
-        trace_log("File %s is directory", path.c_str());
-        return 0;
-    }
-    trace_log("File %s is not directory", path.c_str());
-    return 1;
+    return traced_kind(path, S_ISDIR(mode), "directory");
 }
 
 int is_regular(const std::string &path, mode_t mode)
 {
-    if (S_ISREG(mode)) {
-        trace_log("File %s is regular file", path.c_str());
-        return 0;
-    }
-    trace_log("File %s is not regular file", path.c_str());
-    return 1;
+    return traced_kind(path, S_ISREG(mode), "regular file");
 }
 
 const char *static_sprintf(const char *format, ...)
