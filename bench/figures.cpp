@@ -325,10 +325,38 @@ void measure_tables()
                            sgdisk("sda"));
     measure("GPT, 120 partitions", {ours("bench_reader", {"gpt", "sdb"}), "120"}, "`sgdisk -p`",
             sgdisk("sdb"), &small);
+    const auto parted = [](const char *disk, const char *last) {
+        return job{{"parted", "-ms", scratch / "dev" / disk, "print"}, last};
+    };
     small = measure("Partition table and file systems, 12", {ours("bench_table", {"sda"}), "12"},
-                    "`sgdisk -p`", sgdisk("sda"), nullptr, clock_kind::elapsed);
-    measure("Partition table and file systems, 120", {ours("bench_table", {"sdb"}), "120"}, "`sgdisk -p`",
-            sgdisk("sdb"), &small, clock_kind::elapsed);
+                    "`parted print`", parted("sda", "12:"), nullptr, clock_kind::elapsed);
+    measure("Partition table and file systems, 120", {ours("bench_table", {"sdb"}), "120"}, "`parted print`",
+            parted("sdb", "120:"), &small, clock_kind::elapsed);
+}
+
+// A machine whose disks take their time, each longer than the one before it: up to 240 ms.
+void measure_slow_disks()
+{
+    const fs::path machine = scratch / "slow", reader = machine / fs::path(table_reader_program + 1);
+    for (const fs::path &directory : {machine / "dev", machine / "proc", reader.parent_path()})
+        fs::create_directories(directory);
+    std::ofstream(reader) << "#!/bin/sh\nread delay <\"$1.delay\"\nsleep $delay\nexec '" << scratch.string()
+                          << table_reader_program << "' \"$@\"\n";
+    fs::permissions(reader, fs::perms::owner_all);
+    std::ofstream listed(machine / "proc/partitions");
+    listed << "major minor  #blocks  name\n\n";
+    for (int i = 0; i < 12; i++) {
+        const std::string name = {'s', 'd', static_cast<char>('a' + i)};
+        listed << " 8 0 163840 " << name << "\n";
+        fs::create_directories(machine / "sys/block" / name);
+        std::ofstream(machine / "sys/block" / name / "removable") << "0\n";
+        std::ofstream(machine / "dev" / (name + ".delay")) << text("0.%02d\n", 2 * (i + 1));
+        fs::create_hard_link(scratch / "dev/sda", machine / "dev" / name);
+    }
+    listed.close();
+    const std::string program = programs / "bench_table";
+    measure("Tables of 12 disks, the slowest of 240 ms", {{program, machine}, "144"}, "the slowest alone",
+            {{program, machine, "sdl"}, "12"}, nullptr, clock_kind::elapsed);
 }
 
 // --- Start ---
@@ -349,6 +377,11 @@ void make_machine()
     file_of_machine("proc/mdstat") << "";
     file_of_machine("sys/block/sda/removable") << "0\n";
     file_of_machine("sys/block/sdb/removable") << "0\n";
+    fs::create_directories(scratch / "bin");
+    for (const char *program : {"lsblk", "grep"})
+        fs::create_symlink(fs::path("/bin") / program, scratch / "bin" / program);
+    for (const char *program : {"mount", "umount", "rmdir"})
+        fs::create_symlink("/bin/false", scratch / "bin" / program);
     const fs::path share = scratch / "usr/share/gtk-tarnel";
     fs::create_directories(share);
     for (const char *description : {"gtk-tarnel.glade", "gtk-tarnel.ui"})
@@ -397,6 +430,18 @@ void measure_start()
             clock_kind::elapsed);
 }
 
+// Both processes from their start until they show it.
+void measure_question()
+{
+    const fs::path file = scratch / "question";
+    std::ofstream lines(file);
+    for (int i = 0; i < 10'000; i++)
+        lines << text("/usr/share/doc/package/file-name_%06d.dat\n", i);
+    lines.close();
+    measure("Question with a list of 10,000 files", {ours("bench_windows", {"question", file}), "10000"},
+            "`xmessage`", {{"xmessage", "-timeout", "1", "-file", file}, ""});
+}
+
 } // namespace
 
 int main(int, char **arguments)
@@ -413,7 +458,9 @@ int main(int, char **arguments)
     make_machine();
     measure_fat();
     measure_tables();
+    measure_slow_disks();
     measure_trees();
     measure_start();
+    measure_question();
     fs::remove_all(scratch);
 }

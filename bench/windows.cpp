@@ -7,10 +7,13 @@
 //       comes up as the program does, until its window is shown
 //   bench_windows ROOT empty
 //       shows an empty window
+//   bench_windows ROOT question FILE
+//       asks a question with the file as its list, until it is shown
 #include "app.h"
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/misc.h"
+#include "dialogs.h"
 #include "diskbrowser.h"
 #include "filebrowser.h"
 #include "main_window.h"
@@ -21,6 +24,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <malloc.h>
 #include <string>
 #include <sys/resource.h>
@@ -163,10 +167,11 @@ void work(const std::string &job)
                 memory / count_rows(*file_store_top(store)), gap.milliseconds());
 }
 
-// Starts the shells of the program's commands, but clears nothing up on the computer that measures.
-int run_harmless(const std::string &command)
+// The program's commands run as they are, but of the programs in them the machine's own directory has only
+// those that change nothing on the computer that measures.
+void find_programs_in(const std::string &root)
 {
-    return std::system((command.starts_with("lsblk") ? command : "/bin/false " + command).c_str()); // NOLINT
+    setenv("PATH", (root + "/bin").c_str(), 1);
 }
 
 gboolean on_shown(GtkWidget *, GdkEvent *, gpointer)
@@ -183,6 +188,14 @@ void show_until_mapped(GtkWidget *window)
     gtk_main();
 }
 
+// As the program does.
+void prepare_windows()
+{
+    pango_cairo_font_map_get_default();
+    gtk_init(nullptr, nullptr);
+    prepare_gui(&the_app);
+}
+
 void start()
 {
     if (app_init_gui(&the_app) != 0)
@@ -190,6 +203,32 @@ void start()
     show_until_mapped(the_app.window);
     rmdir(the_app.tmpdir.c_str());
     std::printf("%u\n", the_app.total_files_selected);
+}
+
+gboolean leave_question(gpointer dialog)
+{
+    gtk_dialog_response(GTK_DIALOG(dialog), GTK_RESPONSE_NO);
+    return FALSE;
+}
+
+// Behind the drawing, but before the lines that nobody sees yet are laid out.
+gboolean on_question_mapped(GSignalInvocationHint *, guint, const GValue *values, gpointer)
+{
+    gdk_display_sync(gdk_display_get_default());
+    g_idle_add_full(GDK_PRIORITY_REDRAW + 1, leave_question, g_value_get_object(values), nullptr);
+    return FALSE;
+}
+
+void show_question(const char *file)
+{
+    gchar *text = nullptr;
+    if (!g_file_get_contents(file, &text, nullptr, nullptr))
+        std::exit(1);
+    g_type_class_ref(GTK_TYPE_DIALOG); // which makes the signal known
+    g_signal_add_emission_hook(g_signal_lookup("map-event", GTK_TYPE_DIALOG), 0, on_question_mapped, nullptr,
+                               nullptr);
+    static_cast<void>(dialog_yes_no_list(nullptr, "Confirm", "Delete these files?", "%s", text));
+    std::printf("%ld\n", static_cast<long>(std::count(text, text + std::strlen(text), '\n')));
 }
 
 } // namespace
@@ -200,18 +239,23 @@ int main(int count, char **arguments)
         return 2;
     set_host_root(arguments[1]);
     const std::string job = arguments[2];
-    if (count >= 4)
-        describe_partition(arguments[3], count > 4 ? arguments[4] : "ext4", arguments[1]);
-    set_command_runner(run_harmless);
-    if (job == "start" && app_init(&the_app) != 0)
-        return 1;
+    find_programs_in(arguments[1]);
+    if (job == "start") {
+        the_app.asked_board = ask_board();
+        if (app_init(&the_app, prepare_windows) != 0)
+            return 1;
+    }
     gtk_init(nullptr, nullptr);
-    if (count >= 4)
-        work(job);
-    else if (job == "start")
+    if (job == "start") {
         start();
-    else
+    } else if (job == "question") {
+        show_question(arguments[3]);
+    } else if (count >= 4) {
+        describe_partition(arguments[3], count > 4 ? arguments[4] : "ext4", arguments[1]);
+        work(job);
+    } else {
         show_until_mapped(gtk_window_new(GTK_WINDOW_TOPLEVEL));
+    }
     std::fflush(stdout);
     _exit(0); // what a program frees when it ends is not measured
 }

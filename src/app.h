@@ -3,6 +3,7 @@
 // widgets belong to the window description.
 #pragma once
 
+#include "common/board.h"
 #include "common/environment.h"
 #include "common/file_format.h"
 
@@ -38,6 +39,8 @@ struct saved_template {
 };
 
 struct app : environment {
+    board_question asked_board;        // from before the windows are built
+    board_answer board;                // from when they need it
     window_description *xml = nullptr; // the windows as loaded
     GtkWidget *window = nullptr;       // parent of the dialogs
     GtkWidget *report = nullptr;

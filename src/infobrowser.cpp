@@ -1,7 +1,6 @@
 #include "infobrowser.h"
 
 #include "app.h"
-#include "common/board.h"
 #include "common/disk_notes.h"
 #include "common/iconvert.h"
 #include "common/owned.h"
@@ -19,18 +18,10 @@ namespace {
 // Fixed, as users know the panel: it does not follow the system that runs.
 constexpr const char *os_name = "ROSA Linux";
 
-bool ask_board(pelva_version &version)
+owned_gchar version_text(const board_answer &board)
 {
-    if (pvisCard() == 0 && pvGetVersion(&version) == 0)
-        return true;
-    trace_log("pvGetVersion() failed");
-    version = {};
-    return false;
-}
-
-owned_gchar version_text(bool present, const pelva_version &version)
-{
-    if (!present)
+    const pelva_version &version = board.version;
+    if (!board.has_version)
         return owned_gchar(g_strdup_printf(_("Software version: %s\nHardware absent                  "),
                                            get_package_version()));
     return owned_gchar(g_strdup_printf(_("Software version: %s\nBIOS board version: %u.%u.%u"),
@@ -74,15 +65,16 @@ const char *get_package_version()
 
 int infobrowser_init(struct app *app)
 {
-    pelva_version version{};
-    const bool present = ask_board(version);
+    const pelva_version &version = app->board.version;
+    if (!app->board.has_version)
+        trace_log("pvGetVersion() failed");
     trace_log("Package version: %s", get_package_version());
     trace_log("HW version: %u.%u.%u", version.major, version.minor, version.build);
 
     GtkWidget *label = find_widget(app->xml, "label_version");
     if (!label)
         return 1;
-    gtk_label_set_text(GTK_LABEL(label), version_text(present, version).get());
+    gtk_label_set_text(GTK_LABEL(label), version_text(app->board).get());
 
     label = described_widget(app->xml, "path_pelva");
     if (!label) {

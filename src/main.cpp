@@ -40,6 +40,16 @@ void bind_texts()
     textdomain(TEXT_DOMAIN);
 }
 
+// While the disks are read. Without a display nothing is said yet: the disks' troubles come first.
+void prepare_windows(int &argc, char **&argv)
+{
+    pango_cairo_font_map_get_default(); // the fonts' configuration is read in a thread of its own
+    if (!gtk_init_check(&argc, &argv))
+        return;
+    gtk_window_set_default_icon_from_file(window_icon, nullptr);
+    prepare_gui(&the_app);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -66,16 +76,16 @@ int main(int argc, char **argv)
     trace_log("Tracing and message logging enabled.");
 
     end_on_signals();
+    the_app.asked_board = ask_board();
     // A signal leaves the initialisation unfinished, but nothing mounted.
-    const bool failed = app_init(&the_app) != 0;
+    const bool failed = app_init(&the_app, [&] { prepare_windows(argc, argv); }) != 0;
     if (failed && !ending())
         return EXIT_FAILURE;
     std::atexit(on_exit_cleanup);
     if (ending())
         return ending_status();
 
-    gtk_init(&argc, &argv);
-    gtk_window_set_default_icon_from_file(window_icon, nullptr);
+    gtk_init(&argc, &argv); // says so when there is no display
     if (app_init_gui(&the_app) != 0)
         return EXIT_FAILURE;
     warn_missing_board(&the_app);

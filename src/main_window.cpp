@@ -2,7 +2,6 @@
 
 #include "app.h"
 #include "callbacks.h"
-#include "common/board.h"
 #include "common/host.h"
 #include "dialogs.h"
 #include "diskbrowser.h"
@@ -18,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gtk/gtk.h>
+#include <utility>
 
 namespace {
 
@@ -88,9 +88,11 @@ void equalize_widths(window_description *xml, const char *const *names)
     std::abort(); // not reached: GTK declares its exit without saying that it does not return
 }
 
-// Loads the description and everything of it that this module uses itself.
+// Loads the description and everything of it that this module uses itself, unless that has been done.
 bool load_windows(struct app *app)
 {
+    if (app->window)
+        return true;
     app->xml = load_window_description(host_path(window_description_file));
     if (!app->xml) {
         trace_log("Cannot load glade file, aborting");
@@ -121,6 +123,7 @@ bool init_pages(struct app *app)
         trace_log("Cannot initialize disk browser, aborting");
         return false;
     }
+    app->board = hear_board(std::move(app->asked_board));
     static_cast<void>(infobrowser_init(app)); // it always succeeds
     if (!report_init(app)) {
         trace_log("Cannot initialize report browser, aborting");
@@ -163,6 +166,13 @@ std::span<const window_handler> main_window_handlers()
     return handlers;
 }
 
+void prepare_gui(struct app *app)
+{
+    GtkRequisition ignored;
+    if (load_windows(app) && app->window)
+        gtk_widget_size_request(app->window, &ignored);
+}
+
 int app_init_gui(struct app *app)
 {
     trace_log("* Enter");
@@ -177,7 +187,7 @@ int app_init_gui(struct app *app)
 
 void warn_missing_board(struct app *app)
 {
-    if (pvisCard() == 0)
+    if (app->board.present)
         return;
     trace_log("Pelva device is not found");
     dialog_ok(app->window, _("Warning"), "%s", _("Pelva device is not found."));

@@ -8,6 +8,10 @@
 struct app;
 typedef union _GdkEvent GdkEvent;
 
+// Does ahead what needs no disk: loads the windows, and the fonts and icons that their size depends on. What
+// fails is left for app_init_gui to find and to report.
+void prepare_gui(struct app *app);
+
 // Builds all windows. Returns 0; on any failure it ends the process with status 1 through GTK's own exit.
 [[nodiscard]] int app_init_gui(struct app *app);
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <elf.h>
+#include <sched.h>
 #include <string>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
@@ -44,6 +45,9 @@ struct tracer {
     bool enter(user_regs_struct &registers)
     {
         error = without_links && registers.orig_rax == SYS_linkat ? EPERM : 0;
+        if (registers.orig_rax == SYS_clone3 &&
+            (ptrace(PTRACE_PEEKDATA, child, registers.rdi, 0) & CLONE_THREAD))
+            error = EAGAIN; // a thread would not be traced, so there are none
         run.calls += is_countable(registers.orig_rax) ? 1 : 0;
         for (const auto &[call, what, with] : plan) {
             const bool now = run.calls == call || (run.calls > call && what == fault::fail_from_here);

@@ -1,7 +1,6 @@
 #include "common/filesystem.h"
 
 #include "common/defaults.h"
-#include "common/disk.h"
 #include "support.h"
 
 #include <gmock/gmock.h>
@@ -28,17 +27,6 @@ TEST(filesystem, recognises_what_coreutils_calls_ext)
     }
     EXPECT_EQ(check_fs_type(scratch.path() / "missing"), 0U);
     EXPECT_EQ(check_fs_type("/ntfs3"), 0x7366746EU);
-}
-
-TEST(file_systems, are_told_apart_by_the_whole_name)
-{
-    std::string fat;
-    part p;
-    for (const char *name : {"ext4", "fat16", "fat32", "ntfs", "exfat", "fat", ""}) {
-        p.fs_type = name;
-        fat += is_fat_fs(p) ? *p.fs_type + " " : "";
-    }
-    EXPECT_EQ(fat, "fat16 fat32 ");
 }
 
 TEST(defaults, present_files_in_table_order_without_linked_directories)

@@ -52,7 +52,6 @@ TEST_F(gpt, damaged_tables_are_empty)
         {"entries beyond any offset", whole, 512 + 72, {"\1\0\0\0\0\0\0\x80", 8}},
         {"entries cut", entries_end - 1, 512, "E"},
         {"header cut", 1023, 512, "E"},
-        {"nothing", 0, 0, ""},
     };
     make_disk();
     const std::string sound = image;
@@ -63,7 +62,6 @@ TEST_F(gpt, damaged_tables_are_empty)
         std::filesystem::resize_file(image, size);
         EXPECT_EQ(readGpt(image), numbers{}) << what;
     }
-    EXPECT_EQ(readGpt("/no/such"), numbers{});
 }
 
 } // namespace

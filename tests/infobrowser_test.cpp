@@ -26,15 +26,15 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         const char *status;         // its answer to the version query
         std::string firmware, path; // shown, and of the templates, five characters of it the mount directory
         std::string shown_paths;
-        int card; // what is made of it: 0 when there is a board
+        bool card; // what is made of it
         char separator;
     } cases[] = {
-        {"", "0", none, "/mnt0/pelva/cfg", "/mnt0/pelva/cfg\n BIOS pelva: D:\\pelva\\cfg", -1, '\\'},
-        {version, "0", none, "/boot/" + longest, "/boot/" + longest + "\n BIOS pelva: D:/" + longest, -1,
+        {"", "0", none, "/mnt0/pelva/cfg", "/mnt0/pelva/cfg\n BIOS pelva: D:\\pelva\\cfg", false, '\\'},
+        {version, "0", none, "/boot/" + longest, "/boot/" + longest + "\n BIOS pelva: D:/" + longest, false,
          '/'},
-        {card + version, "1", none, "/boot", "/boot\n BIOS pelva: D:", 0, '\\'},
+        {card + version, "1", none, "/boot", "/boot\n BIOS pelva: D:", true, '\\'},
         {card + version, "0", "BIOS board version: 3.255.4660", "/boot/\xFFpelva",
-         "/boot/\uFFFDpelva\n BIOS pelva: D:/\uFFFDpelva", 0, '/'},
+         "/boot/\uFFFDpelva\n BIOS pelva: D:/\uFFFDpelva", true, '/'},
     };
     for (const auto &c : cases) {
         const scratch_directory root;
@@ -48,17 +48,18 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         library = content_of(directory + "/libpelva.so");
         struct app app;
         app.xml = windows.xml;
+        app.board = hear_board(ask_board());
         app.mounts.emplace_back().letter = 'D';
         app.pelva_db_mt = &app.mounts.back();
         app.separator = c.separator;
         app.pelva_db_path = c.path;
         app.short_path = app.pelva_db_path.c_str() + 5;
-        if (c.card == 0)
+        if (c.card)
             app.disk_notes = {{"mmcblk0", disk_note_reason::mmc}};
         EXPECT_EQ(infobrowser_init(&app), 1);
-        EXPECT_EQ(windows.label("disk_notes").find("mmcblk0") != std::string::npos, c.card == 0);
-        EXPECT_EQ(gtk_widget_get_visible(windows.widget("info_disks")), c.card == 0);
-        EXPECT_EQ(pvisCard(), c.card);
+        EXPECT_EQ(windows.label("disk_notes").find("mmcblk0") != std::string::npos, c.card);
+        EXPECT_EQ(gtk_widget_get_visible(windows.widget("info_disks")), c.card);
+        EXPECT_EQ(app.board.present, c.card);
         EXPECT_EQ(windows.label("label_version"), "Software version: 3.0.m2-2\n" + c.firmware);
         int width = 0;
         pango_layout_get_pixel_size(gtk_label_get_layout(GTK_LABEL(windows.widget("path_pelva"))), &width,
@@ -73,7 +74,7 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         const scratch_directory root;
         const replaced_host host(root.path());
         root.write("usr/lib/libpelva.so", library.substr(0, size));
-        ASSERT_EQ(pvisCard() == 0, size > last) << size;
+        ASSERT_EQ(hear_board(ask_board()).present, size > last) << size;
     }
 }
 

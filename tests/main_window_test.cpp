@@ -28,8 +28,9 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     p.fs_type = "ext4";
     app.mounts.push_back({.disk = &d, .partition = &p, .mountpoint = "/", .letter = 'C'});
     app.pelva_db_mt = &app.mounts.back();
+    prepare_gui(&app);
     ASSERT_EQ(app_init_gui(&app), 0);
-    const struct {
+    const struct {          // NOLINT(*-padding): in the order in which it is read
         int files, sectors; // flags
         int response;       // of the user; 0 when nothing may be asked
         bool keeps;

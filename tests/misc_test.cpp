@@ -36,6 +36,7 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     };
     scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
     scratch.write("sys/block/sda/removable", "0\n");
+    fs::permissions(scratch.write("tmp/tarnel1/sda1", "").parent_path(), fs::perms::owner_all);
     setenv("IMAGE", scratch.write("dev/sda", "").c_str(), 1);
     const std::string here = fs::canonical(scratch.path()),
                       directory = scratch.write("boot/pelva/file", "").parent_path(),
@@ -56,7 +57,9 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/mounts", "/dev/sdb1 / x rw 0 0\n/dev/sda1 " + mount_directory + " x rw 0 0\n");
         if (root != "/") // which only the other table tells
-            scratch.write("proc/self/mountinfo", "1 0 8:1 " + root + " " + mount_directory + " rw - x x rw");
+            scratch.write("proc/self/mountinfo",
+                          std::string("1 0 8:1 ").append(root).append(1, ' ').append(mount_directory) +
+                              " rw - x x rw");
         ASSERT_EQ(start(given), 0);
         EXPECT_EQ(record.short_path, short_path);
         EXPECT_EQ(record.separator, separator);

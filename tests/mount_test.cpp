@@ -74,8 +74,6 @@ TEST(mount_table, the_mount_that_holds_a_path_and_first_device)
 {
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
-    EXPECT_FALSE(mount_data_find("/boot")) << "no table";
-    EXPECT_FALSE(find_mountpoint_for_device(2049)) << "no table";
     const std::string here = scratch.path().string();
     std::string table = "o @ overlay " + std::string(256, 'x') + " 0 0\n"; // as of a container
     for (const char *line : {"gone @/missing", "c @", "c @/proc", "a /boot", "b /boot", "d /"})
@@ -85,7 +83,6 @@ TEST(mount_table, the_mount_that_holds_a_path_and_first_device)
     EXPECT_EQ(mount_data_find("/boot")->options, "ro,utf8");
     EXPECT_EQ(mount_data_find("/bootstrap/x")->device, "d");
     EXPECT_EQ(find_mountpoint_for_device(device_of(here)), here);
-    EXPECT_FALSE(mount_data_find("boot/pelva"));
     EXPECT_FALSE(find_mountpoint_for_device(~0ULL));
 }
 
@@ -137,7 +134,7 @@ TEST(mount, mounts_lists_and_undoes)
     // Disk, partition number, file system, mount point.
     std::istringstream rows(
         "sda 1 fat32 -  sda 2 ext4 -  sda 3 ntfs -  sda 4 - -  sda 5 exfat -  sda 6 ext3 - "
-        "sda 7 ext2 /tmp/tarnelX  md0 1 fat16 -  md0 2 ext4 /tmp  md;x 1 ext4 -");
+        "sda 7 ext2 /tmp/tarnelX  sda 8 fat -  md0 1 fat16 -  md0 2 ext4 /tmp  md;x 1 ext4 -");
     part row;
     for (std::string type, where; rows >> row.device >> row.index >> type >> where;) {
         if (record.disks.empty() || record.disks.back().name != row.device)
@@ -184,9 +181,11 @@ TEST(mount, cleanup_of_earlier_runs_reaches_into_nothing_foreign)
 {
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
+    recorded_commands shell;
+    umount_rm_tmpdir();
+    EXPECT_THAT(shell.commands, ElementsAre()) << "nothing to clean up";
     const fs::path own = scratch.write("tmp/tarnel42/sda1", "").parent_path();
     fs::permissions(own, fs::perms::owner_all);
-    recorded_commands shell;
     fs::create_directory(scratch.path() / "tmp/tarnel43");
     fs::create_directory_symlink(own, scratch.path() / "tmp/tarnel44");
     umount_rm_tmpdir();

@@ -10,93 +10,106 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <type_traits>
+#include <unistd.h>
 
 namespace {
 
-// What the library answered, as a child sends it through a pipe.
-struct board_answer {
-    int result = -1; // of the function that was asked
-    pelva_version version{};
-};
-
-enum class question { presence, version };
+// Travels through a pipe as its bytes.
+static_assert(std::is_trivially_copyable_v<board_answer>);
 
 // A library that hangs does not hold the start up for longer.
 constexpr unsigned patience_seconds = 10;
 
 // In the child: looking at the file first would not do. What is damaged may crash the loader, a constructor,
-// or as late as in a call the function that touches what is gone. Nothing when this is no library, or not the
-// board's.
-std::optional<board_answer> ask_library(const char *library, question asked)
+// or as late as in a call the function that touches what is gone. False when this is no library, or not the
+// board's; else an answer is sent as soon as it is known whether there is a board, and one with the version.
+bool ask_library(const char *library, int pipe)
 {
     void *const handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
     if (!handle)
-        return std::nullopt;
+        return false;
     const auto present = reinterpret_cast<int (*)()>(dlsym(handle, "pvisCard"));
     const auto get_version = reinterpret_cast<int (*)(pelva_version *)>(dlsym(handle, "pvGetVersion"));
-    if (asked == question::presence ? !present : !get_version)
-        return std::nullopt;
+    if (!present)
+        return false;
+    const auto send = [pipe](const board_answer &answer) {
+        return write(pipe, &answer, sizeof(answer)) == sizeof(answer);
+    };
     board_answer answer;
-    // A library may want to find its board before it is asked for more.
-    if (present)
-        answer.result = present();
-    if (asked == question::version)
-        answer.result = get_version(&answer.version);
-    return answer;
+    answer.present = present() == 0;
+    if (!send(answer))
+        return false;
+    pelva_version version{};
+    if (!answer.present || !get_version || get_version(&version) != 0)
+        return true;
+    answer.has_version = true;
+    answer.version = version;
+    return send(answer);
 }
 
-[[noreturn]] void answer_and_exit(int pipe, const char *library, question asked)
+// A child of its own: nothing of it is left when this process ends, and no core file.
+void settle_child(pid_t parent)
 {
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGALRM})
         std::signal(number, SIG_DFL);
-    prctl(PR_SET_DUMPABLE, 0); // no core file
-    alarm(patience_seconds);
-    const std::optional<board_answer> answer = ask_library(library, asked);
-    const bool sent = answer && write(pipe, &*answer, sizeof(*answer)) == sizeof(*answer);
-    _exit(sent ? 0 : 1);
+    prctl(PR_SET_DUMPABLE, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+        _exit(1);
 }
 
+// The last answer of those that were sent.
 std::optional<board_answer> receive(int pipe)
 {
+    std::optional<board_answer> last;
     std::array<char, sizeof(board_answer)> bytes;
-    ssize_t got;
-    do {
-        got = read(pipe, bytes.data(), bytes.size()); // a pipe hands so little over in one piece
-    } while (got < 0 && errno == EINTR);
-    if (got != static_cast<ssize_t>(bytes.size()))
-        return std::nullopt;
-    board_answer answer;
-    std::memcpy(&answer, bytes.data(), bytes.size());
-    return answer;
+    for (;;) {
+        const ssize_t got = read(pipe, bytes.data(), bytes.size()); // so little is handed over in one piece
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got != static_cast<ssize_t>(bytes.size()))
+            return last;
+        std::memcpy(&last.emplace(), bytes.data(), bytes.size());
+    }
 }
 
-std::optional<board_answer> ask_in_child(const std::string &library, question asked)
+// Starts a child that does the work, which is given the pipe to this process, and succeeds or fails.
+board_question start_child(const std::function<bool(int)> &work)
 {
+    board_question started;
     std::array<int, 2> ends;
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
-        return std::nullopt;
-    const owned_fd from_child(ends[0]);
-    owned_fd to_parent(ends[1]);
-    const pid_t child = fork();
-    if (child == 0)
-        answer_and_exit(to_parent.get(), library.c_str(), asked);
-    to_parent.reset();
-    if (child < 0)
-        return std::nullopt;
-    const std::optional<board_answer> answer = receive(from_child.get());
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        return started;
+    started.from_child = owned_fd(ends[0]);
+    const owned_fd to_parent(ends[1]);
+    const pid_t parent = getpid();
+    started.child = fork();
+    if (started.child == 0) {
+        settle_child(parent);
+        _exit(work(to_parent.get()) ? 0 : 1);
     }
-    if (WIFSIGNALED(status))
-        trace_log("%s is damaged: signal %d", library.c_str(), WTERMSIG(status));
+    return started;
+}
+
+// What the child sent, when it has ended.
+std::optional<board_answer> hear_child(const board_question &asked, int &status)
+{
+    if (asked.child < 0)
+        return std::nullopt;
+    const std::optional<board_answer> answer = receive(asked.from_child.get());
+    while (waitpid(asked.child, &status, 0) < 0 && errno == EINTR) {
+    }
     return answer;
 }
 
-board_answer ask(question asked)
+// In the child: each library is asked in another one, since the next is to be asked when it is damaged.
+board_answer ask_libraries()
 {
     // Where the board's package installs its library, which is not always on the loader's own path.
     for (const std::string &library : {std::string("libpelva.so"), host_path("/usr/lib64/libpelva.so"),
@@ -104,7 +117,15 @@ board_answer ask(question asked)
         const bool searched = library.find('/') == std::string::npos;
         if (!searched && access(library.c_str(), F_OK) != 0)
             continue;
-        if (const std::optional<board_answer> answer = ask_in_child(library, asked))
+        const board_question asked = start_child([&library](int pipe) {
+            alarm(patience_seconds);
+            return ask_library(library.c_str(), pipe);
+        });
+        int status = 0;
+        const std::optional<board_answer> answer = hear_child(asked, status);
+        if (WIFSIGNALED(status))
+            trace_log("%s is damaged: signal %d", library.c_str(), WTERMSIG(status));
+        if (answer)
             return *answer;
     }
     return {};
@@ -112,15 +133,16 @@ board_answer ask(question asked)
 
 } // namespace
 
-int pvisCard()
+board_question ask_board()
 {
-    return ask(question::presence).result;
+    return start_child([](int pipe) {
+        const board_answer answer = ask_libraries();
+        return write(pipe, &answer, sizeof(answer)) == sizeof(answer);
+    });
 }
 
-int pvGetVersion(pelva_version *version)
+board_answer hear_board(board_question asked)
 {
-    const board_answer answer = ask(question::version);
-    if (answer.result == 0)
-        *version = answer.version;
-    return answer.result;
+    int status = 0;
+    return hear_child(asked, status).value_or(board_answer());
 }

@@ -1,5 +1,6 @@
 #include "common/disk.h"
 
+#include "common/background.h"
 #include "common/gpt.h"
 #include "common/host.h"
 #include "common/letters.h"
@@ -140,17 +141,6 @@ std::optional<std::string> parse_mdstat(std::FILE *stream, const std::string &me
     return std::nullopt;
 }
 
-// The board's first disk is the one that the system starts from.
-void move_system_disk_first(std::vector<std::string> &devices)
-{
-    if (devices.size() < 2)
-        return;
-    if (const std::optional<std::string> system = find_system_disk(devices)) {
-        const auto device = std::ranges::find(devices, *system);
-        std::rotate(devices.begin(), device, std::next(device));
-    }
-}
-
 // What the device node says about the partition: its device number and where it is mounted.
 void examine_node(part &p)
 {
@@ -189,19 +179,85 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
     return p;
 }
 
-void add_parts(disk &d, const partition_table &table)
+// What reading one disk came to. The list has no disk that cannot be opened or is removable.
+struct disk_contents {
+    partition_table table;
+    std::vector<std::uint32_t> supported; // numbers in a GPT
+    std::optional<disk_note_reason> note;
+    bool is_listed = false;
+};
+
+// Whether the list has the disk, and what there is to note of it.
+void judge_table(disk_contents &read, const std::string &device, bool removable)
 {
-    std::vector<std::uint32_t> supported;
-    if (d.is_gpt) {
-        supported = readGpt(table.path);
-        if (supported.empty())
-            trace_log("Cannot get supported partition form gpt table of %s", table.path.c_str());
+    const partition_table &table = read.table;
+    if (!table.openable) {
+        trace_log_open("Cant open device %s", device.c_str());
+        read.note = removable ? disk_note_reason::removable : disk_note_reason::cannot_open;
+        return;
     }
+    trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
+    if (removable) {
+        trace_log("Device %s is removable, skipping", table.path.c_str());
+        read.note = disk_note_reason::removable;
+        return;
+    }
+    read.is_listed = true;
+    if (table.unreadable)
+        read.note = disk_note_reason::unreadable;
+    if (table.failure.empty())
+        trace_log("Partition table is : %s", table.type.c_str());
+    else
+        trace_log("Cannot read the partition table of %s: %s", table.path.c_str(), table.failure.c_str());
+}
+
+bool is_gpt(const partition_table &table)
+{
+    return table.type == "gpt";
+}
+
+// All that touches the disk itself.
+disk_contents read_contents(const std::string &device, bool removable)
+{
+    disk_contents read;
+    read.table =
+        read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
+    judge_table(read, device, removable);
+    if (read.is_listed && is_gpt(read.table)) {
+        read.supported = readGpt(read.table.path);
+        if (read.supported.empty())
+            trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
+    }
+    return read;
+}
+
+// A disk that is being read: a slow one holds up no other.
+struct disk_reading {
+    explicit disk_reading(const std::string &path) : device(path), removable(is_removable(path) != 0) {}
+
+    const std::string device;
+    const bool removable;
+    disk_contents contents;
+    background work{[this] { contents = read_contents(device, removable); }};
+};
+
+// The board's first disk is the one that the system starts from.
+void move_first(std::list<disk_reading> &readings, const std::optional<std::string> &system_disk)
+{
+    const auto first = std::ranges::find_if(
+        readings, [&system_disk](const disk_reading &reading) { return reading.device == system_disk; });
+    if (first != readings.end())
+        readings.splice(readings.begin(), readings, first);
+}
+
+void add_parts(disk &d, const disk_contents &read)
+{
+    const partition_table &table = read.table;
     part_slot slots;
     for (const table_entry &entry : table.entries) {
         const auto number = static_cast<std::uint32_t>(entry.number);
         trace_log("Found partition: %s%d", table.path.c_str(), entry.number);
-        if (d.is_gpt && !std::ranges::binary_search(supported, number))
+        if (d.is_gpt && !std::ranges::binary_search(read.supported, number))
             trace_log("Partition: %s%d is not supported, skipping", table.path.c_str(), entry.number);
         else if (number >= slots.size())
             trace_log("Partition: %s%d is beyond the last number %zu, skipping", table.path.c_str(),
@@ -215,42 +271,19 @@ void add_parts(disk &d, const partition_table &table)
     }
 }
 
-// The disk with its partitions; nothing when it cannot be opened or is removable. What there is to note of it
-// is added to the notes.
-std::optional<disk> read_disk(const table_reading &started, std::uint32_t drive_number,
-                              std::vector<disk_note> &notes)
+disk make_disk(const disk_contents &read, std::uint32_t drive_number)
 {
-    const bool removable = started.depth == table_depth::device_only;
-    const partition_table table = finish_reading(started);
-    const auto note = [&](disk_note_reason reason) { notes.push_back({base_name(table.path), reason}); };
-    if (!table.openable) {
-        trace_log_open("Cant open device %s", started.device.c_str());
-        note(removable ? disk_note_reason::removable : disk_note_reason::cannot_open);
-        return std::nullopt;
-    }
-    trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
-    if (removable) {
-        trace_log("Device %s is removable, skipping", table.path.c_str());
-        note(disk_note_reason::removable);
-        return std::nullopt;
-    }
-    if (table.unreadable)
-        note(disk_note_reason::unreadable);
-    if (table.failure.empty())
-        trace_log("Partition table is : %s", table.type.c_str());
-    else
-        trace_log("Cannot read the partition table of %s: %s", table.path.c_str(), table.failure.c_str());
-
+    const partition_table &table = read.table;
     disk d;
     d.name = base_name(table.path);
     d.drive_number = drive_number;
-    d.is_gpt = table.type == "gpt";
+    d.is_gpt = is_gpt(table);
     d.cylinders = table.cylinders;
     d.heads = table.heads;
     d.sectors = table.sectors;
     d.sector_size = table.sector_size;
     d.length = table.length;
-    add_parts(d, table);
+    add_parts(d, read);
     return d;
 }
 
@@ -279,28 +312,34 @@ int is_removable(const std::string &device)
     return first == EOF ? -1 : first - '0';
 }
 
-int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
+int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes,
+                  const std::function<void()> &meanwhile)
 {
     const std::vector<std::string> names = listed_names();
-    std::vector<std::string> devices = numbered_devices(names);
+    const std::vector<std::string> devices = numbered_devices(names);
     notes = note_other_kinds(names);
     if (devices.empty()) {
         trace_log("Error: cannot get any devices from /proc/partitions");
         return -1;
     }
-    move_system_disk_first(devices);
+    std::list<disk_reading> readings(devices.begin(), devices.end());
+    std::optional<std::string> system_disk;
+    std::optional<background> search;
+    if (devices.size() > 1)
+        search.emplace([&] { system_disk = find_system_disk(devices); });
+    meanwhile();
+    if (search)
+        search->finish();
+    move_first(readings, system_disk);
     disks.clear();
     std::uint32_t drive_number = first_drive_number;
-    std::vector<table_reading> readings;
-    readings.reserve(devices.size());
-    for (const std::string &device : devices)
-        readings.push_back(start_reading(device, is_removable(device) != 0 ? table_depth::device_only
-                                                                           : table_depth::whole_table));
-    for (const table_reading &started : readings) {
-        if (std::optional<disk> d = read_disk(started, drive_number, notes)) {
-            disks.push_back(std::move(*d));
-            drive_number++;
-        }
+    for (disk_reading &reading : readings) {
+        reading.work.finish();
+        const disk_contents &read = reading.contents;
+        if (read.note)
+            notes.push_back({base_name(read.table.path), *read.note});
+        if (read.is_listed)
+            disks.push_back(make_disk(read, drive_number++));
     }
     assign_letters(disks);
     return 0;

@@ -46,19 +46,28 @@ std::string host_path(std::string_view path)
     return root + std::string(path);
 }
 
-int run_command(const std::string &command)
+running_command start_command(const std::string &command)
 {
     if (replaced_runner)
-        return replaced_runner(command);
-    const pid_t shell = start_shell(command);
-    if (shell < 0)
-        return -1;
+        return {.status = replaced_runner(command)};
+    return {.shell = start_shell(command)};
+}
+
+int finish_command(const running_command &started)
+{
+    if (started.shell < 0)
+        return started.status;
     int status = 0;
-    while (waitpid(shell, &status, 0) != shell) {
+    while (waitpid(started.shell, &status, 0) != started.shell) {
         if (errno != EINTR)
             return -1;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int run_command(const std::string &command)
+{
+    return finish_command(start_command(command));
 }
 
 void set_host_root(std::string new_root)

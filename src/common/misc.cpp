@@ -96,9 +96,9 @@ void print_disk_notes(const environment &env)
         std::fprintf(stderr, "%s\n", text.c_str());
 }
 
-bool prepare_partitions(environment *env)
+bool prepare_partitions(environment *env, const std::function<void()> &meanwhile)
 {
-    if (get_disk_list(env->disks, env->disk_notes) != 0 || env->disks.empty()) {
+    if (get_disk_list(env->disks, env->disk_notes, meanwhile) != 0 || env->disks.empty()) {
         trace_log("get_disk_list() failed");
         std::fprintf(
             stderr, "%s\n",
@@ -144,13 +144,13 @@ bool name_for_firmware(environment *env)
 
 } // namespace
 
-int app_init(environment *env)
+int app_init(environment *env, const std::function<void()> &meanwhile)
 {
     trace_log("* Enter");
     umount_rm_tmpdir();
     read_environment(env);
-    if (!find_template_directory(env) || !find_template_mountpoint(env) || !prepare_partitions(env) ||
-        !name_for_firmware(env))
+    if (!find_template_directory(env) || !find_template_mountpoint(env) ||
+        !prepare_partitions(env, meanwhile) || !name_for_firmware(env))
         return 1;
     recover_templates(env->pelva_db_path);
     trace_log("* Exit");

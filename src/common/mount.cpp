@@ -35,9 +35,9 @@ constexpr std::array<cleanup_step, 7> cleanup_steps = {{
     {"rmdir ", ""},
 }};
 
-// Where leftovers are looked for: by one pattern, unless it would reach into something that is not ours. A
-// link planted there ("/tmp/tarnel1/sda1" pointing at "/boot") would have us unmount what it points at, so
-// then only our own directories are named, one by one.
+// Where leftovers are looked for, if there are any: by one pattern, unless it would reach into something that
+// is not ours. A link planted there ("/tmp/tarnel1/sda1" pointing at "/boot") would have us unmount what it
+// points at, so then only our own directories are named, one by one.
 std::vector<std::string> cleanup_places()
 {
     std::vector<std::string> own;
@@ -59,7 +59,7 @@ std::vector<std::string> cleanup_places()
     }
     if (error && error != std::errc::no_such_file_or_directory)
         only_own = false;
-    return only_own ? std::vector<std::string>{"/tmp/tarnel*"} : own;
+    return only_own && !own.empty() ? std::vector<std::string>{"/tmp/tarnel*"} : own;
 }
 
 std::string mount_command(const disk &d, const part &p, const std::string &directory)

@@ -112,16 +112,16 @@ std::optional<int> end_child(pid_t child, bool has_ended)
 {
     if (!has_ended)
         kill(child, SIGKILL);
-    for (int milliseconds = 0; milliseconds < 1000; milliseconds++) {
+    for (useconds_t pause = 60; pause < 500'000; pause *= 2) { // a second in all
         int status = 0;
         const pid_t ended = waitpid(child, &status, WNOHANG);
         if (ended == child)
             return status;
         if (ended < 0 && errno != EINTR)
             return std::nullopt;
-        if (milliseconds == 500)
+        if (pause > 100'000)
             kill(child, SIGKILL);
-        usleep(1000);
+        usleep(pause);
     }
     return std::nullopt;
 }
@@ -212,11 +212,16 @@ bool shows_table(const partition_table &table)
     return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
 }
 
-} // namespace
+// A child process that is reading.
+struct table_reading {
+    owned_fd from_child;
+    pid_t child = -1;
+    std::string failure; // why there is no child
+};
 
 table_reading start_reading(const std::string &device, table_depth depth)
 {
-    table_reading started{device, depth, owned_fd(), -1, ""};
+    table_reading started;
     std::array<int, 2> ends;
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         started.failure = std::string("cannot make a pipe: ") + std::strerror(errno);
@@ -231,31 +236,30 @@ table_reading start_reading(const std::string &device, table_depth depth)
     return started;
 }
 
-partition_table finish_reading(const table_reading &started, std::chrono::milliseconds time)
+} // namespace
+
+partition_table read_partition_table(const std::string &device, table_depth depth,
+                                     std::chrono::milliseconds time)
 {
+    const steady::time_point deadline = steady::now() + time;
+    const table_reading started = start_reading(device, depth);
     partition_table table;
-    table.path = started.device;
+    table.path = device;
     if (started.child < 0) {
         drop_table(table, started.failure);
         table.unreadable = true;
         return table;
     }
-    const reading state = read_records(started.from_child.get(), steady::now() + time, table);
+    const reading state = read_records(started.from_child.get(), deadline, table);
     const std::optional<int> status = end_child(started.child, state == reading::closed);
     if (state != reading::complete) {
         drop_table(table, describe_end(state, status, time));
         table.unreadable = true;
-    } else if (table.openable && started.depth == table_depth::whole_table && table.type.empty()) {
+    } else if (table.openable && depth == table_depth::whole_table && table.type.empty()) {
         drop_table(table, "libparted found none that it could read");
         table.unreadable = shows_table(table);
     } else if (table.type == "loop") {
         drop_table(table, "a file system takes the whole disk");
     }
     return table;
-}
-
-partition_table read_partition_table(const std::string &device, table_depth depth,
-                                     std::chrono::milliseconds time)
-{
-    return finish_reading(start_reading(device, depth), time);
 }

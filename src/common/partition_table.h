@@ -3,13 +3,10 @@
 // writing and which hands plain values back.
 #pragma once
 
-#include "common/owned.h"
-
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 struct table_entry {
@@ -37,22 +34,8 @@ struct partition_table {
 
 enum class table_depth { device_only, whole_table };
 
-// A child process that is reading. Readings that were started together run side by side.
-struct table_reading {
-    std::string device;
-    table_depth depth = table_depth::whole_table;
-    owned_fd from_child;
-    pid_t child = -1;
-    std::string failure; // why there is no child
-};
-[[nodiscard]] table_reading start_reading(const std::string &device, table_depth depth);
-
-// Everything that can be learned about the device within the time, which begins now. Never changes the
-// device. Facts that were not reached (no table, the reader died or hung) stay at their defaults; `failure`
-// then says why.
-[[nodiscard]] partition_table finish_reading(const table_reading &started,
-                                             std::chrono::milliseconds time = std::chrono::seconds(30));
-
-// Both in one.
+// Everything that can be learned about the device within the time, from a child process that reads it. Never
+// changes the device. Facts that were not reached (no table, the reader died or hung) stay at their defaults;
+// `failure` then says why. Disks may be read at the same time, each in a thread of its own.
 [[nodiscard]] partition_table read_partition_table(const std::string &device, table_depth depth,
                                                    std::chrono::milliseconds time = std::chrono::seconds(30));

@@ -80,13 +80,22 @@ std::set<std::string> devices_below(const fs::path &top, const std::vector<std::
     return found;
 }
 
-} // namespace
+std::string base_name(const std::string &device)
+{
+    return device.substr(device.rfind('/') + 1);
+}
 
-bool is_system_disk(const std::string &name)
+// Asks lsblk whether it shows the root file system on the disk (such as sda).
+running_command ask_lsblk(const std::string &name)
 {
     std::array<char, 256> command;
     std::snprintf(command.data(), command.size(), "lsblk | grep \"%s.*/$\" 1>/dev/null 2>&1", name.c_str());
-    const bool is_system = run_command(command.data()) == 0;
+    return start_command(command.data());
+}
+
+bool is_system_disk(const std::string &name, const running_command &asked)
+{
+    const bool is_system = finish_command(asked) == 0;
     if (is_system)
         trace_log("Disk %s is system disk", name.c_str());
     else
@@ -94,14 +103,20 @@ bool is_system_disk(const std::string &name)
     return is_system;
 }
 
+} // namespace
+
 // lsblk shows one mount of each device (the root file system may have others), and a name may begin as
 // another one does: md1, md127.
 std::optional<std::string> find_system_disk(const std::vector<std::string> &devices)
 {
+    std::vector<running_command> asked;
+    asked.reserve(devices.size());
+    for (const std::string &device : devices)
+        asked.push_back(ask_lsblk(base_name(device)));
     std::set<std::string> carriers;
-    for (const std::string &device : devices) {
-        if (is_system_disk(device.substr(device.rfind('/') + 1)))
-            carriers.insert(device);
+    for (std::size_t i = 0; i < devices.size(); i++) {
+        if (is_system_disk(base_name(devices[i]), asked[i]))
+            carriers.insert(devices[i]);
     }
     if (carriers.size() != 1) {
         trace_log("%zu disks look like the system disk", carriers.size());

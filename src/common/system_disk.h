@@ -5,10 +5,7 @@
 #include <string>
 #include <vector>
 
-// Whether lsblk shows the root file system on the disk (such as sda).
-[[nodiscard]] bool is_system_disk(const std::string &name);
-
-// The one of these devices (such as /dev/sda) that carries the root file system: the only one of which
-// is_system_disk says so, else what /sys says. Of several that carry it together, the first. Nothing when it
+// The one of these devices (such as /dev/sda) that carries the root file system: the only one of which lsblk
+// says so, else what /sys says. Of several that carry it together, the first. Nothing when it
 // cannot be told.
 [[nodiscard]] std::optional<std::string> find_system_disk(const std::vector<std::string> &devices);
