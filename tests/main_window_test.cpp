@@ -30,7 +30,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     app.pelva_db_mt = &app.mounts.back();
     prepare_gui(&app);
     ASSERT_EQ(app_init_gui(&app), 0);
-    const struct {          // NOLINT(*-padding): in the order in which it is read
+    const struct {          // NOLINT: in the order of reading
         int files, sectors; // flags
         int response;       // of the user; 0 when nothing may be asked
         bool keeps;
