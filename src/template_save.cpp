@@ -1,5 +1,6 @@
 #include "template_save.h"
 
+#include "common/background.h"
 #include "common/bytes.h"
 #include "common/fat.h"
 #include "common/filesystem.h"
@@ -17,8 +18,7 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <future>
+#include <atomic>
 #include <list>
 #include <optional>
 #include <vector>
@@ -262,10 +262,18 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
 // Bringing a large template to the disk takes its time.
 static bool replace_in_background(struct app *app)
 {
-    std::future<bool> replaced = std::async(std::launch::async, [] { return replace_template(*current); });
-    while (replaced.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
+    bool replaced = false;
+    std::atomic<bool> done = false;
+    background work([&] {
+        replaced = replace_template(*current);
+        done = true;
+    });
+    while (work.has_begun() && !done) {
         progress_run_main_loop(app);
-    return replaced.get();
+        g_usleep(1000);
+    }
+    work.finish();
+    return replaced;
 }
 
 bool save_done(struct app *app)

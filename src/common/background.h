@@ -24,6 +24,9 @@ public:
             pthread_join(thread_, nullptr);
     }
 
+    // Whether it is done, or being done, before `finish` is called.
+    bool has_begun() const { return has_thread_; }
+
     // Returns when the work is done. To be called once.
     void finish()
     {
