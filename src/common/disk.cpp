@@ -327,7 +327,8 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes,
     std::optional<background> search;
     if (devices.size() > 1)
         search.emplace([&] { system_disk = find_system_disk(devices); });
-    meanwhile();
+    if (meanwhile)
+        meanwhile();
     if (search)
         search->finish();
     move_first(readings, system_disk);
