@@ -134,7 +134,7 @@ void mark_everything()
     settle();
 }
 
-void work(const std::string &job)
+void do_job(const std::string &job)
 {
     file_store *store = nullptr;
     std::size_t memory = 0;
@@ -252,7 +252,7 @@ int main(int count, char **arguments)
         show_question(arguments[3]);
     } else if (count >= 4) {
         describe_partition(arguments[3], count > 4 ? arguments[4] : "ext4", arguments[1]);
-        work(job);
+        do_job(job);
     } else {
         show_until_mapped(gtk_window_new(GTK_WINDOW_TOPLEVEL));
     }
