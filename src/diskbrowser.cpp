@@ -5,7 +5,7 @@
 #include "gtk_owned.h"
 #include "i18n.h"
 #include "trace_log.h"
-#include "widgets.h"
+#include "window_description.h"
 
 #include <string>
 

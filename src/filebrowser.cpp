@@ -11,7 +11,7 @@
 #include "progress.h"
 #include "text_layout.h"
 #include "trace_log.h"
-#include "widgets.h"
+#include "window_description.h"
 #include "wrapped_label.h"
 
 #include <algorithm>
@@ -23,11 +23,6 @@ namespace {
 
 // Room right of the longest name, in pixels.
 constexpr int column_margin = 24;
-
-struct page_widget {
-    const char *name;
-    GtkWidget *app::*field;
-};
 
 // --- The view ---
 
@@ -143,7 +138,7 @@ gboolean keep_open(GtkWidget *, GdkEvent *, gpointer)
     return TRUE;
 }
 
-constexpr page_widget page_widgets[] = {
+constexpr std::pair<const char *, GtkWidget * app::*> page_widgets[] = {
     {"filebrowser", &app::filebrowser},
     {"total_files_selected", &app::total_files_selected_label},
     {"total_files_size", &app::total_files_size_label},
@@ -158,11 +153,11 @@ void keep_widget(GtkWidget *&field, GtkWidget *widget)
 
 bool find_widgets(struct app *app)
 {
-    for (const page_widget &widget : page_widgets) {
-        GtkWidget *found = find_widget(app->xml, widget.name);
+    for (const auto &[name, field] : page_widgets) {
+        GtkWidget *found = find_widget(app->xml, name);
         if (!found)
             return false;
-        keep_widget(app->*widget.field, found);
+        keep_widget(app->*field, found);
     }
     return true;
 }
@@ -316,10 +311,10 @@ bool filebrowser_init(struct app *app)
 void filebrowser_release(struct app *app)
 {
     forget_file_totals();
-    for (const page_widget &widget : page_widgets) {
-        GtkWidget *&field = app->*widget.field;
-        if (field)
-            g_object_remove_weak_pointer(G_OBJECT(field), reinterpret_cast<gpointer *>(&field));
-        field = nullptr;
+    for (const auto &[name, field] : page_widgets) {
+        GtkWidget *&widget = app->*field;
+        if (widget)
+            g_object_remove_weak_pointer(G_OBJECT(widget), reinterpret_cast<gpointer *>(&widget));
+        widget = nullptr;
     }
 }

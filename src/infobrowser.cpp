@@ -7,7 +7,6 @@
 #include "display_text.h"
 #include "i18n.h"
 #include "trace_log.h"
-#include "widgets.h"
 #include "window_description.h"
 #include "wrapped_label.h"
 

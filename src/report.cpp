@@ -10,7 +10,7 @@
 #include "text_layout.h"
 #include "trace_log.h"
 #include "tree_walk.h"
-#include "widgets.h"
+#include "window_description.h"
 
 #include <gtk/gtk.h>
 #include <string>

@@ -27,7 +27,7 @@ struct report_lists {
 };
 
 // As the dialogs show it.
-std::string base_name(const std::string &path)
+std::string shown_name(const std::string &path)
 {
     return display_text(path.substr(path.rfind('/') + 1));
 }
@@ -63,7 +63,7 @@ std::string resolved(const std::string &path)
 
 void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
 {
-    dialog_ok(parent, _("Error"), _("Cannot write file «%s»: %s"), base_name(path).c_str(),
+    dialog_ok(parent, _("Error"), _("Cannot write file «%s»: %s"), shown_name(path).c_str(),
               g_strerror(reason));
 }
 
@@ -84,7 +84,7 @@ bool accept_name(GtkWidget *chooser, const std::string &path)
         tell_unwritable(chooser, path, ENOENT); // a link that leads nowhere
         return false;
     }
-    const std::string name = base_name(path);
+    const std::string name = shown_name(path);
     if (dialog_yes_no(chooser, _("Warning"), _("File «%s» already exists. Rewrite it?"), name.c_str()) !=
         GTK_RESPONSE_YES) {
         trace_log("User has cancelled rewrite file");

@@ -2,6 +2,8 @@
 // the program was configured for (TARNEL_WINDOWS) is known in here alone.
 #pragma once
 
+#include "trace_log.h"
+
 #include <span>
 #include <string>
 
@@ -25,6 +27,17 @@ void release_window_description(window_description *description);
 
 // The widget of this name, null when the description has none.
 [[nodiscard]] GtkWidget *described_widget(window_description *description, const char *name);
+
+// The same; a missing one is traced, with the failure of the caller.
+[[nodiscard]] inline GtkWidget *find_widget(window_description *description, const char *name)
+{
+    GtkWidget *widget = described_widget(description, name);
+    if (!widget) {
+        trace_log("Cannot find '%s' widget", name);
+        trace_log("* Failed");
+    }
+    return widget;
+}
 
 // Connects, once, each signal that the description gives to one of the handlers; these receive `record` last.
 // Signals for handlers of other names stay without one.

@@ -24,11 +24,6 @@ constexpr std::uint32_t first_drive_number = 0x80;
 constexpr std::size_t part_slots = 128;
 using part_slot = std::array<std::optional<part>, part_slots>;
 
-std::string base_name(const std::string &path)
-{
-    return path.substr(path.rfind('/') + 1);
-}
-
 // Passes over the rest of the line. False when the file ends first.
 bool skip_line(std::FILE *stream)
 {
@@ -211,11 +206,6 @@ void judge_table(disk_contents &read, const std::string &device, bool removable)
         trace_log("Cannot read the partition table of %s: %s", table.path.c_str(), table.failure.c_str());
 }
 
-bool is_gpt(const partition_table &table)
-{
-    return table.type == "gpt";
-}
-
 // All that touches the disk itself.
 disk_contents read_contents(const std::string &device, bool removable)
 {
@@ -223,7 +213,7 @@ disk_contents read_contents(const std::string &device, bool removable)
     read.table =
         read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
     judge_table(read, device, removable);
-    if (read.is_listed && is_gpt(read.table)) {
+    if (read.is_listed && read.table.type == "gpt") {
         read.supported = readGpt(read.table.path);
         if (read.supported.empty())
             trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
@@ -277,7 +267,7 @@ disk make_disk(const disk_contents &read, std::uint32_t drive_number)
     disk d;
     d.name = base_name(table.path);
     d.drive_number = drive_number;
-    d.is_gpt = is_gpt(table);
+    d.is_gpt = table.type == "gpt";
     d.cylinders = table.cylinders;
     d.heads = table.heads;
     d.sectors = table.sectors;

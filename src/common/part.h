@@ -25,6 +25,12 @@ struct part {
     std::uint64_t dev = 0; // st_rdev of the device node; 0 when it could not be examined
 };
 
+// The name of a device without its directory: "sda" of "/dev/sda".
+inline std::string base_name(const std::string &device)
+{
+    return device.substr(device.rfind('/') + 1);
+}
+
 // "p" for md arrays, whose partitions are named md0p1; nothing for sda1.
 const char *partition_separator(const std::string &disk_name);
 

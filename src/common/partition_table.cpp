@@ -35,7 +35,7 @@ bool take_device(const table_record &r, partition_table &table)
     std::string path = text_of(r.text);
     if (const std::string root = host_path(""); path.starts_with(root))
         path.erase(0, root.size());
-    if (!is_device_name(path.substr(path.rfind('/') + 1)) || r.sector_size <= 0 || r.device_length < 0)
+    if (!is_device_name(base_name(path)) || r.sector_size <= 0 || r.device_length < 0)
         return false;
     table.path = std::move(path);
     table.model = text_of(r.model);

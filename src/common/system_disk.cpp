@@ -2,6 +2,7 @@
 
 #include "common/host.h"
 #include "common/mount_table.h"
+#include "common/part.h"
 #include "trace_log.h"
 
 #include <algorithm>
@@ -78,11 +79,6 @@ std::set<std::string> devices_below(const fs::path &top, const std::vector<std::
             pending.push_back(slave->path());
     }
     return found;
-}
-
-std::string base_name(const std::string &device)
-{
-    return device.substr(device.rfind('/') + 1);
 }
 
 // Asks lsblk whether it shows the root file system on the disk (such as sda).
