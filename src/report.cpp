@@ -164,6 +164,7 @@ void fill_file_report(struct app *app)
         begin_path(app, partition_name(partition) + ":");
         walk_file_rows(app, tree, *root, file_callback, file_system_of(partition).separator);
     }
+    filled_files = nullptr;
 }
 
 void fill_sector_report(struct app *app)
@@ -182,6 +183,7 @@ void fill_sector_report(struct app *app)
         begin_path(app, disk->name + ":");
         walk_sector_rows(app, tree, &first, sector_callback);
     }
+    filled_sectors = nullptr;
 }
 
 void set_header(struct app *app, const char *name, const char *format, std::uint32_t count,
