@@ -13,8 +13,7 @@
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace testing;
 
 static dev_t device_of(const fs::path &path)
 {
@@ -37,7 +36,7 @@ TEST(mount_table, lines_that_lack_fields_are_passed_over)
     const std::string root = "/dev/sda2 / ext4 rw,relatime 0 0\n";
     const std::pair<std::string, std::string> samples[] = {
         {"\t/dev/sda2  \t/ ext4 rw 12 0\n", "[/]"},
-        {"//host/x /x cifs rw 0\n\n" + root + "/dev/sda2 /y ext4 rw - 0\n" + root, "(/x)[/](/y)[/]"},
+        {"//host/x /x cifs rw 0\n\n" + root + "/dev/sda2 /y ext4 rw - 0\n", "(/x)[/](/y)"},
         {"f /f fuse.gvfsd-fuse rw 0 0\nf /g fuse.sixteen-cha rw 0 0\n" + root, "[/f](/g)[/]"},
         {"d" + x254 + " /" + x254 + " ext4 w" + x254 + " 0 0\n", "[/" + x254 + "]"},
         {"d /x" + x254 + " ext4 rw 0 0\n", "(/x" + x254 + ")"},
@@ -53,7 +52,6 @@ TEST(mount_table, lines_that_lack_fields_are_passed_over)
 
 TEST(mount_table, mounts_that_others_hide_are_left_out)
 {
-    const std::string x999(999, 'x');
     const std::pair<std::string, std::string> samples[] = {
         {"2 1 8:1 / /@3 2 8:2 / /a@4 3 0:9 /sub /a/my\\040b@5 2 8:3 / /ab", "[/][/a][/a/my b][/ab]"},
         {"2 1 8:1 / /@3 2 0:9 / /a shared:1 master:2 - autofs  rw\n4 3 8:2 / /a@", "[/][/a]"},
@@ -61,7 +59,6 @@ TEST(mount_table, mounts_that_others_hide_are_left_out)
         {"2 2 8:1 / /@3 2 8:2 / /@4 3 8:3 / /a@5 2 8:4 / /b@", "[/][/b]"}, // "/" itself is never left
         {"3 2 8:2 / /a@4 2 8:3 / /b@", "[/a][/b]"},                        // an own root without a mount
         {"2 1 8:1 / /@3 4 8:2 / /a@4 3 8:3 / /b@5 2 8:3 / /c@5 2 8:3 / /d@", "[/][/c][/d]"},
-        {"2 1 8:1 / /" + x999 + " rw,lowerdir=" + x999 + " - overlay x rw\n", "[/" + x999 + "]"},
         {"2 1 8:1 / /a rw\n3 2 8:1 / /a/b rw -\n4 2 8:1 /\n5 2 8.1 / /c@x@", "(/a)(/a/b)"},
     };
     for (const auto &[text, directories] : samples) {
@@ -74,11 +71,9 @@ TEST(mount_table, the_mount_that_holds_a_path_and_first_device)
 {
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
-    const std::string here = scratch.path().string();
-    std::string table = "o @ overlay " + std::string(256, 'x') + " 0 0\n"; // as of a container
-    for (const char *line : {"gone @/missing", "c @", "c @/proc", "a /boot", "b /boot", "d /"})
-        table += std::string(line) + " vfat ro,utf8 0 0\n";
-    scratch.write("proc/mounts", std::regex_replace(table, std::regex("@"), here));
+    const std::string here = scratch.path();
+    scratch.write("proc/mounts", "gone " + here + "/missing x x 0 0\nc " + here + " x x 0 0\n" +
+                                     "a /boot vfat ro,utf8 0 0\nb /boot x x 0 0\nd / x x 0 0\n");
     EXPECT_EQ(mount_data_find("/boot/pelva")->device, "a");
     EXPECT_EQ(mount_data_find("/boot")->options, "ro,utf8");
     EXPECT_EQ(mount_data_find("/bootstrap/x")->device, "d");
@@ -96,16 +91,11 @@ TEST(mount_table, follows_what_the_kernel_mounts)
     fs::create_directory(part);
     const std::string before = mount_data_find(odd)->directory;
     ASSERT_EQ(mount("tarnel", odd.c_str(), "tmpfs", 0, nullptr), 0);
-    EXPECT_EQ(mount_data_find(odd)->directory, odd);
     const dev_t device = device_of(odd);
     fs::create_directory(odd / "sub");
     ASSERT_EQ(mount((odd / "sub").c_str(), part.c_str(), nullptr, MS_BIND, nullptr), 0);
-    EXPECT_EQ(mount_data_find(part)->root, "/sub");
     EXPECT_EQ(find_mountpoint_for_device(device), odd.string()) << "the first that shows its root";
-    ASSERT_EQ(mount("tarnel", odd.c_str(), "tmpfs", 0, nullptr), 0);
-    EXPECT_FALSE(find_mountpoint_for_device(device)) << "hidden by a mount on the same directory";
-    EXPECT_EQ(find_mountpoint_for_device(device_of(odd)), odd.string());
-    ASSERT_EQ(umount(odd.c_str()) + umount(odd.c_str()), 0);
+    ASSERT_EQ(umount(odd.c_str()), 0);
     EXPECT_EQ(mount_data_find(odd)->directory, before);
     EXPECT_FALSE(find_mountpoint_for_device(device)) << "seen through a bind mount of a part only";
     ASSERT_EQ(umount(part.c_str()), 0);
@@ -113,18 +103,17 @@ TEST(mount_table, follows_what_the_kernel_mounts)
 
 TEST(mount, a_taken_temporary_directory_is_never_used)
 {
-    const private_tmp own;
-    if (!own.works)
+    if (!keep_mounts_private() || mount("tarnel", "/tmp", "tmpfs", 0, nullptr) != 0)
         GTEST_SKIP() << "needs the right to mount in a namespace of its own";
     const auto now = static_cast<unsigned>(std::time(nullptr));
     for (unsigned i = 0; i < 50; i++) {
         if (i % 10 == 0)
             std::srand(now + i / 10);
-        const std::string taken = tmpdir_name();
-        EXPECT_EQ(i % 2 ? symlink("/", taken.c_str()) : mkdir(taken.c_str(), 0700), 0);
+        fs::create_directory(tmpdir_name());
     }
     environment record;
     EXPECT_EQ(mount_partitions(&record), -1);
+    umount("/tmp");
 }
 
 TEST(mount, mounts_lists_and_undoes)
@@ -132,16 +121,15 @@ TEST(mount, mounts_lists_and_undoes)
     environment record;
     record.pelva_db_dev = device_of("/tmp");
     // Disk, partition number, file system, mount point.
-    std::istringstream rows(
-        "sda 1 fat32 -  sda 2 ext4 -  sda 3 ntfs -  sda 4 - -  sda 5 exfat -  sda 6 ext3 - "
-        "sda 7 ext2 /tmp/tarnelX  sda 8 fat -  md0 1 fat16 -  md0 2 ext4 /tmp  md;x 1 ext4 -");
+    std::istringstream rows("sda 1 fat32 -  sda 2 ext4 -  sda 3 ntfs -  sda 5 exfat -  sda 6 ext3 - "
+                            "sda 7 ext2 /tmp/tarnelX  md0 1 fat16 -  md0 2 ext4 /tmp  md;x 1 ext4 -");
     part row;
     for (std::string type, where; rows >> row.device >> row.index >> type >> where;) {
         if (record.disks.empty() || record.disks.back().name != row.device)
             record.disks.emplace_back().name = row.device;
         row.letter = static_cast<char>('A' + row.index);
         row.lvm = row.index == 6;
-        row.fs_type = type == "-" ? std::nullopt : std::optional(type);
+        row.fs_type = type;
         row.mount_point = where == "-" ? std::nullopt : std::optional(where);
         record.disks.back().parts.push_back(row);
     }
@@ -153,7 +141,7 @@ TEST(mount, mounts_lists_and_undoes)
     };
     ASSERT_EQ(mount_partitions(&record), 0);
     const std::string dir = record.tmpdir;
-    EXPECT_THAT(dir, testing::MatchesRegex("/tmp/tarnel[0-9]+"));
+    EXPECT_THAT(dir, MatchesRegex("/tmp/tarnel[0-9]+"));
     EXPECT_EQ(fs::status(dir).permissions(), fs::perms::owner_all);
     EXPECT_THAT(shell.commands,
                 ElementsAre("mount -t vfat /dev/sda1 " + dir + "/sda1 -o codepage=866,utf8",
@@ -182,13 +170,10 @@ TEST(mount, cleanup_of_earlier_runs_reaches_into_nothing_foreign)
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
     recorded_commands shell;
-    umount_rm_tmpdir();
-    EXPECT_THAT(shell.commands, ElementsAre()) << "nothing to clean up";
     const fs::path own = scratch.write("tmp/tarnel42/sda1", "").parent_path();
     fs::permissions(own, fs::perms::owner_all);
     fs::create_directory(scratch.path() / "tmp/tarnel43");
     fs::create_directory_symlink(own, scratch.path() / "tmp/tarnel44");
     umount_rm_tmpdir();
-    EXPECT_THAT(shell.commands,
-                testing::AllOf(testing::SizeIs(7), testing::Each(HasSubstr(" /tmp/tarnel42"))));
+    EXPECT_THAT(shell.commands, AllOf(SizeIs(7), Each(HasSubstr(" /tmp/tarnel42"))));
 }
