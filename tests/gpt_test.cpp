@@ -28,15 +28,13 @@ TEST_F(gpt, lists_the_supported_entries_by_position)
     std::filesystem::resize_file(image, 2 * 512 + 128 * 128);
     EXPECT_EQ(readGpt(image), (numbers{2, 3})) << "nothing beyond the entries is read";
 
-    make_disk("-j 64 -n 7:0:+1M -t 7:0700 -n 128:0:+1M -t 128:ef00");
-    EXPECT_EQ(readGpt(image), (numbers{2, 3, 7, 128})) << "entries moved to LBA 64";
-    make_disk("-S 4096 -n 4096:0:+1M -t 4096:0700");
+    make_disk("-j 64 -S 4096 -n 4096:0:+1M -t 4096:0700"); // entries moved to LBA 64
     EXPECT_EQ(readGpt(image), (numbers{2, 3, 4096}));
 }
 
 TEST_F(gpt, damaged_tables_are_empty)
 {
-    const std::uintmax_t whole = 16 << 20, entries_end = 2 * 512 + 128 * 128;
+    const std::uintmax_t whole = 2 * 512 + 128 * 128;
     const struct {
         const char *what;
         std::uintmax_t size; // of the image
@@ -47,10 +45,9 @@ TEST_F(gpt, damaged_tables_are_empty)
         {"entries of 256 bytes", whole, 512 + 84, {"\0\1\0\0", 4}},
         {"no entries", whole, 512 + 80, {"\0\0\0\0", 4}},
         {"4,097 entries", whole, 512 + 80, {"\1\x10\0\0", 4}},
-        {"2^32 - 1 entries", whole, 512 + 80, "\xff\xff\xff\xff"},
         {"entries outside", whole, 512 + 72, {"\0\0\1\0\0\0\0\0", 8}},
         {"entries beyond any offset", whole, 512 + 72, {"\1\0\0\0\0\0\0\x80", 8}},
-        {"entries cut", entries_end - 1, 512, "E"},
+        {"entries cut", whole - 1, 512, "E"},
         {"header cut", 1023, 512, "E"},
     };
     make_disk();

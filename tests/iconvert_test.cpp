@@ -15,14 +15,12 @@ TEST(pvl_iconv, converts_whole_texts_or_nothing)
         std::optional<std::string> expected;
     } cases[] = {
         {"Файл №1.txt", "utf8", "cp866", "\x94\xA0\xA9\xAB \xFC"s + "1.txt"},
-        {"", "utf8", "cp866", ""},
         {"before\0after"s, "utf8", "cp866", "before"},
         {"wrong \xFFy", "utf8", "cp866", std::nullopt},
         {"text", "no-such-code", "utf-8", std::nullopt},
         {"a\0b\0\0\0c\0"s, "utf-16le", "utf-8", "ab"},
         {"A\0\0B\0\0"s, "utf-16le", "utf-8", "A\xE4\x88\x80"}, // a zero pair at an odd offset ends nothing
         {"a\0b"s, "utf-16le", "utf-8", std::nullopt},
-        {longest, "utf8", "cp866", longest},
         {longest + "a", "utf8", "cp866", std::nullopt},
     };
     for (const auto &[text, source, target, expected] : cases)
@@ -36,14 +34,10 @@ TEST(replace_backslash, separates_only_behind_directories)
     scratch.write("data/My\\Files/file", "");
     std::filesystem::create_symlink("data", scratch.path() / "link");
     const std::string root = scratch.path().string();
-    std::string board_root = root;
-    replace_symbols(board_root, '/', '\\');
-    const struct {
-        std::string path, expected;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {root + "/data\\My\\Files\\file\\x", root + "/data/My\\Files/file\\x"},
-        {root + "\\link\\My\\Files", root + "/link\\My\\Files"},
         {root + "/\\data\\x", root + "/\\data\\x"},
+        {root + "\\link\\My\\Files", root + "/link\\My\\Files"},
         {"\\" + std::string(4094, 'x'), "/" + std::string(4094, 'x')},
         {"\\" + std::string(4095, 'x'), "\\" + std::string(4095, 'x')},
     };
