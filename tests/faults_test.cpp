@@ -19,12 +19,11 @@ namespace {
 struct faulty_machine : testing::Test {
     faulty_machine()
     {
-        const std::string dev = scratch.write("dev/sda1", "").parent_path();
-        const std::string fat = "-i sda1 ", file = scratch.write("file", "text");
+        const std::string dev = scratch.write("dev/file", "").parent_path();
         run_tool("cd " + dev +
-                 "; truncate -s 16M sda; sgdisk -n 1:2048:+1M -t 1:0700 -n 2:0:+1M -t 2:ef00 sda;" +
-                 "rm sda1; mkfs.fat -F 16 -C -s 1 sda1 8192; mmd " + fat + "'::/Program Files'; mcopy " +
-                 fat + file + " '::/Program Files/a long name.txt'");
+                 "; truncate -s 16M sda; sgdisk -n 1:2048:+1M -t 1:0700 -n 2:0:+1M -t 2:ef00 sda;"
+                 "mkfs.fat -F 16 -C -s 1 sda1 8192; mmd -i sda1 '::/Program Files';"
+                 "mcopy -i sda1 file '::/Program Files/a long name.txt'");
         std::string listed = "major minor  #blocks  name\n\n 8 0 16384 sda\n"; // takes several reads
         for (int i = 0; i < 500; ++i)
             listed += " 8 1 1024 sda1\n";
@@ -57,10 +56,9 @@ int judge(bool is_truth, bool is_failure)
 void expect_truth_or_failure(const std::string &name, const std::function<int()> &work, int fewest_calls)
 {
     EXPECT_EQ(work(), truth) << name; // and everything is loaded that the process loads once
-    for (const auto &[what, error] : {std::pair(fault::fail, EIO),
-                                      {fault::fail_from_here, EIO},
-                                      {fault::cut_short, 0},
-                                      {fault::fail, EINTR}}) {
+    const std::pair<fault, int> faults[] = {
+        {fault::fail, EIO}, {fault::fail_from_here, EIO}, {fault::cut_short, 0}, {fault::fail, EINTR}};
+    for (const auto &[what, error] : faults) {
         int call = 1;
         for (faulty_run run; call == 1 || run.calls >= call - 1; ++call) {
             run = run_with_faults(work, {{call, what, error}});
