@@ -8,8 +8,7 @@ namespace {
 
 using numbers = std::vector<std::uint32_t>;
 
-class gpt : public testing::Test {
-protected:
+struct gpt : testing::Test {
     // Linux, Basic Data and EFI System entries at positions 1, 2 and 3.
     void make_disk(const std::string &options = "") const
     {
@@ -17,8 +16,8 @@ protected:
                  " -n 1:0:+1M -t 1:8300 -n 2:0:+1M -t 2:0700 -n 3:0:+1M -t 3:ef00 " + image);
     }
 
-    scratch_directory directory;
-    std::string image = directory.path() / "disk";
+    const scratch_directory directory;
+    const std::string image = directory.path() / "disk";
 };
 
 TEST_F(gpt, lists_the_supported_entries_by_position)
@@ -51,13 +50,12 @@ TEST_F(gpt, damaged_tables_are_empty)
         {"header cut", 1023, 512, "E"},
     };
     make_disk();
-    const std::string sound = image;
-    image += "-damaged";
+    const std::string damaged = image + "-damaged";
     for (const auto &[what, size, offset, bytes] : cases) {
-        std::filesystem::copy_file(sound, image, std::filesystem::copy_options::overwrite_existing);
-        overwrite(image, offset, bytes);
-        std::filesystem::resize_file(image, size);
-        EXPECT_EQ(readGpt(image), numbers{}) << what;
+        std::filesystem::copy_file(image, damaged, std::filesystem::copy_options::overwrite_existing);
+        overwrite(damaged, offset, bytes);
+        std::filesystem::resize_file(damaged, size);
+        EXPECT_EQ(readGpt(damaged), numbers{}) << what;
     }
 }
 

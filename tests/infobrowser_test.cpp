@@ -37,7 +37,8 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
     for (const auto &c : cases) {
         const scratch_directory root;
         const replaced_host host(root.path());
-        root.write("usr/lib64/libpelva.so", "not a library");
+        // The one before, cut off in its data: whoever calls it crashes, and the next is asked.
+        root.write("usr/lib64/libpelva.so", library.substr(0, library.size() / 2));
         const std::string directory = root.write("usr/lib/pelva.cpp", c.source).parent_path();
         if (!c.source.empty())
             run_tool("cd " + directory + " && c++ -shared -fPIC -o libpelva.so pelva.cpp -DSTATUS=" +
@@ -65,14 +66,6 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         EXPECT_LE(width, 700);
         EXPECT_EQ(windows.label("path_pelva"),
                   "Path to templates for Pelva settings:\n OS ROSA Linux: " + c.shown_paths);
-    }
-    // The last of them, cut off anywhere before the end of its data, is no board.
-    const std::size_t last = library.rfind("the end.") + 7;
-    for (const std::size_t size : {100UL, 5000UL, last / 2, last, last + 1}) {
-        const scratch_directory root;
-        const replaced_host host(root.path());
-        root.write("usr/lib/libpelva.so", library.substr(0, size));
-        EXPECT_EQ(hear_board(ask_board()).present, size > last) << size;
     }
 }
 

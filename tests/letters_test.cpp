@@ -90,9 +90,11 @@ TEST(letters, sectors_lead_to_partitions_and_have_bounds)
     disks.back().name = "md127";
     disks.front().length = disks.back().length = 0x1'0000'0000;
     const std::tuple<const char *, std::int64_t, bool> bounds[] = {
-        {"sda", 0, false},   {"sda", UINT32_MAX, false}, {"sda", 0x1'0000'0000, true}, {"sda", -1, true},
-        {"sda5", 99, false}, {"sda5", 100, true},        {"sda5", INT32_MIN, true},    {"sda9", -1, false},
-        {"md127", -1, true}, {"md127p1", 99, false},     {"md127p1", 100, true},       {"sdz", -1, false},
+        {"sda", 0, false},   {"sda", UINT32_MAX, false}, {"sda", 0x1'0000'0000, true},
+        {"sda", -1, true},   {"sda5", 0, false},         {"sda5", 99, false},
+        {"sda5", 100, true}, {"sda5", INT32_MIN, true},  {"sda9", -1, false},
+        {"md127", -1, true}, {"md127p1", 99, false},     {"md127p1", 100, true},
+        {"sdz", -1, false},
     };
     for (const auto &[name, sector, outside] : bounds)
         EXPECT_EQ(check_sector_range(disks, name, sector), outside) << name << " " << sector;

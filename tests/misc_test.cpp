@@ -4,9 +4,10 @@
 #include "support.h"
 
 #include <cstdlib>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace fs = std::filesystem;
+using testing::HasSubstr;
 
 // A machine with one disk and one partition, which is not really mounted: the template directory lies on the
 // same device as the directory that shows its files.
@@ -24,9 +25,13 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         return 0;
     };
     environment record;
-    const auto start = [&record](const std::string &template_directory) {
+    std::string said;
+    const auto start = [&](const std::string &template_directory) {
+        record = environment();
         setenv("PELVADB", template_directory.c_str(), 1);
+        testing::internal::CaptureStderr();
         const int result = app_init(&record);
+        said = testing::internal::GetCapturedStderr();
         if (!record.tmpdir.empty())
             fs::remove_all(record.tmpdir);
         EXPECT_EQ(std::getenv("PELVA_PATH"), template_directory);
@@ -46,11 +51,11 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         {ext, "/", "/", directory, directory, '/'},
         {ext, here + "/boot", "/", directory, "/pelva", '/'},
         {fat, directory, "/", directory, "", '\\'},
+        {fat, here + "/bo", "/", directory, directory, '\\'},
         {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva", '\\'},
         {ext, here + "/boot", "/a", directory, "/a/pelva", '/'},
     };
     for (const auto &[file_system, mount_directory, root, given, short_path, separator] : samples) {
-        record = environment();
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/self/mountinfo",
                       "1 1 8:2 / / rw - x x rw\n2 1 8:1 " + root + " " + mount_directory + " rw - x x rw\n");
@@ -64,16 +69,11 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     fs::current_path(here);
     const std::string file = directory + "/file";
     for (const std::string &path : {std::string("relative"), file, file + "/new", here + "/no/pelva"}) {
-        testing::internal::CaptureStderr();
-        record = environment();
         EXPECT_EQ(start(path), 1) << path;
-        EXPECT_NE(testing::internal::GetCapturedStderr().find(path[0] == '/' ? path : '"' + path + '"'),
-                  std::string::npos);
+        EXPECT_THAT(said, HasSubstr(path[0] == '/' ? path : '"' + path + '"'));
     }
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
-    testing::internal::CaptureStderr();
     EXPECT_EQ(start(directory), 1) << "no disk with a number";
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("nvme0n1 (NVMe), sdb (removable)"),
-              std::string::npos);
+    EXPECT_THAT(said, HasSubstr("nvme0n1 (NVMe), sdb (removable)"));
 }

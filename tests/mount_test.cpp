@@ -67,20 +67,6 @@ TEST(mount_table, mounts_that_others_hide_are_left_out)
     }
 }
 
-TEST(mount_table, the_mount_that_holds_a_path_and_first_device)
-{
-    const scratch_directory scratch;
-    const replaced_host host(scratch.path());
-    const std::string here = scratch.path();
-    scratch.write("proc/mounts", "gone " + here + "/missing x x 0 0\nc " + here + " x x 0 0\n" +
-                                     "a /boot vfat ro,utf8 0 0\nb /boot x x 0 0\nd / x x 0 0\n");
-    EXPECT_EQ(mount_data_find("/boot/pelva")->device, "a");
-    EXPECT_EQ(mount_data_find("/boot")->options, "ro,utf8");
-    EXPECT_EQ(mount_data_find("/bootstrap/x")->device, "d");
-    EXPECT_EQ(find_mountpoint_for_device(device_of(here)), here);
-    EXPECT_FALSE(find_mountpoint_for_device(~0ULL));
-}
-
 TEST(mount_table, follows_what_the_kernel_mounts)
 {
     const scratch_directory scratch;
