@@ -26,42 +26,16 @@ void require(bool holds)
         std::abort();
 }
 
-// A directory that stands for the machine's "/".
-class host {
-public:
-    host()
-    {
-        char name[] = "/tmp/gtk-tarnel-fuzz-XXXXXX";
-        require(mkdtemp(name));
-        root = name;
-        fs::create_directory(root / "dev");
-        fs::create_directory(root / "templates");
-        // In memory, since writing it is most of the work.
-        fs::create_symlink("/proc/self/fd/" + std::to_string(memfd_create("disk", 0)), root / "dev/sda1");
-        set_host_root(root);
-    }
-    ~host() { fs::remove_all(root); }
-    host(const host &) = delete;
-    host &operator=(const host &) = delete;
+fs::path root; // a directory that stands for the machine's "/"
 
-    void write(const std::string &name, bytes content) const
-    {
-        require((std::ofstream(root / name, std::ios::binary) << content).good());
-    }
-
-    fs::path root;
-};
-
-// Made with the first input: the root must not be set before the object that holds it exists.
-const host &machine()
+void write(const std::string &name, bytes content)
 {
-    static const host made;
-    return made;
+    require((std::ofstream(root / name, std::ios::binary) << content).good());
 }
 
 void gpt(bytes input)
 {
-    machine().write("dev/sda1", input);
+    write("dev/sda1", input);
     const std::vector<std::uint32_t> numbers = readGpt("/dev/sda1");
     require(numbers.empty() || (numbers.front() >= 1 && numbers.back() <= 4096));
 }
@@ -70,7 +44,7 @@ void gpt(bytes input)
 void fat(bytes input)
 {
     const std::string path(input.substr(0, input.find('\0')));
-    machine().write("dev/sda1", input.substr(std::min(path.size() + 1, input.size())));
+    write("dev/sda1", input.substr(std::min(path.size() + 1, input.size())));
     fat_lookups lookups;
     if (const auto found = get_sfn_path("sda1", path))
         require(lookups.find("sda1", path, fat_direction::long_to_short) == found);
@@ -87,12 +61,12 @@ void templates(bytes input)
     const int names = input.empty() ? 0 : input.front();
     const bytes nam = input.substr(0, input.find("SNCV")), chk = input.substr(nam.size());
     const template_layout layout = layout_of(names & 1 ? list_kind::files : list_kind::sectors);
-    const fs::path directory = machine().root / "templates";
+    const fs::path directory = root / "templates";
     const auto name = [](const std::string &file, const std::string &suffix) {
         return "templates/" + (suffix.empty() ? file : ".gtk-tarnel-" + file + suffix);
     };
-    machine().write(name(layout.name_file, names & 2 ? ".new" : ""), nam.substr(!nam.empty()));
-    machine().write(name(layout.check_file, names & 4 ? ".new" : names & 8 ? ".old" : ""), chk);
+    write(name(layout.name_file, names & 2 ? ".new" : ""), nam.substr(!nam.empty()));
+    write(name(layout.check_file, names & 4 ? ".new" : names & 8 ? ".old" : ""), chk);
     recover_templates(directory);
     for (const auto &file : fs::directory_iterator(directory))
         require(file.path().extension() == ".nam" || file.path().extension() == ".chk");
@@ -124,6 +98,20 @@ void mounts(bytes input)
 }
 
 } // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    char name[] = "/tmp/gtk-tarnel-fuzz-XXXXXX";
+    require(mkdtemp(name));
+    root = name;
+    std::atexit([] { fs::remove_all(root); });
+    fs::create_directory(root / "dev");
+    fs::create_directory(root / "templates");
+    // In memory, since writing it is most of the work.
+    fs::create_symlink("/proc/self/fd/" + std::to_string(memfd_create("disk", 0)), root / "dev/sda1");
+    set_host_root(root);
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
