@@ -2,9 +2,19 @@
 // system call escapes, whatever library makes it.
 #pragma once
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <functional>
+#include <sched.h>
 #include <set>
-#include <sys/types.h>
+#include <string>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 enum class fault {
@@ -28,6 +38,84 @@ struct faulty_run {
     std::set<ino_t> synced; // files whose fsync succeeded
 };
 
+// Not those of memory, signals, time and the process's own end: a failure of these is no disk's doing.
+inline bool is_countable(unsigned long long call)
+{
+    constexpr unsigned long long others[] = {
+        SYS_brk,    SYS_mmap,         SYS_munmap,         SYS_mprotect,        SYS_madvise,
+        SYS_mremap, SYS_rt_sigaction, SYS_rt_sigprocmask, SYS_rt_sigreturn,    SYS_sigaltstack,
+        SYS_futex,  SYS_exit_group,   SYS_exit,           SYS_getpid,          SYS_gettid,
+        SYS_tgkill, SYS_kill,         SYS_clock_gettime,  SYS_set_robust_list, SYS_rseq,
+        SYS_prctl,  SYS_getrandom,    SYS_sched_yield,    SYS_umask};
+    return std::ranges::find(others, call) == std::end(others);
+}
+
+// Before the kernel sees a call: makes it fail or shorter as planned. False when it is the process's last.
+inline bool enter_call(pid_t child, const std::vector<planned_fault> &plan, user_regs_struct &registers,
+                       const faulty_run &run, int &error)
+{
+    const bool transfers = registers.orig_rax == SYS_read || registers.orig_rax == SYS_write ||
+                           registers.orig_rax == SYS_pread64 || registers.orig_rax == SYS_pwrite64;
+    for (const auto &[call, what, with] : plan) {
+        const bool now = run.calls == call || (run.calls > call && what == fault::fail_from_here);
+        if (!now || !is_countable(registers.orig_rax))
+            continue;
+        if (what == fault::die)
+            return false;
+        if (what != fault::cut_short)
+            error = with;
+        else if (transfers && registers.rdx > 1)
+            registers.rdx /= 2;
+    }
+    // A failing close has closed all the same; any other call becomes one that does not exist.
+    if (error && registers.orig_rax != SYS_close)
+        registers.orig_rax = ~0ULL;
+    ptrace(PTRACE_SETREGS, child, nullptr, &registers);
+    return true;
+}
+
 // `without_links`: the file system knows no hard links.
-faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan,
-                           bool without_links = false);
+inline faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan,
+                                  bool without_links = false)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        _exit(work());
+    }
+    faulty_run run;
+    int status = 0, signal = 0, error = 0;
+    waitpid(child, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    for (bool inside = false; ptrace(PTRACE_SYSCALL, child, nullptr, signal) == 0;) {
+        waitpid(child, &status, 0);
+        run.survived = WIFEXITED(status);
+        run.crashed = WIFSIGNALED(status);
+        signal = WIFSTOPPED(status) && WSTOPSIG(status) != (SIGTRAP | 0x80) ? WSTOPSIG(status) : 0;
+        user_regs_struct registers{};
+        if (run.survived || run.crashed || signal || ptrace(PTRACE_GETREGS, child, nullptr, &registers) != 0)
+            continue;
+        inside = !inside;
+        if (inside) {
+            error = without_links && registers.orig_rax == SYS_linkat ? EPERM : 0;
+            if (registers.orig_rax == SYS_clone3 &&
+                (ptrace(PTRACE_PEEKDATA, child, registers.rdi, 0) & CLONE_THREAD))
+                error = EAGAIN; // a thread would not be traced, so there are none
+            run.calls += is_countable(registers.orig_rax) ? 1 : 0;
+            if (enter_call(child, plan, registers, run, error))
+                continue;
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+        } else if (error) {
+            registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
+            ptrace(PTRACE_SETREGS, child, nullptr, &registers);
+        } else if (registers.orig_rax == SYS_fsync && registers.rax == 0) {
+            struct stat synced = {};
+            stat(("/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi)).c_str(), &synced);
+            run.synced.insert(synced.st_ino);
+        }
+    }
+    run.result = run.survived ? WEXITSTATUS(status) : -1;
+    return run;
+}
