@@ -42,11 +42,12 @@ struct faulty_run {
 inline bool is_countable(unsigned long long call)
 {
     constexpr unsigned long long others[] = {
-        SYS_brk,    SYS_mmap,         SYS_munmap,         SYS_mprotect,        SYS_madvise,
-        SYS_mremap, SYS_rt_sigaction, SYS_rt_sigprocmask, SYS_rt_sigreturn,    SYS_sigaltstack,
-        SYS_futex,  SYS_exit_group,   SYS_exit,           SYS_getpid,          SYS_gettid,
-        SYS_tgkill, SYS_kill,         SYS_clock_gettime,  SYS_set_robust_list, SYS_rseq,
-        SYS_prctl,  SYS_getrandom,    SYS_sched_yield,    SYS_umask};
+        SYS_brk,          SYS_mmap,          SYS_munmap,          SYS_mprotect,
+        SYS_madvise,      SYS_mremap,        SYS_rt_sigaction,    SYS_rt_sigprocmask,
+        SYS_rt_sigreturn, SYS_sigaltstack,   SYS_futex,           SYS_exit_group,
+        SYS_exit,         SYS_getpid,        SYS_gettid,          SYS_tgkill,
+        SYS_kill,         SYS_clock_gettime, SYS_set_robust_list, SYS_rseq,
+        SYS_prctl,        SYS_getrandom,     SYS_sched_yield,     SYS_umask};
     return std::ranges::find(others, call) == std::end(others);
 }
 
@@ -112,7 +113,8 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
         } else if (registers.orig_rax == SYS_fsync && registers.rax == 0) {
             struct stat synced = {};
-            stat(("/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi)).c_str(), &synced);
+            stat(("/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi)).c_str(),
+                 &synced);
             run.synced.insert(synced.st_ino);
         }
     }

@@ -58,11 +58,9 @@ void expect_children(GtkTreeModel *upper, upper_path convert, GtkTreePath *path,
 
 TEST(file_store, keeps_a_view_and_models_on_top_true)
 {
-    NEED_DISPLAY();
-    const fatal_warnings warnings;
     browsed_partition partition;
     partition.show();
-    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GtkTreeView *view = partition.view();
     file_store *store = partition.store;
     const owned_object<GtkTreeModel> sorted(gtk_tree_model_sort_new_with_model(GTK_TREE_MODEL(store))),
         filtered(gtk_tree_model_filter_new(GTK_TREE_MODEL(store), nullptr));

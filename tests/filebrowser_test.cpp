@@ -19,6 +19,18 @@ namespace fs = std::filesystem;
 
 const std::string wait = "[Loading, please wait...]";
 
+// Names of the children, each followed by its own in brackets when it has some.
+std::string outline(const file_node &row)
+{
+    std::string text;
+    for (const auto &child : row.children) {
+        text += (text.empty() ? "" : " ") + child->name;
+        if (!child->children.empty())
+            text += "[" + outline(*child) + "]";
+    }
+    return text;
+}
+
 // One of everything that a directory can hold; nine of it are regular files.
 void fill_directory(const scratch_directory &files)
 {
@@ -36,7 +48,6 @@ void fill_directory(const scratch_directory &files)
 TEST(loading, shows_directories_and_regular_files_in_order_once)
 {
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     fill_directory(partition.files);
     EXPECT_EQ(outline(*file_store_top(partition.store)), "/dev/sda1" + wait);
     const std::string
@@ -61,7 +72,6 @@ TEST(loading, keeps_to_the_length_that_the_board_can_read)
     const std::string deep(100, 'd'), at_limit(253 - 102, 'f'), over(254 - 102, 'g'), longest(255, 'h');
     const std::string files[] = {deep + "/" + at_limit, deep + "/" + over, longest + "/x"};
     browsed_partition partition; // the path counts from its mount
-    NEED_FILE_SYSTEM(partition);
     for (const std::string &name : files)
         partition.files.write(name, "");
     EXPECT_EQ(outline(*partition.loaded(deep)), at_limit);
@@ -71,7 +81,6 @@ TEST(loading, keeps_to_the_length_that_the_board_can_read)
 TEST(loading, leaves_out_what_something_is_mounted_on)
 {
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     if (!keep_mounts_private())
         GTEST_SKIP() << "needs the right to mount in a namespace of its own";
     const std::string top = partition.files.path();
@@ -94,7 +103,6 @@ TEST(loading, leaves_out_what_something_is_mounted_on)
 TEST(loading, survives_what_it_cannot_read)
 {
     browsed_partition partition, deep;
-    NEED_FILE_SYSTEM(partition);
     fs::create_directory(partition.files.path() / "gone");
     partition.loaded("");
     fs::remove(partition.files.path() / "gone");
@@ -119,7 +127,6 @@ TEST(loading, survives_what_it_cannot_read)
 TEST(find_iter_for_file, gives_the_row_or_the_reason)
 {
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     const std::string top = partition.files.path();
     partition.files.write("a/b/f", "");
     partition.files.write("a/c/f", "");
@@ -161,9 +168,7 @@ TEST(texts, are_shown_on_one_line)
 
 TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
 {
-    NEED_DISPLAY();
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     fill_directory(partition.files);
     fs::create_directory(partition.files.path() / std::string(255, '\xfe'));
     for (const char *device : {"sda", "md7"}) {
@@ -172,15 +177,14 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
         p.index = 3;
         p.fs_type = "ntfs";
     }
-    const fatal_warnings warnings;
     answered_dialogs user({GTK_RESPONSE_OK, GTK_RESPONSE_OK});
     partition.show();
-    EXPECT_EQ(user.text(), "Warning: Cannot read files on partition sda3 with NTFS.\n"
-                           "Perhaps the ntfs-3g package is not installed.\n"
-                           "Warning: Cannot read files on partition md7p3 with NTFS.\n"
-                           "Perhaps the ntfs-3g package is not installed.\n");
+    EXPECT_EQ(user.text, "Warning: Cannot read files on partition sda3 with NTFS.\n"
+                         "Perhaps the ntfs-3g package is not installed.\n"
+                         "Warning: Cannot read files on partition md7p3 with NTFS.\n"
+                         "Perhaps the ntfs-3g package is not installed.\n");
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_size_label)), "0 bytes");
-    gtk_tree_view_expand_all(GTK_TREE_VIEW(partition.app.filebrowser));
+    gtk_tree_view_expand_all(partition.view());
     mark_recursive(&partition.app, partition.store, partition.root(), 1);
     settle();
     EXPECT_EQ(partition.app.total_files_selected, 9U);
@@ -190,7 +194,7 @@ TEST(page, shows_any_name_and_warns_of_unreadable_partitions)
 // Whether a row answers a question for its tooltip.
 bool has_tooltip(const browsed_partition &partition, const std::string &row)
 {
-    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GtkTreeView *view = partition.view();
     gtk_tree_view_set_cursor(view, path_of(partition.store, partition.row(row)).get(), nullptr, FALSE);
     const owned_object<GtkTooltip> tooltip(GTK_TOOLTIP(g_object_new(GTK_TYPE_TOOLTIP, nullptr)));
     gboolean shown = FALSE;
@@ -200,9 +204,7 @@ bool has_tooltip(const browsed_partition &partition, const std::string &row)
 
 TEST(page, cuts_no_name_off_without_a_way_to_see_it)
 {
-    NEED_DISPLAY();
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     std::string widest; // in pixels, not in characters
     for (int i = 100; i < 350; i++) {
         partition.files.write(std::to_string(i) + std::string(100, 'i'), "");
@@ -210,7 +212,7 @@ TEST(page, cuts_no_name_off_without_a_way_to_see_it)
     }
     partition.files.write(widest, "");
     partition.show();
-    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GtkTreeView *view = partition.view();
     gtk_tree_view_expand_all(view);
     settle();
     EXPECT_TRUE(cell_fits(view, path_of(partition.store, partition.row(widest)).get(), widest));
@@ -226,9 +228,7 @@ std::function<void()> during_status;
 
 TEST(progress, covers_unfolding_and_drops_what_is_pressed_meanwhile)
 {
-    NEED_DISPLAY();
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     for (int i = 0; i < 400; i++)
         partition.files.write(std::to_string(i), "");
     partition.show();
@@ -239,10 +239,10 @@ TEST(progress, covers_unfolding_and_drops_what_is_pressed_meanwhile)
     files_changed = 0;
     during_status = [&] { // before the window is up, while it is, and at the very end
         most_rows = std::max(most_rows, partition.root()->children.size());
-        press(partition, nullptr, 3, 0, GDK_BUTTON_PRESS);
+        partition.press(nullptr, 3, 0, GDK_BUTTON_PRESS);
         g_usleep(2000);
     };
-    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GtkTreeView *view = partition.view();
     gtk_tree_view_expand_row(view, path_of(partition.store, partition.root()).get(), FALSE);
     during_status = nullptr;
     EXPECT_FALSE(gtk_widget_get_visible(partition.app.progress_window));

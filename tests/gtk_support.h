@@ -111,6 +111,7 @@ private:
         text += gtk_window_get_title(GTK_WINDOW(dialog)) + std::string(": ");
         collect(gtk_dialog_get_content_area(dialog), &text);
         ++count;
+        file_names.erase(file_names.begin(), file_names.begin() + std::exchange(name_given_, false));
         const int response = responses_.empty() ? GTK_RESPONSE_DELETE_EVENT : responses_.front();
         responses_.erase(responses_.begin(), responses_.begin() + !responses_.empty());
         if (response == GTK_RESPONSE_DELETE_EVENT)
@@ -125,12 +126,12 @@ private:
     {
         constexpr unsigned looks_until_told_again = 30;
         const std::filesystem::path name = file_names.front();
-        const owned_gchar taken(gtk_file_chooser_get_filename(chooser));
-        if (taken && name == taken.get()) {
-            file_names.erase(file_names.begin());
+        g_autofree gchar *taken = gtk_file_chooser_get_filename(chooser);
+        if (taken && name == taken && !name_given_) {
+            name_given_ = true;
             chooser_looks_ = 0;
             gtk_dialog_response(GTK_DIALOG(chooser), GTK_RESPONSE_ACCEPT);
-        } else if (chooser_looks_++ % looks_until_told_again == 0) {
+        } else if (!name_given_ && chooser_looks_++ % looks_until_told_again == 0) {
             gtk_file_chooser_set_current_folder(chooser, name.parent_path().c_str());
             gtk_file_chooser_set_current_name(chooser, name.filename().c_str());
         }
@@ -138,5 +139,6 @@ private:
 
     std::vector<int> responses_;
     unsigned chooser_looks_ = 0;
+    bool name_given_ = false; // a question about it is to come
     guint timer_;
 };

@@ -14,7 +14,7 @@ namespace {
 
 TEST(main_window, asks_before_it_closes_over_unsaved_marks)
 {
-    NEED_DISPLAY();
+    gtk_init(nullptr, nullptr);
     const scratch_directory machine, templates;
     const replaced_host host(machine.path());
     machine.write(window_description_file + 1, content_of(description_file()));
@@ -58,7 +58,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
         gtk_notebook_set_current_page(pages, 2);
         answered_dialogs user({c.response});
         EXPECT_EQ(delete_event(app.window, nullptr, &app), c.keeps);
-        EXPECT_EQ(user.seen.size(), c.response ? 1U : 0U);
+        EXPECT_EQ(user.count, c.response ? 1 : 0U);
         EXPECT_EQ(files_changed | sectors_changed, c.flags_after);
         std::string saved;
         for (const std::string name : {"bootfile", "bootsect"})
@@ -93,7 +93,6 @@ TEST(main_window, has_a_handler_for_every_signal_of_the_description_and_no_other
 
 TEST(main_window, loads_whole_files_and_fits_a_small_screen_with_texts_half_as_long_again)
 {
-    NEED_DISPLAY();
     const std::string description = content_of(description_file());
     std::string longer;
     const std::regex translatable("translatable=\"yes\">([^<]*)<");
@@ -105,6 +104,7 @@ TEST(main_window, loads_whole_files_and_fits_a_small_screen_with_texts_half_as_l
         done = stop;
     }
     longer += description.substr(done);
+    gtk_init(nullptr, nullptr);
     const scratch_directory scratch;
     EXPECT_FALSE(load_window_description(scratch.path() / "missing"));
     EXPECT_FALSE(load_window_description(scratch.write("damaged", longer.substr(longer.size() / 2))));

@@ -103,15 +103,13 @@ std::string marked(const file_node &row)
 
 TEST(right_button, marks_rows_and_ranges)
 {
-    NEED_DISPLAY();
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     for (int i = 10; i < 99; i++)
         partition.files.write("many/" + std::to_string(i), "12345");
     partition.files.write("dir/below/deep", "123");
     partition.files.write("dir/x", "1");
     partition.show();
-    GtkTreeView *view = GTK_TREE_VIEW(partition.app.filebrowser);
+    GtkTreeView *view = partition.view();
     constexpr guint shift = GDK_SHIFT_MASK, control = GDK_CONTROL_MASK;
     const struct {
         const char *cursor; // put there first; null: it stays where the last press left it
@@ -149,7 +147,7 @@ TEST(right_button, marks_rows_and_ranges)
             gtk_tree_view_set_cursor(view, path_of(partition.store, partition.row(step.cursor)).get(),
                                      nullptr, FALSE);
         files_changed = 0;
-        press(partition, step.row ? partition.row(step.row) : nullptr, step.button, step.state, step.type);
+        partition.press(step.row ? partition.row(step.row) : nullptr, step.button, step.state, step.type);
         settle();
         EXPECT_EQ(marked(*partition.root()), step.marked);
         EXPECT_EQ(files_changed, step.button == 3);

@@ -39,7 +39,6 @@ std::string marked(const browsed_partition &partition, const file_node &row)
 TEST(premarking, marks_what_exists_and_lists_what_does_not)
 {
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     partition.app.mounts.front().disk->parts.emplace_back().letter = 0; // a partition without a letter
     partition.app.mounts.push_back({nullptr, &partition.app.disks.front().parts.back(), 0, "/", 0, 0});
     for (const char *name : {"a/b/f", "a/b/g", "a/\xff\n", "a/not", "other/f"})
@@ -69,7 +68,6 @@ TEST(premarking, marks_what_exists_and_lists_what_does_not)
 TEST(premarking, tells_what_a_damaged_pair_does_not_give)
 {
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     partition.files.write("1", "");
     pair_bytes pair = pair_of(2, "", {"C:/1", "C:/2"});
     pair.nam.pop_back();
@@ -94,7 +92,6 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
 {
     for (const std::string kind : {"16", "32"}) {
         browsed_partition partition("fat" + kind);
-        NEED_FILE_SYSTEM(partition);
         for (const auto *name :
              {"Long directory/\xd0\x96 file.text", "PLAIN.TXT", "README.txt", "\xd0\x96.txt"})
             partition.files.write(name, "");
@@ -122,27 +119,25 @@ TEST(premarking, finds_files_by_the_names_of_their_file_system)
 
 TEST(premarking, asks_about_missing_files_and_lists_those_without_a_row)
 {
-    NEED_DISPLAY();
     browsed_partition partition;
-    NEED_FILE_SYSTEM(partition);
     partition.files.write("here", "");
     const std::string top = partition.files.path(), link = top + "/li\nnk";
     fs::create_symlink("here", link);
     premark(partition, {"C:/first\xff", "C:/here", "C:/li\nnk", "C:/sec\nond"});
     answered_dialogs user({GTK_RESPONSE_NO, GTK_RESPONSE_OK, GTK_RESPONSE_YES});
     partition.show();
-    EXPECT_EQ(user.text(), "Confirm: The following files are missing. Delete these files from a template?\n" +
-                               top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
+    EXPECT_EQ(user.text, "Confirm: The following files are missing. Delete these files from a template?\n" +
+                             top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
     EXPECT_TRUE(partition.app.missing_files.empty());
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
     EXPECT_TRUE(partition.app.file_template.kept);
     EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 256 * 4);
 
     const auto bar = [&] { return notice_bar(partition.app.filebrowser); };
-    user.seen.clear();
+    user.text.clear();
     gtk_info_bar_response(GTK_INFO_BAR(bar()), GTK_RESPONSE_OK);
     const std::string hidden = "1 file of the saved template is not shown in the tree. ";
-    EXPECT_EQ(user.text(), "Files: " + hidden + "The next save drops it.\n" + top + "/li\u240Ank\n\n");
+    EXPECT_EQ(user.text, "Files: " + hidden + "The next save drops it.\n" + top + "/li\u240Ank\n\n");
     partition.app.missing_files = {"gone"};
     ask_delete_missing_files(&partition.app);
     EXPECT_EQ(partition.app.file_template.notices[0].text, hidden + "It is no longer in the template.");

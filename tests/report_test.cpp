@@ -21,7 +21,6 @@ namespace fs = std::filesystem;
 struct report : testing::Test {
     void SetUp() override
     {
-        NEED_DISPLAY();
         windows = std::make_unique<loaded_windows>();
         app.xml = windows->xml;
         app.total_files_selected = 4;
@@ -61,7 +60,7 @@ struct report : testing::Test {
     }
 
     // Presses the save button; the chooser is given one name after the other, the questions the responses.
-    std::string save_as(std::vector<std::string> names, std::vector<int> responses)
+    std::string save_as(std::vector<fs::path> names, std::vector<int> responses)
     {
         answered_dialogs user(std::move(responses));
         user.file_names = std::move(names);
@@ -70,7 +69,7 @@ struct report : testing::Test {
         gtk_button_clicked(GTK_BUTTON(windows->widget("report_save_button")));
         if (__lsan_enable)
             __lsan_enable();
-        return user.text();
+        return user.text;
     }
 
     struct app app;

@@ -78,8 +78,8 @@ struct recorded_commands {
     std::function<int(const std::string &)> status;
 };
 
-// Whether what this process mounts from now on stays its own affair. Who is not root may be, in a namespace of
-// users where nobody else is.
+// Whether what this process mounts from now on stays its own affair. Who is not root may be, in a namespace
+// of users where nobody else is.
 inline bool keep_mounts_private()
 {
     const auto user = std::to_string(geteuid()), group = std::to_string(getegid());

@@ -76,7 +76,6 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
          {"/Dir/\xFF\n"}}};
     for (const auto &[fs_type, records, unnamed] : cases) {
         use_partition(fs_type);
-        NEED_FILE_SYSTEM(*partition);
         mark_files(names);
         std::filesystem::current_path(partition->files.path() / "Dir");
         setenv("IMAGE", partition->host.write("dev/sda1", "").c_str(), 1);
@@ -93,8 +92,6 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
 
 TEST_F(saving, tells_of_every_marked_file_without_a_record)
 {
-    NEED_DISPLAY();
-    NEED_FILE_SYSTEM(*partition);
     answered_dialogs dialogs({GTK_RESPONSE_OK});
     mark_files({});
     file_node *at = partition->root();
@@ -114,13 +111,11 @@ TEST_F(saving, tells_of_every_marked_file_without_a_record)
                       " marked files have no name that the board can read. They are not in the template.");
         app->mounts.front().letter = 0;
     }
-    EXPECT_EQ(dialogs.text(), "Warning: File name is too long.\n");
+    EXPECT_EQ(dialogs.text, "Warning: File name is too long.\n");
 }
 
 TEST_F(saving, refuses_without_loss)
 {
-    NEED_DISPLAY();
-    NEED_FILE_SYSTEM(*partition);
     answered_dialogs dialogs({GTK_RESPONSE_OK, GTK_RESPONSE_OK});
     mark_files({std::string(252, 'n')});
     const file_node *too_long = add(partition->root(), 253, file_kind::file);
@@ -135,16 +130,14 @@ TEST_F(saving, refuses_without_loss)
     files_changed = 1;
     app->short_path = path.c_str();
     save_file_template(app, partition->store);
-    EXPECT_EQ(dialogs.text(), "Warning: File name is too long.\n"
-                              "Error: The path of the template directory is too long for the board.\n");
+    EXPECT_EQ(dialogs.text, "Warning: File name is too long.\n"
+                            "Error: The path of the template directory is too long for the board.\n");
     EXPECT_EQ(files_changed, 1);
     EXPECT_EQ(saved(), whole);
 }
 
 TEST_F(saving, commands_do_something_only_on_yes)
 {
-    NEED_DISPLAY();
-    NEED_FILE_SYSTEM(*partition);
     const struct {
         void (*handler)(GtkWidget *, struct app *);
         const char *question;
@@ -178,7 +171,7 @@ TEST_F(saving, commands_do_something_only_on_yes)
             answered_dialogs dialogs({answer});
             files_changed = sectors_changed = saves;
             handler(app->window, app);
-            EXPECT_EQ(dialogs.text(), "Confirm: Do you really want to " + std::string(question) + "\n");
+            EXPECT_EQ(dialogs.text, "Confirm: Do you really want to " + std::string(question) + "\n");
             const bool yes = answer == GTK_RESPONSE_YES;
             EXPECT_EQ(files ? files_changed : sectors_changed, yes != saves) << question;
             EXPECT_EQ(files ? sectors_changed : files_changed, saves) << question;
