@@ -3,6 +3,7 @@
 import ctypes
 import fcntl
 import os
+import pathlib
 import struct
 
 FILES, SECTORS = 2, 1
@@ -33,11 +34,7 @@ def expected(kind, records, directory):
 
 
 def read(kind, directory):
-    pair = []
-    for extension in ("nam", "chk"):
-        with open(f"{directory}/{NAMES[kind]}.{extension}", "rb") as file:
-            pair.append(file.read())
-    return tuple(pair)
+    return tuple(pathlib.Path(directory, f"{NAMES[kind]}.{extension}").read_bytes() for extension in ("nam", "chk"))
 
 
 def records_of(kind, data):
