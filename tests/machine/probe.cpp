@@ -4,8 +4,9 @@
 //
 // A description has one line for every visible widget, windows before what is in them, and for every row of
 // the two trees: fields that end in tabs and are escaped like C strings.
-//   WINDOW NAME PATH IMAGE TEXT X Y WIDTH HEIGHT EXPANDED
-// WINDOW is a title; a row has the NAME of its tree, and of its image the checksum.
+//   WINDOW NAME IMAGE TEXT X Y WIDTH HEIGHT EXPANDED
+// WINDOW is a title. A row has the NAME of its tree, its image's checksum, and as TEXT the lines that lead to
+// it.
 #include <gtk/gtk.h>
 
 #include <string>
@@ -14,11 +15,11 @@ G_DEFINE_AUTOPTR_CLEANUP_FUNC(GtkTreePath, gtk_tree_path_free)
 
 namespace {
 
-void describe(std::string &out, GtkWidget *widget, const GdkRectangle &area, const char *text,
-              const char *path = "", const char *image = "", bool expanded = false)
+void describe(std::string &out, GtkWidget *widget, const GdkRectangle &area, const std::string &text,
+              const char *image = "", bool expanded = false)
 {
     const char *title = gtk_window_get_title(GTK_WINDOW(gtk_widget_get_toplevel(widget)));
-    for (const char *field : {title, gtk_widget_get_name(widget), path, image, text}) {
+    for (const char *field : {title, gtk_widget_get_name(widget), image, text.c_str()}) {
         g_autofree char *escaped = g_strescape(field ? field : "", nullptr);
         out += std::string(escaped) + '\t';
     }
@@ -27,7 +28,7 @@ void describe(std::string &out, GtkWidget *widget, const GdkRectangle &area, con
     out += '\n';
 }
 
-void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent)
+void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent, const std::string &above)
 {
     GtkTreeModel *model = gtk_tree_view_get_model(tree);
     GtkTreeViewColumn *column = gtk_tree_view_get_column(tree, 0);
@@ -38,7 +39,6 @@ void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent)
     for (gboolean more = gtk_tree_model_iter_children(model, &iter, parent); more;
          more = gtk_tree_model_iter_next(model, &iter)) {
         g_autoptr(GtkTreePath) path = gtk_tree_model_get_path(model, &iter);
-        g_autofree char *place = gtk_tree_path_to_string(path);
         const bool expanded = gtk_tree_view_row_expanded(tree, path);
         GdkRectangle area;
         gtk_tree_view_get_cell_area(tree, path, column, &area);
@@ -52,9 +52,9 @@ void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent)
         if (pixels)
             image = g_compute_checksum_for_data(G_CHECKSUM_MD5, gdk_pixbuf_read_pixels(pixels),
                                                 gdk_pixbuf_get_byte_length(pixels));
-        describe(out, GTK_WIDGET(tree), area, text, place, image, expanded);
+        describe(out, GTK_WIDGET(tree), area, above + text, image, expanded);
         if (expanded)
-            look_at_rows(out, tree, &iter);
+            look_at_rows(out, tree, &iter, above + text + '\n');
     }
 }
 
@@ -72,7 +72,7 @@ void look_at(GtkWidget *widget, gpointer data)
     area.y = top + (has_window ? 0 : area.y);
     describe(out, widget, area, GTK_IS_LABEL(widget) ? gtk_label_get_text(GTK_LABEL(widget)) : "");
     if (g_str_has_suffix(gtk_widget_get_name(widget), "browser"))
-        look_at_rows(out, GTK_TREE_VIEW(widget), nullptr);
+        look_at_rows(out, GTK_TREE_VIEW(widget), nullptr, "");
     else if (GTK_IS_CONTAINER(widget))
         gtk_container_forall(GTK_CONTAINER(widget), look_at, data);
 }

@@ -20,10 +20,8 @@ BOOT_SECTORS = ["sdb1", "md0p1", "md0p2", "sda1", "sda2", "sda5", "sda6", "sda3"
 def all_sectors():
     records = []
     for disk, drive in DRIVES.items():
-        records.append((drive, 0))
-        for name in BOOT_SECTORS:
-            if name.startswith(disk):
-                records.append((drive, int(pathlib.Path(f"/sys/class/block/{name}/start").read_text())))
+        starts = [pathlib.Path(f"/sys/class/block/{name}/start") for name in BOOT_SECTORS if name.startswith(disk)]
+        records += [(drive, 0), *((drive, int(start.read_text())) for start in starts)]
     return records
 
 
@@ -101,7 +99,7 @@ def failed_saves():
         check_saved([], f"after {undo}")
     tool.close()
     tool.answer("Confirm", "In data model were changes made. Save it before exiting?", "Yes")
-    check_equal(tool.wait_end(), 0, "exit status")
+    tool.wait_end()
     shell(f"rm {PELVA}/bootfile.*")
     check_saved([(DRIVES["sdb"], 0)], "once all is well again")
     shell(f"rm -r {PELVA} && umount /mnt/fat")

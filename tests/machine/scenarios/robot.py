@@ -26,7 +26,7 @@ MAIN = "Pelva integrity-check templates"
 PATIENCE = max(1, float(os.environ.get("MACHINE_STARTED", "0")) / 10)
 
 # A widget or a row, as the probe describes it.
-Item = collections.namedtuple("Item", "window name path image text x y width height expanded")
+Item = collections.namedtuple("Item", "window name image text x y width height expanded")
 
 
 def check_equal(seen, expected, what):
@@ -43,11 +43,7 @@ def wait(condition, what):
 
 
 def shell(command):
-    return subprocess.run(command, shell=True, check=True, timeout=60 * PATIENCE, stdout=subprocess.PIPE).stdout.decode()
-
-
-def xdotool(*arguments):
-    subprocess.run(["xdotool", *map(str, arguments)], check=True, timeout=60 * PATIENCE)
+    return subprocess.check_output(command, shell=True, timeout=60 * PATIENCE).decode()
 
 
 def mounts():
@@ -58,38 +54,13 @@ def output(name):
     return pathlib.Path(f"/run/tool.{name}").read_text(errors="surrogateescape")
 
 
-class Look(list):
-    """The items of one look at the screen."""
-
-    def __init__(self, answer):
-        for line in answer.splitlines():
-            fields = [codecs.escape_decode(field)[0].decode("utf-8", "surrogateescape")
-                      for field in line.split(b"\t")[:-1]]
-            self.append(Item(*fields[:5], *map(int, fields[5:])))
-
-    def find(self, **wanted):
-        """The first item like that, or None; of a window's items this is the window."""
-        return next((item for item in self if wanted.items() <= item._asdict().items()), None)
-
-    def row(self, tree, *names):
-        """The row that the names lead to from the top, or None."""
-        path = ""
-        for name in names:
-            row = next((item for item in self if item.name == tree and item.text == name
-                        and item.path.rpartition(":")[0] == path), None)
-            if not row:
-                return None
-            path = row.path
-        return row
-
-
 class Tool:
     """The running tool."""
 
     running = None
 
     def __init__(self, *command, **environment):
-        shell(f"rm -f {REQUESTS} {ANSWER}; mkfifo {REQUESTS}; echo 'gtk-modules=\"{SHARE}/probe.so\"' >/root/.gtkrc-2.0")
+        shell(f"rm -f {REQUESTS} {ANSWER}; mkfifo {REQUESTS}; echo 'gtk-modules=\"/share/probe.so\"' >/root/.gtkrc-2.0")
         self.requests = os.open(REQUESTS, os.O_RDWR)  # requests stay there until the tool reads them
         with open("/run/tool.out", "wb") as out, open("/run/tool.err", "wb") as err:
             self.process = subprocess.Popen(command or ["gtk-tarnel"], stdin=subprocess.DEVNULL, stdout=out, stderr=err,
@@ -100,45 +71,50 @@ class Tool:
         """What is on the screen; nothing, once the tool has ended."""
         os.write(self.requests, f"{ANSWER}\n".encode())
         wait(lambda: ANSWER.exists() or self.process.poll() is not None, "an answer of the probe")
-        look = Look(ANSWER.read_bytes() if ANSWER.exists() else b"")
+        items = []
+        for line in ANSWER.read_bytes().splitlines() if ANSWER.exists() else []:
+            fields = [codecs.escape_decode(field)[0].decode("utf-8", "surrogateescape") for field in line.split(b"\t")]
+            items.append(Item(*fields[:4], *map(int, fields[4:9])))
         ANSWER.unlink(missing_ok=True)
-        return look
+        return items
+
+    def find(self, **wanted):
+        """The first item like that, or None; of a window's items this is the window."""
+        return next((item for item in self.look() if wanted.items() <= item._asdict().items()), None)
 
     def picture(self, name):
         os.write(self.requests, f"{SHARE}/{name}.png\n".encode())
         self.look()  # is answered afterwards
 
     def wait_window(self, title):
-        """The first look at the window in its place: a window manager moves it when it opens."""
+        """Waits for the window in its place: a window manager moves it when it opens."""
         def settled():
-            before = self.look().find(window=title)
+            before = self.find(window=title)
             time.sleep(0.1)
-            look = self.look()
-            return before and before == look.find(window=title) and look
-        return wait(settled, f'window "{title}"')
+            return before and before == self.find(window=title)
+        wait(settled, f'window "{title}"')
 
     def wait_closed(self, title):
-        wait(lambda: not self.look().find(window=title), f'window "{title}" closed')
+        wait(lambda: not self.find(window=title), f'window "{title}" closed')
 
-    def click(self, item, button=1):
-        xdotool("mousemove", item.x + item.width // 2, item.y + item.height // 2, "click", button)
+    def click(self, item, button=1, x=None):
+        x = item.x + item.width // 2 if x is None else x
+        shell(f"xdotool mousemove {x} {item.y + item.height // 2} click {button}")
 
     def push(self, name):
-        self.click(wait(lambda: self.look().find(name=name), name))
+        self.click(wait(lambda: self.find(name=name), name))
 
     def press(self, *keys):
-        xdotool("key", "--clearmodifiers", *keys)
+        shell(f"xdotool key --clearmodifiers {' '.join(keys)}")
 
     def show(self, *names, tree="filebrowser"):
         """Scrolls with the wheel until a row is in view, below the header, and returns it."""
         def shown():
-            look = self.look()
-            row, view = look.row(tree, *names), look.find(name=tree)
-            if row and view.y + row.height <= row.y <= view.y + view.height - row.height:
-                return row
-            if row:
+            row, view = self.find(name=tree, text="\n".join(names)), self.find(name=tree)
+            if row and not view.y + row.height <= row.y <= view.y + view.height - row.height:
                 self.click(view, 5 if row.y > view.y + row.height else 4)
-            return None
+                row = None
+            return row
         return wait(shown, f"row {names!r}")
 
     def expand(self, *names, tree="filebrowser"):
@@ -146,26 +122,27 @@ class Tool:
         for depth in range(1, len(names) + 1):
             row = self.show(*names[:depth], tree=tree)
             if not row.expanded:
-                xdotool("mousemove", row.x - 10, row.y + row.height // 2, "click", 1)
-            wait(lambda path=names[:depth]: self.look().row(tree, *path).expanded, f"row {names[:depth]!r} open")
+                self.click(row, x=row.x - 10)
+            wait(lambda path=names[:depth]: self.show(*path, tree=tree).expanded, f"row {names[:depth]!r} open")
 
     def mark(self, *names, tree="filebrowser"):
         """Flips a row's mark with the right button and waits for its image to tell."""
         self.expand(*names[:-1], tree=tree)
         row = self.show(*names, tree=tree)
         self.click(row, 3)
-        wait(lambda: self.look().row(tree, *names).image != row.image, f"another image at {names!r}")
+        wait(lambda: self.show(*names, tree=tree).image != row.image, f"another image at {names!r}")
 
     def answer(self, title, text, button):
         """Waits for a dialog, checks what it says, and presses one of its buttons."""
-        look = self.wait_window(title)
-        assert look.find(window=title, text=text), f'"{title}" does not say {text!r}'
-        self.click(look.find(window=title, text=button))
+        self.wait_window(title)
+        assert self.find(window=title, text=text), f'"{title}" does not say {text!r}'
+        self.click(self.find(window=title, text=button))
         self.wait_closed(title)
 
     def start(self):
         """Takes the warning away, behind which there is no window yet, and waits for the main window."""
-        assert not self.wait_window("Warning").find(window=MAIN), "the main window is there too early"
+        self.wait_window("Warning")
+        assert not self.find(window=MAIN), "the main window is there too early"
         self.answer("Warning", "Pelva device is not found.", "OK")
         self.wait_window(MAIN)
 
@@ -175,22 +152,17 @@ class Tool:
         wait(lambda: subprocess.run(search, check=False, timeout=60 * PATIENCE).returncode == 0, "the focus")
         self.press("alt+F4")
 
-    def wait_end(self):
-        wait(lambda: self.process.poll() is not None, "the tool's end")
-        return self.process.returncode
+    def wait_end(self, status=0):
+        check_equal(self.process.wait(60 * PATIENCE), status, "exit status")
+        assert "/tmp/tarnel" not in mounts(), f"still mounted:\n{mounts()}"
+        check_equal(glob.glob("/tmp/tarnel*"), [], "left in /tmp")
+        assert not os.path.exists(LOG), f"{LOG} was not removed"
 
     def quit(self):
-        """Closes a tool without unsaved changes; checks its end."""
+        """Closes a tool without unsaved changes."""
         self.close()
-        check_equal(self.wait_end(), 0, "exit status")
+        self.wait_end()
         check_equal(re.findall(".*-(?:WARNING|CRITICAL) \\*\\*.*", output("err")), [], "warnings of the libraries")
-        check_left_nothing()
-
-
-def check_left_nothing():
-    assert "/tmp/tarnel" not in mounts(), f"still mounted:\n{mounts()}"
-    check_equal(glob.glob("/tmp/tarnel*"), [], "left in /tmp")
-    assert not os.path.exists(LOG), f"{LOG} was not removed"
 
 
 def restore():
@@ -202,25 +174,21 @@ def restore():
 
 def run(scenarios):
     """Runs functions as scenarios and ends the program: a line for each, one of counts, and the status."""
-    seconds = int(120 * PATIENCE)
-
-    def out_of_time(*_):
-        raise TimeoutError(f"not finished within {seconds} s")
-    signal.signal(signal.SIGALRM, out_of_time)
+    signal.signal(signal.SIGALRM, signal.default_int_handler)  # out of time: a KeyboardInterrupt
     failed = 0
     for scenario in scenarios:
         begin = time.monotonic()
         pathlib.Path(SHARE, "running").write_text(scenario.__doc__)
         verdict = "PASS"
         try:
-            signal.alarm(seconds)
+            signal.alarm(int(120 * PATIENCE))
             scenario()
-        except Exception:  # pylint: disable=broad-except
+        except (Exception, KeyboardInterrupt):  # pylint: disable=broad-except
             signal.alarm(0)
             verdict = "FAIL"
             failed += 1
             print(traceback.format_exc(), *(output("out") + output("err")).splitlines()[-50:], sep="\n  ")
-            print(f"  The tool's status: {Tool.running.process.poll()}; the screen: {scenario.__name__}.png", flush=True)
+            print(f"  The tool's status: {Tool.running.process.poll()}; the screen: {scenario.__name__}.png")
             os.write(Tool.running.requests, f"{SHARE}/{scenario.__name__}.png\n".encode())
             time.sleep(2)  # nobody knows whether the tool still draws
         signal.alarm(0)

@@ -104,11 +104,11 @@ def round_trip():
         if start == 1:
             for path in (["/dev/sdb1", "srv"], *([f"/dev/sdh{number}"] for number in (1, 2, 3, 4))):
                 tool.mark(*path)
-        check_equal([tool.look().find(name=f"total_files_{name}").text for name in ("selected", "size")],
+        check_equal([tool.find(name=f"total_files_{name}").text for name in ("selected", "size")],
                     [str(count[0]), f"{count[1]} bytes"], f"totals of start {start}")
         save(tool, "files")
         told = f"{left_out[0]} marked files have no name that the board can read. They are not in the template."
-        check_equal(bool(tool.look().find(window=MAIN, text=told)), start == 1, "told what was left out")
+        check_equal(bool(tool.find(window=MAIN, text=told)), start == 1, "told what was left out")
         if start == 1:
             take_default_sectors(tool)
         tool.push("tab_sectors")

@@ -21,19 +21,13 @@ def start(*questions, **environment):
     return tool
 
 
-def answer(tool, title, name, button=None, push=None):
-    """Takes a dialog's picture and answers it: with the n-th button from the left, or with Escape."""
-    if push:
-        tool.push(push)
-    look = tool.wait_window(_(title))
-    if name:
-        tool.picture(f"out/{name}")
-    if button is None:
-        tool.press("Escape")
-    else:
-        buttons = [item for item in look if item.window == _(title) and item.name == "GtkButton"]
-        tool.click(sorted(buttons, key=lambda item: item.x)[button])
-    wait(lambda: tool.look().find(window=_(title)) != look.find(window=_(title)), "the end of the dialog")
+def answer(tool, title, name, key="Escape"):
+    """Takes a dialog's picture, and answers it with a key: Return presses the first button."""
+    tool.wait_window(_(title))
+    before = tool.find(window=_(title))
+    tool.picture(f"out/{name}")
+    tool.press(key)
+    wait(lambda: tool.find(window=_(title)) != before, "the end of the dialog")
 
 
 shell(f"mkdir -p {marking.OUT} /root/.local/share; echo not a report >/root/notes.txt")
@@ -41,15 +35,18 @@ tool = start()
 for path in marking.MARKED:
     tool.mark(*path)
 tool.picture("out/files")
-answer(tool, "Confirm", "save_question", push="files_save")
-answer(tool, "Confirm", "default_question", push="files_default")
+tool.push("files_default")
+answer(tool, "Confirm", "default_question")
+tool.push("files_save")
+answer(tool, "Confirm", "save_question")
 tool.push("tab_sectors")
 tool.mark("/dev/sdb", tree="diskbrowser")
 tool.expand("/dev/sda", tree="diskbrowser")
 tool.expand("/dev/sda", next(item.text for item in tool.look() if "(/dev/sda2)" in item.text), tree="diskbrowser")
 tool.expand("/dev/sdb", tree="diskbrowser")
 tool.picture("out/sectors")
-answer(tool, "Confirm", "clear_question", push="sectors_clear")
+tool.push("sectors_clear")
+answer(tool, "Confirm", "clear_question")
 for button, title, name in (("tab_info", MAIN, "information"), ("report_button", "Report", "report"),
                             ("report_save_button", "Save report", "save_report")):
     tool.push(button)
@@ -57,15 +54,14 @@ for button, title, name in (("tab_info", MAIN, "information"), ("report_button",
     tool.picture(f"out/{name}")
 tool.press("ctrl+a")
 tool.press(*"notes", "period", *"txt", "Return")
-answer(tool, "Warning", "rewrite_question", 0)
+answer(tool, "Warning", "rewrite_question", "Return")
 answer(tool, "Error", "not_a_report")
 tool.press("Escape")
 tool.wait_closed(_("Save report"))
 tool.push("report_close_button")
 tool.wait_closed(_("Report"))
 tool.press("alt+F4")
-answer(tool, "Confirm", "exit_question", 1)
-tool.wait_end()
+answer(tool, "Confirm", "exit_question")
 restore()
 
 for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/hostname", b"E:\\LOST.TXT"]),
@@ -81,5 +77,6 @@ tool = start(("Warning", "no_ntfs"), PELVADB=marking.PELVA)
 tool.push("tab_sectors")
 tool.push("sectors_save")
 shell(marking.FILL_UP)
-answer(tool, "Confirm", None, 0)
+tool.wait_window(_("Confirm"))
+tool.press("Return")
 answer(tool, "Error", "failed_save")
