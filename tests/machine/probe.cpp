@@ -5,8 +5,7 @@
 // A description has one line for every visible widget, windows before what is in them, and for every row of
 // the two trees: fields that end in tabs and are escaped like C strings.
 //   WINDOW NAME IMAGE TEXT X Y WIDTH HEIGHT EXPANDED
-// WINDOW is a title. A row has the NAME of its tree, its image's checksum, and as TEXT the lines that lead to
-// it.
+// WINDOW is a title. A row has its tree's NAME, its image's checksum, and as TEXT the names that lead to it.
 #include <gtk/gtk.h>
 
 #include <string>
@@ -67,9 +66,8 @@ void look_at(GtkWidget *widget, gpointer data)
     gtk_widget_get_allocation(widget, &area);
     int left = 0, top = 0;
     gdk_window_get_origin(gtk_widget_get_window(widget), &left, &top);
-    const bool has_window = gtk_widget_get_has_window(widget);
-    area.x = left + (has_window ? 0 : area.x);
-    area.y = top + (has_window ? 0 : area.y);
+    area.x = left + (gtk_widget_get_has_window(widget) ? 0 : area.x);
+    area.y = top + (gtk_widget_get_has_window(widget) ? 0 : area.y);
     describe(out, widget, area, GTK_IS_LABEL(widget) ? gtk_label_get_text(GTK_LABEL(widget)) : "");
     if (g_str_has_suffix(gtk_widget_get_name(widget), "browser"))
         look_at_rows(out, GTK_TREE_VIEW(widget), nullptr, "");

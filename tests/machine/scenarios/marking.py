@@ -5,7 +5,7 @@ import os
 import pathlib
 
 import templates
-from robot import SHARE, TEMPLATES, Tool, check_equal, output, shell, wait
+from robot import SHARE, TEMPLATES, Tool, check_equal, shell
 
 OUT = f"{SHARE}/out"
 PELVA = "/mnt/fat/pelva"

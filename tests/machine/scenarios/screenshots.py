@@ -1,24 +1,17 @@
 """Takes the pictures of the documents: each page, each question. Argument: the locale, such as ru_RU.UTF-8."""
 
 import gettext
+import os
 import pathlib
 import sys
 
 import marking
 import templates
-from robot import MAIN, TEMPLATES, Tool, restore, shell, wait
+from robot import MAIN, Tool, restore, shell, wait
 
 LOCALE = sys.argv[1]
 _ = gettext.translation("gtk-tarnel", "/usr/share/locale", [LOCALE], fallback=True).gettext
-
-
-def start(*questions, **environment):
-    """A tool in the language of the pictures, which asks questions before it shows its window."""
-    tool = Tool(LANG=LOCALE, LANGUAGE=LOCALE[:2], **environment)
-    for title, name in (*questions, ("Warning", "no_board")):
-        answer(tool, title, name)
-    tool.wait_window(_(MAIN))
-    return tool
+os.environ.update(LANG=LOCALE, LANGUAGE=LOCALE[:2])
 
 
 def answer(tool, title, name, key="Escape"):
@@ -31,7 +24,9 @@ def answer(tool, title, name, key="Escape"):
 
 
 shell(f"mkdir -p {marking.OUT} /root/.local/share; echo not a report >/root/notes.txt")
-tool = start()
+tool = Tool()
+answer(tool, "Warning", "no_board")
+tool.wait_window(_(MAIN))
 for path in marking.MARKED:
     tool.mark(*path)
 tool.picture("out/files")
@@ -42,11 +37,13 @@ answer(tool, "Confirm", "save_question")
 tool.push("tab_sectors")
 tool.mark("/dev/sdb", tree="diskbrowser")
 tool.expand("/dev/sda", tree="diskbrowser")
-tool.expand("/dev/sda", next(item.text for item in tool.look() if "(/dev/sda2)" in item.text), tree="diskbrowser")
+tool.expand(*next(item.text for item in tool.look() if "(/dev/sda2)" in item.text).split("\n"), tree="diskbrowser")
 tool.expand("/dev/sdb", tree="diskbrowser")
 tool.picture("out/sectors")
 tool.push("sectors_clear")
 answer(tool, "Confirm", "clear_question")
+tool.press("alt+F4")
+answer(tool, "Confirm", "exit_question")
 for button, title, name in (("tab_info", MAIN, "information"), ("report_button", "Report", "report"),
                             ("report_save_button", "Save report", "save_report")):
     tool.push(button)
@@ -56,27 +53,21 @@ tool.press("ctrl+a")
 tool.press(*"notes", "period", *"txt", "Return")
 answer(tool, "Warning", "rewrite_question", "Return")
 answer(tool, "Error", "not_a_report")
-tool.press("Escape")
-tool.wait_closed(_("Save report"))
-tool.push("report_close_button")
-tool.wait_closed(_("Report"))
-tool.press("alt+F4")
-answer(tool, "Confirm", "exit_question")
-restore()
-
-for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/hostname", b"E:\\LOST.TXT"]),
-                      (templates.SECTORS, [(0x80, 0), (0x80, 999999999), (0x85, 63)])):
-    for content, suffix in zip(templates.expected(kind, records, "C:/boot/pelva/"), ("nam", "chk")):
-        pathlib.Path(TEMPLATES, f"{templates.NAMES[kind]}.{suffix}").write_bytes(content)
-start(("Confirm", "missing_files"), ("Confirm", "missing_sectors"))
 restore()
 
 marking.mount_small_volume()
+for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/hostname", b"E:\\LOST.TXT"]),
+                      (templates.SECTORS, [(0x80, 0), (0x80, 999999999), (0x85, 63)])):
+    for content, suffix in zip(templates.expected(kind, records, "E:\\pelva\\"), ("nam", "chk")):
+        pathlib.Path(marking.PELVA, f"{templates.NAMES[kind]}.{suffix}").write_bytes(content)
 shell("mv /sbin/mount.ntfs-3g /sbin/mount.away")
-tool = start(("Warning", "no_ntfs"), PELVADB=marking.PELVA)
+tool = Tool(PELVADB=marking.PELVA)
+for title, name in (("Warning", "no_ntfs"), ("Confirm", "missing_files"), ("Confirm", "missing_sectors"),
+                    ("Warning", "no_board")):
+    answer(tool, title, name)
 tool.push("tab_sectors")
-tool.push("sectors_save")
 shell(marking.FILL_UP)
+tool.push("sectors_save")
 tool.wait_window(_("Confirm"))
 tool.press("Return")
 answer(tool, "Error", "failed_save")
