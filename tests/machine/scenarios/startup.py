@@ -49,7 +49,7 @@ def killed():
     left = glob.glob("/tmp/tarnel*")[0]
     first.process.kill()
     first.process.wait()
-    tool = Tool("bash", "-c", "exec gtk-tarnel > >(head -n 1) 2>&1")  # the reader of its messages goes away
+    tool = Tool("bash", "-o", "pipefail", "-c", "gtk-tarnel 2>&1 | head -n 1")  # the reader of its messages goes away
     tool.start()
     assert not os.path.exists(left), f"{left} stands"
     check_equal(mounted(), MOUNTED, "mounts after a kill")
