@@ -2,125 +2,104 @@
 
 import glob
 import os
-import shutil
-import subprocess
+import pathlib
 
 import templates
-from robot import SHARE, TEMPLATES, Tool, check, check_equal, shell, wait
+from robot import SHARE, TEMPLATES, Tool, check_equal, shell
 
 OUT = f"{SHARE}/out"
+PELVA = "/mnt/fat/pelva"
+FILL_UP = "cat /dev/zero >/mnt/fat/fill 2>/dev/null || true"
+LOADER = ["Program Files", "Trusted Loader", "loader configuration.ini"]
+MARKED = [["/dev/sdb1", "boot", os.path.basename(glob.glob("/boot/vmlinuz-*")[0])], ["/dev/sda3", *LOADER]]
 DRIVES = {"sdb": 0x80, "md0": 0x81, "sda": 0x82, "sdc": 0x83, "sdg": 0x84}
 # In the order of the rows: a partition table's sector, then what lies in it.
 BOOT_SECTORS = ["sdb1", "md0p1", "md0p2", "sda1", "sda2", "sda5", "sda6", "sda3", "sdc2", "sdc3"]
 
 
-def volume(name):
-    """Where the tool has mounted a partition."""
-    return glob.glob(f"/tmp/tarnel*/{name}")[0]
-
-
 def all_sectors():
     records = []
     for disk, drive in DRIVES.items():
-        records.append((drive, 0))
-        for name in BOOT_SECTORS:
-            if name.startswith(disk):
-                with open(f"/sys/class/block/{name}/start", encoding="ascii") as start:
-                    records.append((drive, int(start.read())))
+        starts = [pathlib.Path(f"/sys/class/block/{name}/start") for name in BOOT_SECTORS if name.startswith(disk)]
+        records += [(drive, 0), *((drive, int(start.read_text())) for start in starts)]
     return records
 
 
-def save(tool, page, count):
-    tool.click(tool.look().widget(f"{page}_save"))
+def save(tool, page):
+    tool.push(f"{page}_save")
     tool.answer("Confirm", "Do you really want to overwrite existing template?", "Yes")
-    check_equal(tool.look().widget(f"total_{page}_selected").text, str(count), f"number of {page}")
+
+
+def take_default_sectors(tool):
+    tool.push("tab_sectors")
+    tool.push("sectors_default")
+    tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
 
 
 def demonstration():
     """A kernel on ext4, a long-named file on FAT32 and all boot sectors are marked, saved and reported"""
-    os.makedirs(OUT, exist_ok=True)
-    os.makedirs("/root/.local/share", exist_ok=True)  # where the file chooser remembers what was used
+    shell(f"mkdir -p {OUT} /root/.local/share")  # where the file chooser remembers what was used
     tool = Tool()
     tool.start()
-    kernel = os.path.basename(glob.glob("/boot/vmlinuz-*")[0])
-    path = ["Program Files", "Trusted Loader", "loader configuration.ini"]
-    for tree in (["/dev/sdb1", "boot", kernel], ["/dev/sda3", *path]):
-        for depth in range(1, len(tree)):
-            tool.expand(*tree[:depth])
-        tool.mark("filebrowser", *tree)
+    for path in MARKED:
+        tool.mark(*path)
     tool.picture("out/files")
-    size = os.path.getsize("/".join([volume("sda3"), *path]))
-    save(tool, "files", 2)
-
-    open_page(tool, "sectors")
-    tool.click(tool.look().widget("sectors_default"))
-    tool.answer("Confirm", "Do you really want to set default selection?", "Yes")
-    save(tool, "sectors", len(all_sectors()))
+    size = os.path.getsize("/".join([glob.glob("/tmp/tarnel*/sda3")[0], *LOADER]))
+    save(tool, "files")
+    take_default_sectors(tool)
+    save(tool, "sectors")
     tool.picture("out/sectors")
 
-    tool.click(tool.look().widget("report_button"))
+    tool.push("report_button")
     tool.wait_window("Report")
     tool.picture("out/report")
-    tool.click(tool.look().widget("report_save_button"))
+    tool.push("report_save_button")
     tool.wait_window("Save report")
     tool.press("Return")  # the name and the folder that it proposes
     tool.wait_closed("Save report")
-    tool.press("Escape" if tool.look().window("Save report") else "alt+F4")
+    tool.press("alt+F4")
     tool.wait_closed("Report")
     tool.quit()
 
-    with open("/root/report.rtf", encoding="cp1251") as report:
-        text = report.read()
-    check("\nFile: sda3:\\\\" + "\\\\".join(path) + f", file size: {size}\\line\n" in text, f"the report: {text}")
+    report = pathlib.Path("/root/report.rtf").read_text(encoding="cp1251")
+    assert "\nFile: sda3:\\\\" + "\\\\".join(LOADER) + f", file size: {size}\\line\n" in report, report
     check_equal(templates.read(templates.SECTORS, TEMPLATES),
                 templates.expected(templates.SECTORS, all_sectors(), "C:/boot/pelva/"), "sectors")
-    shutil.copy("/root/report.rtf", OUT)
-    for file in glob.glob(f"{TEMPLATES}/*"):
-        shutil.copy(file, OUT)
-    with open(f"{OUT}/listing.txt", "w", encoding="utf-8") as file:
-        subprocess.run(["tarnel-list", TEMPLATES], stdout=file, check=True, timeout=30)
+    shell(f"cp /root/report.rtf {TEMPLATES}/* {OUT}; tarnel-list {TEMPLATES} >{OUT}/listing.txt")
 
 
-def open_page(tool, page):
-    tool.click(tool.look().widget(f"tab_{page}"))
-    wait(lambda: tool.look().widget(f"{page}_save"), f"the page of {page}")
+def mount_small_volume():
+    shell(f"mkdir -p /mnt/fat && mount -t vfat /dev/sda1 /mnt/fat && mkdir -p {PELVA}")
 
 
-def questions():
-    """A missing file is listed, and dropped on Yes; behind each of its questions the file chooser comes back in front"""
-    for name, content in zip(("nam", "chk"), templates.expected(templates.FILES, [b"C:/etc/gone"], "C:/boot/pelva/")):
-        with open(f"{TEMPLATES}/bootfile.{name}", "wb") as file:
-            file.write(content)
-    os.makedirs("/root/.local/share", exist_ok=True)
-    with open("/root/notes.txt", "w", encoding="ascii") as notes:
-        notes.write("not a report")
-    os.symlink("nowhere.rtf", "/root/dangling.rtf")
-    tool = Tool()
-    check("/etc/gone\n" in tool.wait_window("Confirm").texts("Confirm"), "the missing file is not listed")
-    tool.answer("Confirm", "The following files are missing. Delete these files from a template?", "Yes")
+def failed_saves():
+    """A save onto a full, a read-only and a vanished file system leaves the old template, and the marks unsaved"""
+    def check_saved(records, what):
+        check_equal(templates.read(templates.SECTORS, PELVA),
+                    templates.expected(templates.SECTORS, records, "E:\\pelva\\"), what)
+        check_equal(sorted(os.listdir(PELVA)), ["bootsect.chk", "bootsect.nam"], what)
+
+    mount_small_volume()
+    tool = Tool(PELVADB=PELVA)
     tool.start()
-    check_equal(templates.read(templates.FILES, TEMPLATES), templates.expected(templates.FILES, [], "C:/boot/pelva/"), "files")
-    tool.click(tool.look().widget("report_button"))
-    tool.wait_window("Report")
-    tool.click(tool.look().widget("report_save_button"))
-    tool.wait_window("Save report")
-    for name, title, text, button in (
-            ("notes.txt", "Warning", "File «notes.txt» already exists. Rewrite it?", "No"),
-            ("dangling.rtf", "Error", "Cannot write file «dangling.rtf»: No such file or directory", "OK")):
-        tool.enter(name)
-        tool.answer(title, text, button)
-        wait(lambda: shell("xdotool getactivewindow getwindowname") == "Save report\n", "the chooser with the focus", 10)
-        check(name in tool.look().texts("Save report"), f"the chooser has lost the name {name}")
-    tool.picture("save_as")
-    tool.press("ctrl+a", "n", "period", "r", "t", "f")
-    look = tool.look()  # a click reaches what is in front
-    tool.click(next(item for item in look.widgets if item.window == "Save report" and item.text == "Save"))
-    tool.wait_closed("Save report")
-    check(os.path.islink("/root/dangling.rtf"), "the link was replaced")
-    check(os.path.exists("/root/n.rtf"), "no report")
-    tool.click(tool.look().widget("report_close_button"))
-    tool.wait_closed("Report")
-    tool.quit()
-
-
-SCENARIOS = [demonstration, questions]
+    tool.push("tab_sectors")
+    save(tool, "sectors")
+    check_saved([], "empty template")
+    tool.mark("/dev/sdb", "Master boot record", tree="diskbrowser")
+    for fault, undo in ((FILL_UP, "rm /mnt/fat/fill"),
+                        ("mount -o remount,ro /mnt/fat", "mount -o remount,rw /mnt/fat"),
+                        ("umount /mnt/fat", "mount -t vfat /dev/sda1 /mnt/fat")):
+        shell(fault)
+        save(tool, "sectors")
+        if fault == FILL_UP:
+            tool.answer("Error", "Cannot write the sector template. The previous template stays in use.", "OK")
+        tool.close()
+        tool.answer("Confirm", "In data model were changes made. Save it before exiting?", "Cancel")
+        shell(undo)
+        check_saved([], f"after {undo}")
+    tool.close()
+    tool.answer("Confirm", "In data model were changes made. Save it before exiting?", "Yes")
+    tool.wait_end()
+    shell(f"rm {PELVA}/bootfile.*")
+    check_saved([(DRIVES["sdb"], 0)], "once all is well again")
+    shell(f"rm -r {PELVA} && umount /mnt/fat")

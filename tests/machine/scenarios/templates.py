@@ -3,6 +3,7 @@
 import ctypes
 import fcntl
 import os
+import pathlib
 import struct
 
 FILES, SECTORS = 2, 1
@@ -21,10 +22,7 @@ def header(magic, kind, count, tail):
 
 def expected(kind, records, directory):
     """Both files of a pair; directory is the template directory as the firmware names it, with its separator."""
-    if kind == FILES:
-        records = [record.ljust(256, b"\0") for record in records]
-    else:
-        records = [struct.pack("<BI", drive, sector) for drive, sector in records]
+    records = [struct.pack("256s", record) if kind == FILES else struct.pack("<BI", *record) for record in records]
     check = header(b"SNCV", kind, len(records), {0x118: 7, 0x11C: 1, 0x120: 3, 0x124: 1, 0x1A8: 1})
     path = f"{directory}{NAMES[kind]}.nam".encode()
     check[0x128:0x128 + len(path)] = path
@@ -33,11 +31,7 @@ def expected(kind, records, directory):
 
 
 def read(kind, directory):
-    pair = []
-    for extension in ("nam", "chk"):
-        with open(f"{directory}/{NAMES[kind]}.{extension}", "rb") as file:
-            pair.append(file.read())
-    return tuple(pair)
+    return tuple(pathlib.Path(directory, f"{NAMES[kind]}.{extension}").read_bytes() for extension in ("nam", "chk"))
 
 
 def records_of(kind, data):
