@@ -44,3 +44,10 @@ inline pair_bytes read_pair(const std::filesystem::path &directory, const std::s
 {
     return {content_of(directory / (name + ".nam")), content_of(directory / (name + ".chk"))};
 }
+
+inline void write_pair(const scratch_directory &directory, const pair_bytes &pair,
+                       const std::string &name = "bootfile")
+{
+    directory.write(name + ".nam", pair.nam);
+    directory.write(name + ".chk", pair.chk);
+}

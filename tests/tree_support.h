@@ -92,6 +92,14 @@ struct browsed_partition {
         return row(path);
     }
 
+    // Makes the device a FAT volume with the files that are there now.
+    void make_volume() const
+    {
+        const std::string image = host.write("dev/sda1", "");
+        run_tool("cd " + files.path().string() + "; truncate -s 64M " + image + "; mkfs.fat -F 32 " + image +
+                 " && LC_ALL=C.UTF-8 mcopy -si " + image + " * ::/");
+    }
+
     // Builds the page and shows the window. From then on a warning of GTK or GLib ends the test program.
     void show()
     {
