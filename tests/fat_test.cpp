@@ -101,7 +101,8 @@ std::string unusual_entries()
     std::string entries = short_entry("ONE        ", 0x08) + short_entry("ONE        ", 0x10, 0x18, 3) +
                           short_entry("TWO        ", 0x10, 0, 4) + short_entry("\x05HIDDEN TXT", 0x20) +
                           std::string(32, '\0') + run.substr(32) + run.substr(0, 32) +
-                          short_entry("LAST       ", 0x20) + short_entry("FOOBAR  TXT", 0x20);
+                          short_entry("LAST       ", 0x20) + short_entry("FOOBAR  TXT", 0x20) +
+                          short_entry("OLDONE  TXT", 0x20) + short_entry("OLD ONE TXT", 0x20);
     const std::u16string emoji = u"twelve chars\xD83D\xDE00.txt", many(270, u'n'), most(250, u'n');
     for (const auto &[long_name, short_name, attribute] : {std::tuple(u"Foo Bar.txt"s, "FOOBAR~1TXT", 0x20),
                                                            {emoji, "EMOJI~1 TXT", 0x20},
@@ -191,6 +192,7 @@ TEST_F(fat_test, leads_each_file_to_itself_or_nowhere)
             for (const auto &resolve : {get_sfn_path, get_lfn_path})
                 EXPECT_NE(resolve("sda1", record), std::nullopt) << record;
         EXPECT_EQ(get_sfn_path("sda1", "Foo Bar.txt"), "FOOBAR~1.TXT"); // and not FOOBAR.TXT
+        EXPECT_EQ(get_sfn_path("sda1", "Old one.txt"), std::nullopt); // the firmware would find the other one
         EXPECT_EQ(get_lfn_path("sda1", "EMOJI~1.TXT"), "twelve chars\U0001F600.txt");
         const std::string file = directories[1][0].record;
         for (const std::string &path : {"LONE~1"s, "UP~1"s, "OUT~1\\" + file, "TOOLONG\\" + file})

@@ -111,8 +111,12 @@ TEST(premarking, asks_about_missing_files_and_lists_those_without_a_row)
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "1");
     EXPECT_EQ(fs::file_size(partition.host.path() / "boot/bootfile.nam"), 1024U + 256 * 4);
     user.text.clear();
-    gtk_info_bar_response(GTK_INFO_BAR(notice_bar(partition.app.filebrowser)), GTK_RESPONSE_OK);
+    GtkInfoBar *bar = GTK_INFO_BAR(notice_bar(partition.app.filebrowser));
+    g_autoptr(GList) content = gtk_container_get_children(GTK_CONTAINER(gtk_info_bar_get_content_area(bar)));
     const std::string hidden = "1 file of the saved template is not shown in the tree. ";
+    ASSERT_EQ(g_list_length(content), 2U); // image and text
+    EXPECT_EQ(gtk_label_get_text(GTK_LABEL(content->next->data)), hidden + "The next save drops it.");
+    gtk_info_bar_response(bar, GTK_RESPONSE_OK);
     EXPECT_EQ(user.text, "Files: " + hidden + "The next save drops it.\n" + top + "/li\u240Ank\n\n");
     partition.app.missing_files = {"gone"};
     ask_delete_missing_files(&partition.app);

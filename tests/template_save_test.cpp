@@ -8,6 +8,7 @@
 #include "template_bytes.h"
 #include "tree_support.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
@@ -80,8 +81,12 @@ TEST_F(saving, names_files_as_the_firmware_knows_them)
         partition->make_volume();
         mark_files({"Dir/\xFF\n", "Dir/Ф"});
         app->mounts.front().letter = app->disks.front().parts.front().letter = records.front()[0];
+        app->separator = records.front()[2];
         save_file_template(app, partition->store);
-        EXPECT_EQ(saved(), pair_of(2, records.front().substr(0, 1) + ":/boot/pelva/bootfile.nam", records));
+        std::string name_file = "C:/boot/pelva/bootfile.nam";
+        name_file[0] = records.front()[0];
+        std::ranges::replace(name_file, '/', app->separator);
+        EXPECT_EQ(saved(), pair_of(2, name_file, records));
         EXPECT_EQ(std::tuple(files_changed, app->total_files_selected), std::tuple(0, 4U)) << fs_type;
         EXPECT_EQ(left_out(), unnamed) << fs_type;
         mark_recursive(app, partition->store, partition->root(), 0);
