@@ -1,5 +1,5 @@
-// Discovery on machines whose disks are image files: what the kernel lists, what libparted reads of sound,
-// damaged and deadly tables, and what comes out as the disk list.
+// Discovery on machines whose disks are image files: what the kernel lists, what libparted reads, and what
+// comes out as the disk list.
 #include "common/disk.h"
 #include "common/disk_notes.h"
 #include "common/partition_table.h"
@@ -8,7 +8,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -21,13 +20,6 @@ using testing::HasSubstr;
 
 class machine : public testing::Test {
 protected:
-    machine()
-    {
-        commands.status = [this](const std::string &command) {
-            return shown_on.contains(command.substr(14, command.find('.') - 14)) ? 0 : 1;
-        };
-    }
-
     // A fixed disk of 16 MiB, partitioned by a shell command in which $D is the image.
     void add_disk(const std::string &name, const std::string &command = ":")
     {
@@ -72,17 +64,15 @@ protected:
     replaced_host host{root.path()};
     recorded_commands commands;
     std::vector<disk_note> notes;
-    std::set<std::string> shown_on; // disks on which lsblk shows "/"
     std::string listed = "major minor  #blocks  name\n\n";
 };
 
 TEST_F(machine, lists_whole_disks_and_arrays)
 {
-    root.write("proc/partitions", listed +
-                                      "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n"
-                                      " 9 127 99999999999 md127 more\n 259 1 9 md127p1\n 8 0 9 sda" +
-                                      std::string(300, 'a') +
-                                      "\n 8 0 9 sda\n 8 32 9 sdc\n 8 48 9 sdd\n 9 0 9 md0\n 8 64");
+    listed += "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n 9 127 99999999999 md127 more\n"
+              " 259 1 9 md127p1\n 8 0 9 sd" +
+              std::string(300, 'a') + "\n 8 0 9 sda\n 8 32 9 sdc\n 8 48 9 sdd\n 9 0 9 md0\n 8 64";
+    root.write("proc/partitions", listed);
     root.write("proc/mdstat", "Personalities : [raid1] [raid6]\n"
                               "md0 : active raid1 sdb[1](F) sda1[0]\r\n      976630464 blocks [2/1] [U_]\n\n"
                               "md3 : inactive sda[0](S)\nmd127 : active (auto-read-only) raid1 sdc[2](S)");
@@ -99,23 +89,21 @@ TEST_F(machine, system_disk_comes_first)
     EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
     for (const char *name : {"sdb", "md1", "md127"})
         add_disk(name);
-    const struct {
-        std::set<std::string> shown_on;
-        const char *links, *first;
-    } cases[] = {
-        {{"sdb"}, "$R=sda/sda1", "sdb"},
-        {{"md1", "md127"},
-         "$R=md127 md127/slaves/a=sda/sda1",
-         "md127"}, // the name of one begins that of the other
-        {{}, "$R=dm-1 dm-1/slaves/a=dm-0 dm-0/slaves/a=sdb/sdb3", "sdb"},
-        {{}, "$R=dm-0 dm-0/slaves/a=sdb dm-0/slaves/b=sda/sda2", "sda"},
-        {{}, "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "md1"},
+    // On which lsblk shows "/" (the name of one array begins that of the other), links, and the first disk.
+    const std::tuple<std::string, const char *, const char *> cases[] = {
+        {"\"sdb.", "$R=sda/sda1", "sdb"},
+        {"\"md1. \"md127.", "$R=md127 md127/slaves/a=sda/sda1", "md127"},
+        {"", "$R=dm-1 dm-1/slaves/a=dm-0 dm-0/slaves/a=sdb/sdb3", "sdb"},
+        {"", "$R=dm-0 dm-0/slaves/a=sdb dm-0/slaves/b=sda/sda2", "sda"},
+        {"", "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "md1"},
     };
-    for (const auto &c : cases) {
-        shown_on = c.shown_on;
-        show_in_sys(c.links);
+    for (const auto &[shown_on, links, first] : cases) {
+        commands.status = [&shown_on = shown_on](const std::string &command) {
+            return shown_on.find(command.substr(13, command.find('.') - 12)) == shown_on.npos;
+        };
+        show_in_sys(links);
         EXPECT_EQ(get_disk_list(disks, notes), 0);
-        EXPECT_EQ(disks.front().name, c.first) << c.links;
+        EXPECT_EQ(disks.front().name, first) << links;
     }
     EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
     // The files of btrfs show a number that no device has.
