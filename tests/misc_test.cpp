@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
+using namespace testing;
 
 // A machine with one disk and one partition, which is not really mounted: the template directory lies on the
 // same device as the directory that shows its files.
@@ -29,9 +29,9 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     const auto start = [&](const std::string &template_directory) {
         record = environment();
         setenv("PELVADB", template_directory.c_str(), 1);
-        testing::internal::CaptureStderr();
+        internal::CaptureStderr();
         const int result = app_init(&record);
-        said = testing::internal::GetCapturedStderr();
+        said = internal::GetCapturedStderr();
         if (!record.tmpdir.empty())
             fs::remove_all(record.tmpdir);
         EXPECT_EQ(std::getenv("PELVA_PATH"), template_directory);
@@ -64,7 +64,10 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.separator, separator);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
     }
-    EXPECT_TRUE(shell.commands.front().starts_with("umount /tmp/tarnel"));
+    EXPECT_EQ(shell.commands.front(), "umount /tmp/tarnel*/sd* 2>/dev/null");
+    shell.commands.clear();
+    fs::create_directory(here + "/tmp/tarnel2"); // not private, and so foreign, like a link
+    fs::create_directory_symlink("tarnel1", here + "/tmp/tarnel3");
 
     fs::current_path(here);
     const std::string file = directory + "/file";
@@ -72,6 +75,7 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(start(path), 1) << path;
         EXPECT_THAT(said, HasSubstr(path[0] == '/' ? path : '"' + path + '"'));
     }
+    EXPECT_THAT(shell.commands, AllOf(SizeIs(4 * 7), Each(HasSubstr(" /tmp/tarnel1"))));
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_EQ(start(directory), 1) << "no disk with a number";
