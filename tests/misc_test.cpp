@@ -46,22 +46,21 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
                       ext = "ext4 -q -F -E offset=1048576 $IMAGE 7168",
                       fat = "fat -F 16 -s 1 --offset 2048 $IMAGE 7168";
     fs::create_directory_symlink("boot", here + "/link");
-    // The mount's directory, what it shows of its file system, the template directory.
-    const std::tuple<std::string, std::string, std::string, std::string, std::string, char> samples[] = {
-        {ext, "/", "/", directory, directory, '/'},
-        {ext, here + "/boot", "/", directory, "/pelva", '/'},
-        {fat, directory, "/", directory, "", '\\'},
-        {fat, here + "/bo", "/", directory, directory, '\\'},
-        {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva", '\\'},
-        {ext, here + "/boot", "/a", directory, "/a/pelva", '/'},
+    // The mount's directory, what it shows of its file system, the template directory, how records name it.
+    const std::tuple<std::string, std::string, std::string, std::string, std::string> samples[] = {
+        {ext, "/", "/", directory, directory + "/"},
+        {ext, here + "/boot", "/", directory, "/pelva/"},
+        {fat, directory, "/", directory, "\\"},
+        {fat, here + "/bo", "/", directory, directory + "\\"},
+        {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva\\"},
+        {ext, here + "/boot", "/a", directory, "/a/pelva/"},
     };
-    for (const auto &[file_system, mount_directory, root, given, short_path, separator] : samples) {
+    for (const auto &[file_system, mount_directory, root, given, expected] : samples) {
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/self/mountinfo",
                       "1 1 8:2 / / rw - x x rw\n2 1 8:1 " + root + " " + mount_directory + " rw - x x rw\n");
         ASSERT_EQ(start(given), 0);
-        EXPECT_EQ(record.short_path, short_path);
-        EXPECT_EQ(record.separator, separator);
+        EXPECT_EQ(record.short_path + record.separator, expected);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
     }
     EXPECT_EQ(shell.commands.front(), "umount /tmp/tarnel*/sd* 2>/dev/null");
