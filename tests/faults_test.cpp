@@ -5,7 +5,6 @@
 #include "common/disk.h"
 #include "common/fat.h"
 #include "common/file_format.h"
-#include "common/gpt.h"
 #include "support.h"
 #include "template_bytes.h"
 
@@ -31,38 +30,31 @@ void expect_truth_or_nothing(const std::string &truth, const std::function<std::
             run = run_with_faults(work, {{call, what, error}});
             EXPECT_TRUE(run.survived && run.result < 2) << truth << ", call " << call << ", error " << error;
         }
-        EXPECT_GT(call, 4) << truth;
+        EXPECT_GT(call, 4) << truth << ": too few calls were seen";
     }
 }
 
-// Of a GPT disk, a FAT volume, templates and two listed disks.
-TEST(faulty_machine, tables_and_names)
+// Of a FAT volume, templates and two listed disks.
+TEST(faulty_machine, names_templates_and_disks)
 {
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
     run_tool("cd " + scratch.write("dev/file", "").parent_path().string() +
-             "; truncate -s 16M sda; sgdisk -n 1:2048:+1M -t 1:0700 -n 2:0:+1M -t 2:ef00 sda;"
-             "mkfs.fat -F 16 -C -s 1 sda1 8192; mcopy -i sda1 file '::/a long name.txt'");
+             " && mkfs.fat -F 16 -C -s 1 sda1 8192 && mcopy -i sda1 file '::/a long name.txt'");
     std::string listed = "major minor  #blocks  name\n\n 8 0 16384 sda\n"; // takes several reads
     for (int i = 0; i < 500; ++i)
         listed += " 8 1 1024 sda1\n";
     scratch.write("proc/partitions", listed + " 8 16 16384 sdb\n");
-    const std::string file_names = "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVW"; // several reads
+    static const std::string file_names = "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVW"; // several reads
     std::vector<std::string> records;
     for (const char name : file_names)
         records.emplace_back(1, name);
-    for (const auto &[name, pair] : {std::pair("bootfile", pair_of(2, "", records)),
+    for (const auto &[file, pair] : {std::pair("bootfile", pair_of(2, "", records)),
                                      {"bootsect", pair_of(1, "", {"\x80", "\x81\x01\x02\x03\xFE"})}}) {
-        scratch.write(name + std::string(".nam"), pair.nam);
-        scratch.write(name + std::string(".chk"), pair.chk);
+        scratch.write(file + std::string(".nam"), pair.nam);
+        scratch.write(file + std::string(".chk"), pair.chk);
     }
 
-    expect_truth_or_nothing("12", [] {
-        std::string numbers;
-        for (const std::uint32_t number : readGpt("/dev/sda"))
-            numbers += std::to_string(number);
-        return numbers;
-    });
     const auto name = [] { return get_sfn_path("sda1", "a long name.txt").value_or(""); };
     expect_truth_or_nothing("ALONGN~1.TXT", name);
     expect_truth_or_nothing("4261609985", [&] {
@@ -77,8 +69,7 @@ TEST(faulty_machine, tables_and_names)
             return static_cast<std::string *>(to)->push_back(*text), 0;
         };
         const auto on_unread = [](std::uint32_t first, std::uint32_t last, void *to) {
-            for (; first <= last; ++first)
-                static_cast<std::string *>(to)->push_back(static_cast<char>('0' + first));
+            static_cast<std::string *>(to)->append(file_names, first, last - first + 1);
         };
         const int result = read_file_list(scratch.path(), nullptr, on_record, &seen, on_unread);
         return result == 0 && seen.empty() ? "no records" : seen;
