@@ -15,12 +15,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace testing;
 
-class machine : public testing::Test {
-protected:
+struct machine : Test {
     // A fixed disk of 16 MiB, partitioned by a shell command in which $D is the image.
     void add_disk(const std::string &name, const std::string &command = ":")
     {
