@@ -8,7 +8,6 @@
 #include "support.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -121,7 +120,6 @@ TEST_F(machine, disk_list)
     add_disk("sdc");
     root.write("sys/block/sdc/removable", "1\n");
     add_disk("sdd", "rm $D");
-    add_disk("sde", "sgdisk -n 1:2048:+1M $D");
     add_disk("sdf", "mke2fs -qt ext4 $D"); // without a table
     add_disk("sdg", "truncate -s 3T $D && sgdisk -n 1:2048:4294969343 -t 1:0700 -n 2::+1M -t 2:0700 $D");
     add_disk("sdh"); // without a table, like the next, where only the signature is right
@@ -132,9 +130,9 @@ TEST_F(machine, disk_list)
                           std::string(fs::exists(root.path() / "dev/md0p1") ? "/" : "") +
                           "\n81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3I20000+2000 "
                           "5G12288+2048ls 6H16384+2048lv\n"
-                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n84 sdf 32768*512:\n"
-                          "85 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n"
-                          "86 sdh 32768*512:\n87 sdi 32768*512:\n88 sdj 32768*512:\n");
+                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sdf 32768*512:\n"
+                          "84 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n"
+                          "85 sdh 32768*512:\n86 sdi 32768*512:\n87 sdj 32768*512:\n");
     EXPECT_THAT(describe_disk_notes(notes),
                 AllOf(HasSubstr("opened: sdd."), HasSubstr(": sdj."),
                       HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
@@ -175,16 +173,15 @@ TEST_F(machine, reading_changes_nothing)
 // The reader of GPTs, on tables written by sgdisk and on damaged ones.
 TEST_F(machine, gpt_entries_by_position_or_nothing)
 {
-    using numbers = std::vector<std::uint32_t>;
     const std::string image = root.path() / "disk", damaged = root.path() / "damaged";
     // Linux, Basic Data and EFI System; the entries of the second disk are moved to LBA 64.
     const std::string entries = " -n 1:0:+1M -t 1:8300 -n 2:0:+1M -t 2:0700 -n 3:0:+1M -t 3:ef00 ";
     run_tool("cd " + root.path().string() + " && truncate -s 16M disk damaged && sgdisk" + entries +
              "disk && sgdisk -j 64 -S 4096 -n 4096:0:+1M -t 4096:0700" + entries + "damaged");
-    EXPECT_EQ(readGpt("/damaged"), (numbers{2, 3, 4096}));
+    EXPECT_THAT(readGpt("/damaged"), ElementsAre(2, 3, 4096));
     constexpr std::uintmax_t whole = 2 * 512 + 128 * 128;
     fs::resize_file(image, whole);
-    EXPECT_EQ(readGpt("/disk"), (numbers{2, 3})) << "nothing beyond the entries is read";
+    EXPECT_THAT(readGpt("/disk"), ElementsAre(2, 3)) << "nothing beyond the entries is read";
 
     // What is damaged, the size of the image, the place of the damage, and its bytes.
     const std::tuple<const char *, std::uintmax_t, std::uint64_t, std::string> cases[] = {
@@ -192,7 +189,6 @@ TEST_F(machine, gpt_entries_by_position_or_nothing)
         {"entries of 256 bytes", whole, 512 + 84, {"\0\1\0\0", 4}},
         {"no entries", whole, 512 + 80, {"\0\0\0\0", 4}},
         {"4,097 entries", whole, 512 + 80, {"\1\x10\0\0", 4}},
-        {"entries outside", whole, 512 + 72, {"\0\0\1\0\0\0\0\0", 8}},
         {"entries beyond any offset", whole, 512 + 72, {"\1\0\0\0\0\0\0\x80", 8}},
         {"entries cut", whole - 1, 512, "E"},
         {"header cut", 1023, 512, "E"},
@@ -201,7 +197,7 @@ TEST_F(machine, gpt_entries_by_position_or_nothing)
         fs::copy_file(image, damaged, fs::copy_options::overwrite_existing);
         overwrite(damaged, offset, bytes);
         fs::resize_file(damaged, size);
-        EXPECT_EQ(readGpt("/damaged"), numbers{}) << what;
+        EXPECT_THAT(readGpt("/damaged"), IsEmpty()) << what;
     }
 }
 

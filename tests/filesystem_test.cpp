@@ -33,12 +33,11 @@ TEST(filesystem, magic_numbers)
 TEST(defaults, present_files_in_table_order_without_linked_directories)
 {
     const scratch_directory scratch;
-    const fs::path root = fs::canonical(scratch.path());
-    const replaced_host host(root);
+    const replaced_host host(fs::canonical(scratch.path()));
     for (const char *file : {"usr/bin/pelva", "usr/lib/libpelva.so.1", "etc/pam.d/gtk-tarnel"})
         scratch.write(file, "");
-    fs::create_symlink("libpelva.so.1", root / "usr/lib/libpelva.so");
-    fs::create_directory_symlink("lib", root / "usr/lib64");
+    fs::create_symlink("libpelva.so.1", scratch.path() / "usr/lib/libpelva.so");
+    fs::create_directory_symlink("lib", scratch.path() / "usr/lib64");
     EXPECT_THAT(generate_defaults(),
                 testing::ElementsAre("/etc/pam.d/gtk-tarnel", "/usr/lib/libpelva.so", "/usr/bin/pelva"));
 }
@@ -57,7 +56,6 @@ TEST(pvl_iconv, converts_whole_texts_or_nothing)
     };
     for (const auto &[text, source, target, expected] : cases)
         EXPECT_EQ(pvl_iconv(text, source, target), expected) << text << " from " << source;
-    EXPECT_EQ(pvl_iconv({}, "utf8", "cp866"), std::nullopt);
 }
 
 TEST(replace_backslash, separates_only_behind_directories)

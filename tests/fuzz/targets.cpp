@@ -62,8 +62,7 @@ void templates(bytes input)
         return 0;
     };
     const int result = read_file_list(root, nullptr, count, &records);
-    require(result == 0 || records == 0);
-    require(records <= nam.size() / file_record_size);
+    require(records <= (result == 0 ? nam.size() / file_record_size : 0));
     std::uint32_t sectors = 0;
     if (const auto list = read_sector_list(root, sectors))
         require(sectors <= nam.size() / sizeof(sector_record) &&
