@@ -1,5 +1,4 @@
-// Discovery on machines whose disks are image files: what the kernel lists, what libparted reads, and what
-// comes out as the disk list.
+// Discovery on machines whose disks are image files: what is listed and read, and what the disk list is.
 #include "common/disk.h"
 #include "common/disk_notes.h"
 #include "common/gpt.h"
