@@ -1,37 +1,21 @@
-// Discovery on machines whose disks are image files: what the kernel lists, what libparted reads of sound,
-// damaged and deadly tables, and what comes out as the disk list.
+// Discovery on machines whose disks are image files: what is listed and read, and what the disk list is.
 #include "common/disk.h"
 #include "common/disk_notes.h"
+#include "common/gpt.h"
 #include "common/partition_table.h"
 #include "common/table_record.h"
 #include "support.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <set>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace testing;
 
-struct boot_entry {
-    std::uint32_t type, start, length;
-};
-
-class machine : public testing::Test {
-protected:
-    machine()
-    {
-        commands.status = [this](const std::string &command) {
-            return shown_on.contains(command.substr(14, command.find('.') - 14)) ? 0 : 1;
-        };
-    }
-
+struct machine : Test {
     // A fixed disk of 16 MiB, partitioned by a shell command in which $D is the image.
     void add_disk(const std::string &name, const std::string &command = ":")
     {
@@ -40,30 +24,6 @@ protected:
         root.write("sys/block/" + name + "/removable", "0\n");
         root.write("dev/" + name, "");
         run_tool("D=" + root.path().string() + "/dev/" + name + "; truncate -s 16M $D && " + command);
-    }
-
-    // Writes a master or extended boot record.
-    void write_record(const std::string &name, std::uint32_t sector, const std::vector<boot_entry> &entries)
-    {
-        std::string record;
-        for (const boot_entry &e : entries)
-            record += std::string(4, '\0') + le32_bytes(e.type) + le32_bytes(e.start) + le32_bytes(e.length);
-        record.resize(64);
-        overwrite(root.path() / "dev" / name, sector * 512 + 446, record + "\x55\xaa");
-    }
-
-    // Links of /sys: the number of the device of "/" to it ($R), and devices to the slaves that they are made
-    // of: "$R=dm-1 dm-1=dm-0 dm-0=sda/sda3".
-    void show_in_sys(const std::string &links)
-    {
-        run_tool(
-            "cd " + root.path().string() +
-            "/sys && rm -rf dev devices; R=$(stat -c %Hd:%Ld .);"
-            "for link in " +
-            links +
-            "; do name=${link#*=} from=${link%=*} to=devices/block/$name;"
-            "case $from in *:*) at=dev/block/$from;; *) at=devices/block/$from/slaves/${to##*/};; esac;"
-            "mkdir -p $to ${at%/*} && ln -sr $to $at && case $name in */*) : >$to/partition;; esac; done");
     }
 
     // A line for each disk: "80 sda 32768*512:", then number, letter, start, length and file system of its
@@ -90,24 +50,18 @@ protected:
     replaced_host host{root.path()};
     recorded_commands commands;
     std::vector<disk_note> notes;
-    std::set<std::string> shown_on; // disks on which lsblk shows "/"
     std::string listed = "major minor  #blocks  name\n\n";
 };
 
 TEST_F(machine, lists_whole_disks_and_arrays)
 {
-    root.write("proc/partitions",
-               listed +
-                   "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n 259 0 9 nvme0n1\n"
-                   "   9      127 99999999999 md127 more\n 259 1 9 md127p1\n 8 0 9 sda" +
-                   std::string(300, 'a') + "\n 8 0 9 md" + std::string(253, 'p') +
-                   "\n 8 0 9 sda\n 8 32 9 sdc\n 8 48 9 sdd\n 11 0 9 sr0\n 9 0 9 md0\n 8 64");
-    EXPECT_THAT(get_device_from_proc(),
-                ElementsAre("/dev/md0", "/dev/md127", "/dev/sda", "/dev/sdb", "/dev/sdc", "/dev/sdd"));
-    root.write("proc/mdstat",
-               "Personalities : [raid1] [raid6]\n"
-               "md0 : active raid1 sdb[1](F) sda1[0]\r\n      976630464 blocks [2/1] [U_]\n\n"
-               "md3 : inactive sda[0](S)\nmd127 : active (auto-read-only) raid1 sdc[2](S) sdf[0]");
+    listed += "   8       16  488386584 sdb\n 8 17 9 sdb1\n 65 160 9 sdaa\n 9 127 99999999999 md127 more\n"
+              " 259 1 9 md127p1\n 8 0 9 sd" +
+              std::string(300, 'a') + "\n 8 0 9 sda\n 8 32 9 sdc\n 8 48 9 sdd\n 9 0 9 md0\n 8 64";
+    root.write("proc/partitions", listed);
+    root.write("proc/mdstat", "Personalities : [raid1] [raid6]\n"
+                              "md0 : active raid1 sdb[1](F) sda1[0]\r\n      976630464 blocks [2/1] [U_]\n\n"
+                              "md3 : inactive sda[0](S)\nmd127 : active (auto-read-only) raid1 sdc[2](S)");
     EXPECT_THAT(get_device_from_proc(), ElementsAre("/dev/md0", "/dev/md127", "/dev/sda", "/dev/sdd"));
     EXPECT_EQ(find_raid_mapping_for_device("sdc"), "md127");
 }
@@ -121,30 +75,31 @@ TEST_F(machine, system_disk_comes_first)
     EXPECT_THAT(commands.commands, ElementsAre()) << "the only disk";
     for (const char *name : {"sdb", "md1", "md127"})
         add_disk(name);
-    const struct {
-        std::set<std::string> shown_on;
-        const char *links, *first;
-    } cases[] = {
-        {{"sdb"}, "$R=sda/sda1", "sdb"},
-        {{"md1", "md127"}, "$R=md127 md127=sda/sda1", "md127"}, // the name of one begins that of the other
-        {{}, "$R=dm-1 dm-1=dm-0 dm-0=sdb/sdb3", "sdb"},
-        {{}, "$R=dm-0 dm-0=sdb dm-0=sda/sda2", "sda"},
-        {{}, "$R=dm-0 dm-0=md127/md127p2 md127=sda", "md127"},
-        {{}, "$R=dm-0 dm-0=dm-1 dm-1=dm-0 dm-1=sdc", "md1"},
+    // The files of btrfs show a number that no device has; the mounted one tells.
+    root.write("proc/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 / btrfs rw 0 0\n");
+    const bool has_node = mknod((root.path() / "dev/sdb1").c_str(), S_IFBLK, makedev(8, 17)) == 0;
+    // On which lsblk shows "/" (the name of one array begins that of the other), links of /sys, in which $R
+    // is the number of the device of "/", and the first disk.
+    const std::tuple<std::string, std::string, const char *> cases[] = {
+        {"\"sdb.", "$R=sda/sda1", "sdb"},
+        {"\"md1. \"md127.", "$R=md127 md127/slaves/a=sda/sda1", "md127"},
+        {"", "$R=dm-1 dm-1/slaves/a=dm-0 dm-0/slaves/a=sdb/sdb3", "sdb"},
+        {"", "$R=dm-0 dm-0/slaves/a=sdb dm-0/slaves/b=sda/sda2", "sda"},
+        {"", "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "md1"},
+        {"", "dev/block/8:17=sdb/sdb1", has_node ? "sdb" : "md1"},
     };
-    for (const auto &c : cases) {
-        shown_on = c.shown_on;
-        show_in_sys(c.links);
+    for (const auto &[shown_on, links, first] : cases) {
+        commands.status = [&shown_on = shown_on](const std::string &command) {
+            return shown_on.find(command.substr(13, command.find('.') - 12)) == shown_on.npos;
+        };
+        run_tool("cd " + root.path().string() +
+                 "/sys && rm -rf [dms]*; R=dev/block/$(stat -c %Hd:%Ld .); for link in " + links +
+                 "; do to=${link#*=} at=${link%=*}; mkdir -p $to ${at%/*} && ln -sr $to $at;"
+                 "case $to in */*) : >$to/partition;; esac; done");
         EXPECT_EQ(get_disk_list(disks, notes), 0);
-        EXPECT_EQ(disks.front().name, c.first) << c.links;
+        EXPECT_EQ(disks.front().name, first) << links;
     }
     EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
-    // The files of btrfs show a number that no device has.
-    root.write("proc/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 / btrfs rw 0 0\n");
-    show_in_sys("8:17=sdb/sdb1");
-    if (mknod((root.path() / "dev/sdb1").c_str(), S_IFBLK, makedev(8, 17)) != 0)
-        GTEST_SKIP() << "device nodes cannot be made here";
-    EXPECT_EQ(list(), "80 sdb 32768*512:\n81 md1 32768*512:\n82 md127 32768*512:\n83 sda 32768*512:\n");
 }
 
 TEST_F(machine, disk_list)
@@ -164,47 +119,43 @@ TEST_F(machine, disk_list)
     add_disk("sdc");
     root.write("sys/block/sdc/removable", "1\n");
     add_disk("sdd", "rm $D");
-    add_disk("sde", "sgdisk -n 1:2048:+1M $D");
     add_disk("sdf", "mke2fs -qt ext4 $D"); // without a table
     add_disk("sdg", "truncate -s 3T $D && sgdisk -n 1:2048:4294969343 -t 1:0700 -n 2::+1M -t 2:0700 $D");
+    add_disk("sdh"); // without a table, like the next, where only the signature is right
+    add_disk("sdi", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
+    add_disk("sdj", "sgdisk -n 1:2048:+1M -t 1:0700 $D; for at in 528 16776720; do echo wrong |"
+                    "dd of=$D bs=1 seek=$at conv=notrunc; done"); // both checksums
     EXPECT_EQ(list(), "80 md0 32768*512: 1C2048+2048" +
                           std::string(fs::exists(root.path() / "dev/md0p1") ? "/" : "") +
                           "\n81 sda 32768*512: 1D2048+8192*ext4 2-10240+9000x 3I20000+2000 "
                           "5G12288+2048ls 6H16384+2048lv\n"
-                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sde gpt 32768*512:\n84 sdf 32768*512:\n"
-                          "85 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n");
+                          "82 sdb gpt 32768*512: 7E4096+2048\n83 sdf 32768*512:\n"
+                          "84 sdg gpt 6442450944*512: 1F2048+4294967296 2J4294969344+2048\n"
+                          "85 sdh 32768*512:\n86 sdi 32768*512:\n87 sdj 32768*512:\n");
     EXPECT_THAT(describe_disk_notes(notes),
-                AllOf(HasSubstr("opened: sdd."), HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
-                                                           "sdaa (behind sdz), vda, sdc (removable).")));
+                AllOf(HasSubstr("opened: sdd."), HasSubstr(": sdj."),
+                      HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
+                                "sdaa (behind sdz), vda, sdc (removable).")));
 }
 
-TEST_F(machine, damaged_tables)
+TEST_F(machine, of_a_reader_that_fails_only_the_device_is_taken)
 {
-    add_disk("sda", "sgdisk -n 1:2048:+1M -t 1:0700 $D"); // both headers have a wrong checksum
-    for (const unsigned header : {1U, 32767U})
-        overwrite(root.path() / "dev/sda", header * 512 + 16, "wrong");
-    add_disk("sdb"); // so many that libparted overruns its stack; the last names one that is not there
-    write_record("sdb", 0, {{5, 2048, 30000}});
-    for (std::uint32_t i = 0; i < 61; i++)
-        write_record("sdb", 2048 + i * 400, {{0x83, 1, 399}, {5, (i + 1) * 400, 400}});
-    add_disk("sdc", "sgdisk -n 1:2048:+1M -t 1:0700 $D && dd if=/dev/zero of=$D bs=512 seek=32767 count=1");
-    add_disk("sdd"); // overlapping partitions, and one that ends beyond the disk
-    write_record("sdd", 0, {{0x83, 2048, 2048}, {0x83, 3000, 2048}, {0x83, 9000, 1U << 30}});
-    add_disk("sde"); // without a table, like the next, where only the signature is right
-    add_disk("sdf", "yes | head -c 510 >$D && printf '\\125\\252' >>$D && truncate -s 16M $D");
-    EXPECT_EQ(list(), "80 sda 32768*512:\n81 sdb 32768*512:\n82 sdc gpt 32768*512: 1C2048+2048\n"
-                      "83 sdd 32768*512: 1D2048+2048 2E3000+2048 3F9000+1073741824\n"
-                      "84 sde 32768*512:\n85 sdf 32768*512:\n");
-    EXPECT_THAT(describe_disk_notes(notes), HasSubstr(": sda, sdb."));
-}
-
-TEST_F(machine, a_reader_may_hang_or_be_gone)
-{
-    add_disk("sda", "rm $D && mkfifo $D");
-    const partition_table table =
-        read_partition_table("/dev/sda", table_depth::whole_table, std::chrono::milliseconds(300));
-    EXPECT_EQ(table.failure, "the reader did not finish within 300 ms");
-    fs::remove(root.path() / (table_reader_program + 1));
+    add_disk("sda", "echo 2048,2048,83 | sfdisk -q $D");
+    const fs::path reader = root.path() / (table_reader_program + 1);
+    const std::pair<std::string, std::uint64_t> commands_and_lengths[] = {
+        {"exec sleep 9", 0},
+        {"exec yes >&3", 0},
+        {READ_TABLE " \"$@\" 3>&1 | head -c -1 >&3", 32768},
+    };
+    for (const auto &[command, length] : commands_and_lengths) {
+        fs::remove(reader);
+        fs::permissions(root.write(table_reader_program + 1, "#!/bin/sh\n" + command), fs::perms::owner_all);
+        const partition_table table =
+            read_partition_table("/dev/sda", table_depth::whole_table, std::chrono::milliseconds(500));
+        EXPECT_EQ(table.length, length) << command;
+        EXPECT_TRUE(table.unreadable && table.type.empty() && table.entries.empty()) << command;
+    }
+    fs::remove(reader);
     EXPECT_EQ(list(), "80 sda 0*0:\n");
 }
 
@@ -216,6 +167,37 @@ TEST_F(machine, reading_changes_nothing)
     EXPECT_EQ(list(), "80 sda gpt 40960*512: 1C2048+2048\n");
     run_tool("cd " + root.path().string() +
              "/dev && cmp sda sda.old && ! find sda sda1 -newer sda.old | grep .");
+}
+
+// The reader of GPTs, on tables written by sgdisk and on damaged ones.
+TEST_F(machine, gpt_entries_by_position_or_nothing)
+{
+    const std::string image = root.path() / "disk", damaged = root.path() / "damaged";
+    // Linux, Basic Data and EFI System; the entries of the second disk are moved to LBA 64.
+    const std::string entries = " -n 1:0:+1M -t 1:8300 -n 2:0:+1M -t 2:0700 -n 3:0:+1M -t 3:ef00 ";
+    run_tool("cd " + root.path().string() + " && truncate -s 16M disk damaged && sgdisk" + entries +
+             "disk && sgdisk -j 64 -S 4096 -n 4096:0:+1M -t 4096:0700" + entries + "damaged");
+    EXPECT_THAT(readGpt("/damaged"), ElementsAre(2, 3, 4096));
+    constexpr std::uintmax_t whole = 2 * 512 + 128 * 128;
+    fs::resize_file(image, whole);
+    EXPECT_THAT(readGpt("/disk"), ElementsAre(2, 3)) << "nothing beyond the entries is read";
+
+    // What is damaged, the size of the image, the place of the damage, and its bytes.
+    const std::tuple<const char *, std::uintmax_t, std::uint64_t, std::string> cases[] = {
+        {"signature", whole, 512 + 7, "\xD4"},
+        {"entries of 256 bytes", whole, 512 + 84, {"\0\1\0\0", 4}},
+        {"no entries", whole, 512 + 80, {"\0\0\0\0", 4}},
+        {"4,097 entries", whole, 512 + 80, {"\1\x10\0\0", 4}},
+        {"entries beyond any offset", whole, 512 + 72, {"\1\0\0\0\0\0\0\x80", 8}},
+        {"entries cut", whole - 1, 512, "E"},
+        {"header cut", 1023, 512, "E"},
+    };
+    for (const auto &[what, size, offset, bytes] : cases) {
+        fs::copy_file(image, damaged, fs::copy_options::overwrite_existing);
+        overwrite(damaged, offset, bytes);
+        fs::resize_file(damaged, size);
+        EXPECT_THAT(readGpt("/damaged"), IsEmpty()) << what;
+    }
 }
 
 } // namespace

@@ -1,44 +1,78 @@
+// Names, the kinds of file systems that they lie on, and the files that are marked at first.
 #include "common/filesystem.h"
 
 #include "common/defaults.h"
+#include "common/iconvert.h"
 #include "support.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
-// "/ntfs3" stands for a volume that the kernel's own driver of NTFS mounted, which few machines have.
+// A path that is no absolute one stands for what is mounted with this magic number.
 extern "C" int statfs64(const char *path, struct statfs64 *status) noexcept
 {
-    status->f_type = 0x7366746E;
-    return path == std::string_view("/ntfs3") ? 0 : static_cast<int>(syscall(SYS_statfs, path, status));
+    status->f_type = std::atol(path);
+    return *path == '/' ? static_cast<int>(syscall(SYS_statfs, path, status)) : 0;
 }
 
-TEST(filesystem, recognises_what_coreutils_calls_ext)
+TEST(filesystem, magic_numbers)
 {
-    const scratch_directory scratch;
-    for (const fs::path &path : {scratch.path(), fs::path("/"), fs::path("/proc"), fs::path("/sys")}) {
-        const std::string name = run_tool("stat -f -c %T '" + path.string() + "'");
-        EXPECT_EQ(check_fs_type(path), name == "ext2/ext3\n" ? 0xEF53U : 0U) << path << " is " << name;
-    }
-    EXPECT_EQ(check_fs_type(scratch.path() / "missing"), 0U);
-    EXPECT_EQ(check_fs_type("/ntfs3"), 0x7366746EU);
+    for (const std::uint32_t known : {0x137DU, 0xEF51U, 0xEF53U, 0x4006U, 0x4D44U, 0x5346544EU, 0x7366746EU,
+                                      0x65735546U, 0x11954U, 0x54190100U})
+        EXPECT_EQ(check_fs_type(std::to_string(known)), known);
+    for (const char *path : {"/proc", "/missing", "1", "4294967295"})
+        EXPECT_EQ(check_fs_type(path), 0U) << path;
 }
 
 TEST(defaults, present_files_in_table_order_without_linked_directories)
 {
     const scratch_directory scratch;
-    const fs::path root = fs::canonical(scratch.path());
-    const replaced_host host(root);
-    for (const char *file : {"usr/bin/pelva", "usr/lib/libpelva.so.1", "etc/pam.d/gtk-tarnel",
-                             "usr/share/gtk-tarnel/gtk-tarnel.ui", "etc/passwd"})
+    const replaced_host host(fs::canonical(scratch.path()));
+    for (const char *file : {"usr/bin/pelva", "usr/lib/libpelva.so.1", "etc/pam.d/gtk-tarnel"})
         scratch.write(file, "");
-    fs::create_symlink("libpelva.so.1", root / "usr/lib/libpelva.so");
-    fs::create_directory_symlink("lib", root / "usr/lib64");
+    fs::create_symlink("libpelva.so.1", scratch.path() / "usr/lib/libpelva.so");
+    fs::create_directory_symlink("lib", scratch.path() / "usr/lib64");
     EXPECT_THAT(generate_defaults(),
-                testing::ElementsAre("/usr/share/gtk-tarnel/gtk-tarnel.ui", "/etc/pam.d/gtk-tarnel",
-                                     "/usr/lib/libpelva.so", "/usr/bin/pelva"));
+                testing::ElementsAre("/etc/pam.d/gtk-tarnel", "/usr/lib/libpelva.so", "/usr/bin/pelva"));
+}
+
+TEST(pvl_iconv, converts_whole_texts_or_nothing)
+{
+    const std::string longest(4095, 'a');
+    const std::tuple<std::string, const char *, const char *, std::optional<std::string>> cases[] = {
+        {"Файл №1.txt", "utf8", "cp866", "\x94\xA0\xA9\xAB \xFC"s + "1.txt"},
+        {"before\0after"s, "utf8", "cp866", "before"},
+        {"wrong \xFFy", "utf8", "cp866", std::nullopt},
+        {"text", "no-such-code", "utf-8", std::nullopt},
+        {"a\0b\0\0\0c\0"s, "utf-16le", "utf-8", "ab"},
+        {"A\0\0B\0\0"s, "utf-16le", "utf-8", "A\xE4\x88\x80"}, // a zero pair at an odd offset ends nothing
+        {longest + "a", "utf8", "cp866", std::nullopt},
+    };
+    for (const auto &[text, source, target, expected] : cases)
+        EXPECT_EQ(pvl_iconv(text, source, target), expected) << text << " from " << source;
+}
+
+TEST(replace_backslash, separates_only_behind_directories)
+{
+    const scratch_directory scratch;
+    scratch.write("data/My\\Files/file", "");
+    fs::create_symlink("data", scratch.path() / "link");
+    const std::string root = scratch.path().string();
+    const std::pair<std::string, std::string> cases[] = {
+        {root + "/data\\My\\Files\\file\\x", root + "/data/My\\Files/file\\x"},
+        {root + "/\\data\\x", root + "/\\data\\x"},
+        {root + "\\link\\My\\Files", root + "/link\\My\\Files"},
+        {"\\" + std::string(4094, 'x'), "/" + std::string(4094, 'x')},
+        {"\\" + std::string(4095, 'x'), "\\" + std::string(4095, 'x')},
+    };
+    for (auto [path, expected] : cases) {
+        replace_backslash(path);
+        EXPECT_EQ(path, expected);
+    }
 }

@@ -7,14 +7,15 @@
 
 namespace {
 
-// Disks, separated by "|", from their partition numbers; "x" is an extended partition, number 2. It has 1,000
+// Disks sda and md127 from the numbers of their partitions; "x" is an extended one, number 2. It has 1,000
 // sectors, others have 100; 4 ends with the last sector that 32 bits can count.
 std::list<disk> make_disks(const std::string &text)
 {
     std::list<disk> disks(1);
+    disks.front().name = "sda";
     for (const char c : text) {
         if (c == '|') {
-            disks.emplace_back();
+            disks.emplace_back().name = "md127";
             continue;
         }
         part &p = disks.back().parts.emplace_back();
@@ -28,13 +29,19 @@ std::list<disk> make_disks(const std::string &text)
     return disks;
 }
 
-TEST(letters, are_those_of_the_firmware)
+TEST(letters, are_those_of_the_firmware_and_sectors_lead_to_partitions)
 {
-    const std::pair<const char *, const char *> cases[] = {
-        {"1x356|12", "C-GEFDH"}, {"1x56", "C-DE"},    {"123x56|1", "CEF-GHD"},
-        {"x15", "-DC"},          {"|15||36", "CEDF"},
+    // The partitions, their letters, and sectors of the first disk with what they lead to: 0 for none.
+    const std::tuple<const char *, const char *, const char *> cases[] = {
+        {"1x356|12", "C-GEFDH", "1010 2 3000 3"},
+        {"123x56|1", "CEF-GHD", ""},
+        {"x15", "-DC", ""},
+        {"|15||36", "CEDF", ""},
+        {"1x56", "C-DE", "99 0 100 1 199 1 200 0 1000 2 1009 2 1010 5 1110 2 1200 6 1999 2 2000 0"},
+        {"1x", "C-", "1500 2"},
+        {"4", "C", "4294967195 0 4294967196 4 4294967295 4"},
     };
-    for (const auto &[numbers, expected] : cases) {
+    for (const auto &[numbers, expected, lookups] : cases) {
         std::list<disk> disks = make_disks(numbers);
         assign_letters(disks);
         std::string letters;
@@ -43,41 +50,6 @@ TEST(letters, are_those_of_the_firmware)
                 letters += p.letter ? p.letter : '-';
         }
         EXPECT_EQ(letters, expected) << numbers;
-    }
-}
-
-TEST(letters, end_and_lead_to_partitions)
-{
-    std::list<disk> disks = make_disks("x|" + std::string(300, '1'));
-    assign_letters(disks);
-    EXPECT_EQ(find_part_by_label(disks, 'C'), nullptr) << "no file system";
-    int running = 'C';
-    for (part &p : disks.back().parts) {
-        EXPECT_EQ(p.letter, running > 0xff ? '\0' : static_cast<char>(running)) << "they end, not repeat";
-        p.fs_type = "ext4";
-        disk *owner = nullptr;
-        EXPECT_EQ(find_part_by_label(disks, p.letter, &owner), p.letter ? &p : nullptr);
-        EXPECT_EQ(owner, p.letter ? &disks.back() : nullptr);
-        running++;
-    }
-    disks.front().parts.front().letter = 'Z';
-    EXPECT_EQ(find_part_by_label(disks, 'Z'), &disks.front().parts.front()) << "extended, needs none";
-    disks.back().drive_number = 0x81;
-    EXPECT_EQ(find_disk_by_number(disks, 0x81), &disks.back());
-    EXPECT_EQ(find_disk_by_number(disks, 0x82), nullptr);
-}
-
-TEST(letters, sectors_lead_to_partitions_and_have_bounds)
-{
-    // Sectors, and the partitions that they lead to: 0 for none.
-    const std::pair<const char *, const char *> cases[] = {
-        {"1x56", "99 0 100 1 199 1 200 0 1000 2 1009 2 1010 5 1110 2 1200 6 1999 2 2000 0"},
-        {"1x", "1500 2"},
-        {"1x356", "1010 2 3000 3"},
-        {"4", "4294967195 0 4294967196 4 4294967295 4"},
-    };
-    for (const auto &[numbers, lookups] : cases) {
-        std::list<disk> disks = make_disks(numbers);
         std::istringstream words(lookups);
         std::uint32_t sector;
         for (int index; words >> sector >> index;) {
@@ -85,18 +57,31 @@ TEST(letters, sectors_lead_to_partitions_and_have_bounds)
             EXPECT_EQ(p ? p->index : 0, index) << numbers << ", sector " << sector;
         }
     }
+}
+
+TEST(letters, end_and_lead_to_partitions)
+{
+    std::list<disk> disks = make_disks("x|" + std::string(300, '1'));
+    assign_letters(disks);
+    int letter = 'C';
+    for (part &p : disks.back().parts) {
+        EXPECT_EQ(static_cast<unsigned char>(p.letter), letter) << "they end, not repeat";
+        EXPECT_EQ(find_part_by_label(disks, p.letter), nullptr) << "no file system";
+        p.fs_type = "ext4";
+        EXPECT_EQ(find_part_by_label(disks, p.letter), letter ? &p : nullptr);
+        letter = letter && letter < 0xff ? letter + 1 : 0;
+    }
+}
+
+TEST(letters, sectors_have_bounds)
+{
     std::list<disk> disks = make_disks("1x56|1");
-    disks.front().name = "sda";
-    disks.back().name = "md127";
     disks.front().length = disks.back().length = 0x1'0000'0000;
-    const std::tuple<const char *, std::int64_t, bool> bounds[] = {
-        {"sda", 0, false},   {"sda", UINT32_MAX, false}, {"sda", 0x1'0000'0000, true},
-        {"sda", -1, true},   {"sda5", 0, false},         {"sda5", 99, false},
-        {"sda5", 100, true}, {"sda5", INT32_MIN, true},  {"sda9", -1, false},
-        {"md127", -1, true}, {"md127p1", 99, false},     {"md127p1", 100, true},
-        {"sdz", -1, false},
-    };
-    for (const auto &[name, sector, outside] : bounds)
+    std::istringstream words("sda 4294967295 0  sda 4294967296 1  sda -1 1  sda5 99 0  sda5 100 1  sdz -1 0 "
+                             "sda5 -1 1  sda9 -1 0  md127 -1 1  md127p1 99 0  md127p1 100 1");
+    std::string name;
+    std::int64_t sector;
+    for (bool outside; words >> name >> sector >> outside;)
         EXPECT_EQ(check_sector_range(disks, name, sector), outside) << name << " " << sector;
 }
 

@@ -1,13 +1,17 @@
+// The start, and the commands that it runs: they come to their end, and what they leave behind can be ended.
 #include "common/misc.h"
 
 #include "common/environment.h"
+#include "common/host.h"
 #include "support.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
+using namespace testing;
 
 // A machine with one disk and one partition, which is not really mounted: the template directory lies on the
 // same device as the directory that shows its files.
@@ -16,26 +20,21 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     const scratch_directory scratch;
     const replaced_host host(scratch.path());
     recorded_commands shell;
-    shell.status = [&scratch](const std::string &command) {
-        std::istringstream words(command);
-        for (std::string word; words >> word;) {
-            if (command.starts_with("mount ") && word.starts_with("/tmp/tarnel") && fs::remove(word))
-                fs::create_directory_symlink(scratch.path(), word);
-        }
+    environment record;
+    shell.status = [&](const std::string &command) {
+        if (command.starts_with("mount ") && fs::remove(record.tmpdir + "/sda1"))
+            fs::create_directory_symlink(scratch.path(), record.tmpdir + "/sda1");
         return 0;
     };
-    environment record;
-    std::string said;
+    // The result, and what goes to standard error.
     const auto start = [&](const std::string &template_directory) {
         record = environment();
         setenv("PELVADB", template_directory.c_str(), 1);
-        testing::internal::CaptureStderr();
+        internal::CaptureStderr();
         const int result = app_init(&record);
-        said = testing::internal::GetCapturedStderr();
-        if (!record.tmpdir.empty())
-            fs::remove_all(record.tmpdir);
+        fs::remove_all(record.tmpdir);
         EXPECT_EQ(std::getenv("PELVA_PATH"), template_directory);
-        return result;
+        return std::to_string(result) + internal::GetCapturedStderr();
     };
     scratch.write("proc/partitions", "major minor  #blocks  name\n\n   8        0       8192 sda\n");
     scratch.write("sys/block/sda/removable", "0\n");
@@ -46,34 +45,48 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
                       ext = "ext4 -q -F -E offset=1048576 $IMAGE 7168",
                       fat = "fat -F 16 -s 1 --offset 2048 $IMAGE 7168";
     fs::create_directory_symlink("boot", here + "/link");
-    // The mount's directory, what it shows of its file system, the template directory.
-    const std::tuple<std::string, std::string, std::string, std::string, std::string, char> samples[] = {
-        {ext, "/", "/", directory, directory, '/'},
-        {ext, here + "/boot", "/", directory, "/pelva", '/'},
-        {fat, directory, "/", directory, "", '\\'},
-        {fat, here + "/bo", "/", directory, directory, '\\'},
-        {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva", '\\'},
-        {ext, here + "/boot", "/a", directory, "/a/pelva", '/'},
+    // The mount's directory, what it shows of its file system, the template directory, how records name it.
+    const std::tuple<std::string, std::string, std::string, std::string, std::string> samples[] = {
+        {ext, "/", "/", directory, directory + "/"},
+        {ext, here + "/boot", "/", directory, "/pelva/"},
+        {fat, directory, "/", directory, "\\"},
+        {fat, here + "/bo", "/", directory, directory + "\\"},
+        {fat, here + "/boot", "/", here + "/link/.//pelva/", "/pelva\\"},
+        {ext, here + "/boot", "/a", directory, "/a/pelva/"},
     };
-    for (const auto &[file_system, mount_directory, root, given, short_path, separator] : samples) {
+    for (const auto &[file_system, mount_directory, root, given, expected] : samples) {
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
         scratch.write("proc/self/mountinfo",
                       "1 1 8:2 / / rw - x x rw\n2 1 8:1 " + root + " " + mount_directory + " rw - x x rw\n");
-        ASSERT_EQ(start(given), 0);
-        EXPECT_EQ(record.short_path, short_path);
-        EXPECT_EQ(record.separator, separator);
+        ASSERT_EQ(start(given), "0");
+        EXPECT_EQ(record.short_path + record.separator, expected);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
     }
-    EXPECT_TRUE(shell.commands.front().starts_with("umount /tmp/tarnel"));
+    EXPECT_EQ(shell.commands.front(), "umount /tmp/tarnel*/sd* 2>/dev/null");
+    shell.commands.clear();
+    fs::create_directory(here + "/tmp/tarnel2"); // not private, and so foreign, like a link
+    fs::create_directory_symlink("tarnel1", here + "/tmp/tarnel3");
 
     fs::current_path(here);
-    const std::string file = directory + "/file";
-    for (const std::string &path : {std::string("relative"), file, file + "/new", here + "/no/pelva"}) {
-        EXPECT_EQ(start(path), 1) << path;
-        EXPECT_THAT(said, HasSubstr(path[0] == '/' ? path : '"' + path + '"'));
-    }
+    for (const std::string &path : {std::string("tmp"), directory + "/file", here + "/no/pelva"})
+        EXPECT_THAT(start(path), AllOf(StartsWith("1"), HasSubstr(path[0] == '/' ? path : '"' + path + '"')));
+    EXPECT_THAT(shell.commands, AllOf(SizeIs(3 * 7), Each(HasSubstr(" /tmp/tarnel1"))));
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
-    EXPECT_EQ(start(directory), 1) << "no disk with a number";
-    EXPECT_THAT(said, HasSubstr("nvme0n1 (NVMe), sdb (removable)"));
+    EXPECT_THAT(start(directory), AllOf(StartsWith("1"), HasSubstr("nvme0n1 (NVMe), sdb (removable)")));
+}
+
+TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
+{
+    setpgid(0, 0); // the shell's parent leads the group that the terminal's signals go to
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
+        std::signal(number, SIG_IGN);
+    const std::pair<const char *, int> cases[] = {
+        {"for s in HUP INT TERM; do kill -s $s -- -$PPID; done; exit 5", 5},
+        {"[ $(grep -cE '^Sig(Ign|Blk):.*0000000$' /proc/self/status) = 2 ]", 0},
+        {"read answer", 1},
+        {"kill -KILL $$", -1},
+    };
+    for (const auto &[command, status] : cases)
+        EXPECT_EQ(run_command(command), status) << command;
 }

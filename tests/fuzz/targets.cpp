@@ -2,7 +2,6 @@
 // FUZZ_TARGET names the one that this compilation is for.
 #include "common/fat.h"
 #include "common/file_format.h"
-#include "common/gpt.h"
 #include "common/host.h"
 #include "common/mount_table.h"
 #include "common/template_pair.h"
@@ -33,13 +32,6 @@ void write(const std::string &name, bytes content)
     require((std::ofstream(root / name, std::ios::binary) << content).good());
 }
 
-void gpt(bytes input)
-{
-    write("dev/sda1", input);
-    const std::vector<std::uint32_t> numbers = readGpt("/dev/sda1");
-    require(numbers.empty() || (numbers.front() >= 1 && numbers.back() <= 4096));
-}
-
 // A path, a NUL and the volume.
 void fat(bytes input)
 {
@@ -54,38 +46,27 @@ void fat(bytes input)
     }
 }
 
-// A digit that chooses the list and under which names its two files lie, and the files; then what a start
-// does with them.
+// A file of names and, behind it, a check file, as both lists.
 void templates(bytes input)
 {
-    const int names = input.empty() ? 0 : input.front();
     const bytes nam = input.substr(0, input.find("SNCV")), chk = input.substr(nam.size());
-    const template_layout layout = layout_of(names & 1 ? list_kind::files : list_kind::sectors);
-    const fs::path directory = root / "templates";
-    const auto name = [](const std::string &file, const std::string &suffix) {
-        return "templates/" + (suffix.empty() ? file : ".gtk-tarnel-" + file + suffix);
-    };
-    write(name(layout.name_file, names & 2 ? ".new" : ""), nam.substr(!nam.empty()));
-    write(name(layout.check_file, names & 4 ? ".new" : names & 8 ? ".old" : ""), chk);
-    recover_templates(directory);
-    for (const auto &file : fs::directory_iterator(directory))
-        require(file.path().extension() == ".nam" || file.path().extension() == ".chk");
-
+    for (const template_layout &layout : {layout_of(list_kind::files), layout_of(list_kind::sectors)}) {
+        write(layout.name_file, nam);
+        write(layout.check_file, chk);
+    }
+    recover_templates(root);
     std::size_t records = 0;
     const auto count = [](const char *text, void *user) {
         require(std::strlen(text) <= file_record_size); // all of a record without a NUL
         ++*static_cast<std::size_t *>(user);
         return 0;
     };
-    const int result = read_file_list(directory, nullptr, count, &records);
-    require(result == 0 || records == 0);
-    require(records <= nam.size() / file_record_size);
+    const int result = read_file_list(root, nullptr, count, &records);
+    require(records <= (result == 0 ? nam.size() / file_record_size : 0));
     std::uint32_t sectors = 0;
-    if (const auto list = read_sector_list(directory, sectors))
+    if (const auto list = read_sector_list(root, sectors))
         require(sectors <= nam.size() / sizeof(sector_record) &&
                 (!sectors || sector_of(list[sectors - 1]) + 1ULL));
-    for (const auto &file : fs::directory_iterator(directory))
-        fs::remove(file);
 }
 
 void mounts(bytes input)
@@ -106,7 +87,6 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
     root = name;
     std::atexit([] { fs::remove_all(root); });
     fs::create_directory(root / "dev");
-    fs::create_directory(root / "templates");
     // In memory, since writing it is most of the work.
     fs::create_symlink("/proc/self/fd/" + std::to_string(memfd_create("disk", 0)), root / "dev/sda1");
     set_host_root(root);
@@ -115,7 +95,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    [[maybe_unused]] constexpr void (*all[])(bytes) = {gpt, fat, templates, mounts};
+    [[maybe_unused]] constexpr void (*all[])(bytes) = {fat, templates, mounts};
     const std::string copy(data, data + size); // of its exact length: what reads beyond it is found
     FUZZ_TARGET(copy);
     return 0;
