@@ -304,8 +304,23 @@ static void tell_has_child(file_store *store, file_node *row)
     gtk_tree_model_row_has_child_toggled(GTK_TREE_MODEL(store), owned_path(path_of(row)).get(), &iter);
 }
 
+// The row takes the place of a placeholder, which is not removed: a view that unfolds all levels at once has
+// taken it for the first child before it lets the directory be read.
+static file_node *fill_placeholder(file_store *store, file_node *placeholder, file_node &&row)
+{
+    placeholder->mount = row.mount;
+    placeholder->name = std::move(row.name);
+    placeholder->size = row.size;
+    placeholder->kind = row.kind;
+    placeholder->not_loaded = row.not_loaded;
+    file_store_changed(store, placeholder);
+    return placeholder;
+}
+
 file_node *file_store_append(file_store *store, file_node *parent, std::unique_ptr<file_node> row)
 {
+    if (!parent->children.empty() && parent->children.front()->kind == file_kind::placeholder)
+        return fill_placeholder(store, parent->children.front().get(), std::move(*row));
     file_node *added = row.get();
     added->parent = parent;
     added->position = static_cast<std::uint32_t>(parent->children.size());

@@ -90,7 +90,8 @@ GType file_store_get_type();
 // The row at a tree path; null when there is none.
 [[nodiscard]] file_node *file_store_row_at(file_store *store, GtkTreePath *path);
 
-// Adds a last child. The row is complete before anybody hears of it.
+// Adds a last child; the first takes the place and the address of a placeholder. The row is complete before
+// anybody hears of it.
 file_node *file_store_append(file_store *store, file_node *parent, std::unique_ptr<file_node> row);
 
 // Removes a row that has no children.

@@ -313,7 +313,7 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
         append_file(store, row, std::move(found.name), found.size);
         progress_run_main_loop(app);
     }
-    if (!row->children.empty())
+    if (directories.empty() && files.empty() && !row->children.empty())
         file_store_remove(store, row->children.front().get()); // the placeholder
     return 0;
 }

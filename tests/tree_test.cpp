@@ -1,9 +1,11 @@
-// Marks: counts and images on any sequence of operations, and the right button on the real tree view.
+// The tree on any sequence of operations: counts, images, and what a view and a model on top are told. The
+// right button on the real tree view.
 #include "gtk_support.h"
 #include "tree_support.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <set>
 
 namespace {
 
@@ -35,48 +37,89 @@ void expect_true_counts(const struct app &app, file_store *store)
     EXPECT_EQ(app.total_files_size, size);
 }
 
-TEST(marks, stay_true_on_any_sequence)
+// The names of all rows below one, each followed by those below it.
+std::string dump(GtkTreeModel *model, GtkTreeIter *parent = nullptr)
+{
+    std::string text;
+    GtkTreeIter row;
+    for (gboolean more = gtk_tree_model_iter_children(model, &row, parent); more;
+         more = gtk_tree_model_iter_next(model, &row)) {
+        g_autofree gchar *name = nullptr;
+        gtk_tree_model_get(model, &row, file_column_name, &name, -1);
+        text += "(" + (name + dump(model, &row)) + ")";
+    }
+    return text;
+}
+
+TEST(tree, stays_true_on_any_sequence)
 {
     browsed_partition partition;
-    partition.show(); // for the images
+    partition.show();
+    struct app *app = &partition.app;
     file_store *store = partition.store;
+    const owned_object<GtkTreeModel> upper(gtk_tree_model_sort_new_with_model(GTK_TREE_MODEL(store)));
+    std::set<file_node *> announced;
+    const auto note = +[](GtkTreeModel *, GtkTreePath *, GtkTreeIter *iter, std::set<file_node *> *changed) {
+        changed->insert(file_store_row(iter));
+    };
+    g_signal_connect(store, "row-changed", G_CALLBACK(note), &announced);
     std::mt19937 random(11);
-    std::vector<file_node *> directories = {partition.root()}, files;
-    for (int i = 0; i < 500; i++) {
-        file_node *parent =
-            random() % 40 ? directories[random() % directories.size()] : file_store_top(store);
-        if (random() % 4 == 0 || !parent->parent)
-            directories.push_back(append_dir(store, parent, "d", nullptr));
-        else
-            files.push_back(append_file(store, parent, "f", random() * 3));
-    }
-    for (file_node *directory : directories)
-        directory->not_loaded = false; // its placeholder stays, which nothing may mark
-    for (int step = 0; step < 1500 && !HasFailure(); step++) {
+    partition.root()->not_loaded = false; // its placeholder stays, which nothing may mark
+    std::vector<file_node *> directories = {partition.root()},
+                             files = {append_file(store, partition.root(), "first", 1)};
+    for (int step = 0; step < 3000 && !HasFailure(); step++) {
+        file_node *directory = directories[random() % directories.size()];
         file_node *file = files[random() % files.size()], *last = file;
         const auto &siblings = file->parent->children;
-        file_node *directory = directories[random() % directories.size()];
-        const bool was_marked = directory->marked;
+        const bool was_marked = directory->marked, was_seen = file->value_seen;
         const int value = static_cast<int>(random() % 2);
-        switch (random() % 4) {
+        const std::string name = std::to_string(step);
+        switch (random() % 10) {
         case 0:
-            EXPECT_EQ(toggle_iter(&partition.app, store, file), file->marked);
+            directories.push_back(
+                append_dir(store, random() % 10 ? directory : file_store_top(store), name.c_str(), nullptr));
+            directories.back()->not_loaded = false;
             break;
         case 1:
+        case 2:
+            files.push_back(append_file(store, directory, name.c_str(), random() * 3));
+            break;
+        case 3:
+            if (!file->marked && files.size() > 1) {
+                std::erase(files, file);
+                file_store_remove(store, file);
+            }
+            break;
+        case 4:
+            gtk_tree_view_expand_row(partition.view(), path_of(store, directory).get(), FALSE);
+            break;
+        case 5:
+            gtk_tree_view_collapse_row(partition.view(), path_of(store, directory).get());
+            break;
+        case 6:
+            announced.clear();
+            EXPECT_EQ(toggle_iter(app, store, file), file->marked);
+            settle();
+            EXPECT_EQ(announced.contains(file), was_seen); // nobody can know of what nobody has asked for
+            break;
+        case 7:
             while (last->position + 1 < siblings.size() && !siblings[last->position + 1]->is_dir())
                 last = siblings[last->position + 1].get();
-            mark_range(&partition.app, store, file, last, value);
+            mark_range(app, store, file, last, value);
             EXPECT_EQ(file->marked, value);
             EXPECT_EQ(last->marked, value);
             break;
-        case 2:
-            EXPECT_FALSE(toggle_iter(&partition.app, store, directory));
+        case 8:
+            EXPECT_FALSE(toggle_iter(app, store, directory));
             EXPECT_EQ(directory->marked, !was_marked && directory->marked_files > 0);
             break;
         default:
-            mark_recursive(&partition.app, store, directory, value);
+            mark_recursive(app, store, directory, value);
         }
-        expect_true_counts(partition.app, store);
+        if (step % 4 == 0) {
+            expect_true_counts(*app, store);
+            EXPECT_EQ(dump(upper.get()), dump(GTK_TREE_MODEL(store)));
+        }
     }
 }
 
