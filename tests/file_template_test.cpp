@@ -196,19 +196,6 @@ TEST_F(file_template, tells_what_a_damaged_pair_does_not_give)
     }
 }
 
-TEST_F(file_template, marks_files_by_their_short_names)
-{
-    use_partition("fat32");
-    write_files({"Long directory/Ж file.text", "PLAIN.TXT", "README.txt", "Ж.txt"});
-    partition->make_volume();
-    write_files({"plain.txt"});
-    EXPECT_EQ(mark_records({"C:\\LONGDI~1\\_FILE~1.TEX", "C:/PLAIN.TXT", "C:\\LOST.TXT", "C:\\README.TXT",
-                            "C:\\\x86.TXT"}),
-              0);
-    EXPECT_EQ(marked(*partition->root()), "/Long directory/Ж file.text /PLAIN.TXT /README.txt /Ж.txt ");
-    EXPECT_EQ(app->missing_files, texts{top + "/LOST.TXT"});
-}
-
 TEST_F(file_template, missing_files_are_asked_about_and_those_without_a_row_listed)
 {
     write_files({"here"});
