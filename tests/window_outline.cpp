@@ -1,6 +1,6 @@
 // window_outline DIRECTORY CATALOGUES: prints the widgets of the windows with their names and what they say,
 // and puts pictures of the windows and their pages into the directory. It is linked with each loader; what
-// comes out must be the same.
+// comes out must be the same. The status is 1 when a window does not fit a small screen.
 #include "gtk_support.h"
 #include "i18n.h"
 
@@ -17,12 +17,11 @@ static void print_widget(GtkWidget *widget, gpointer)
         gtk_container_forall(GTK_CONTAINER(widget), print_widget, nullptr);
 }
 
-int main(int count, char **arguments)
+int main(int, char **arguments)
 {
-    if (count != 3)
-        return 1;
     bindtextdomain(TEXT_DOMAIN, arguments[2]);
     const loaded_windows windows;
+    bool fit = true;
     for (const auto &[name, page] :
          {std::pair("window", 0), {"window", 1}, {"window", 2}, {"report", 0}, {"progress_window", 0}}) {
         GtkWidget *window = windows.widget(name);
@@ -33,11 +32,12 @@ int main(int count, char **arguments)
         settle();
         gdk_window_process_all_updates();
         const auto [x, y, width, height] = window->allocation;
-        GdkPixbuf *picture =
-            gdk_pixbuf_get_from_drawable(nullptr, window->window, nullptr, 0, 0, 0, 0, width, height);
+        fit = fit && width <= 1000 && height <= 720; // the frame takes some of 1024x768
+        const owned_object<GdkPixbuf> picture(
+            gdk_pixbuf_get_from_drawable(nullptr, window->window, nullptr, 0, 0, 0, 0, width, height));
         const std::string file = std::string(arguments[1]) + "/" + name + std::to_string(page) + ".png";
-        gdk_pixbuf_save(picture, file.c_str(), "png", nullptr, nullptr);
-        g_object_unref(picture);
+        gdk_pixbuf_save(picture.get(), file.c_str(), "png", nullptr, nullptr);
         gtk_widget_hide(window);
     }
+    return fit ? 0 : 1;
 }
