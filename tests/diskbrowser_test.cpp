@@ -49,13 +49,12 @@ std::string dump(GtkTreeModel *model, GtkTreeIter *parent = nullptr, const std::
          more = gtk_tree_model_iter_next(model, &row)) {
         GdkPixbuf *icon = nullptr;
         gchar *name = nullptr;
-        gboolean group = FALSE, marked = FALSE;
+        gboolean group = FALSE;
         guint sector = 0, below = 0;
-        gtk_tree_model_get(model, &row, 0, &icon, 1, &name, 2, &group, 5, &sector, 6, &marked, 7, &below, -1);
+        gtk_tree_model_get(model, &row, 0, &icon, 1, &name, 2, &group, 5, &sector, 7, &below, -1);
         const owned_gchar owner(name);
         const char image = "dDeEsS"[gdk_pixbuf_get_width(icon) - 1];
         g_object_unref(icon);
-        EXPECT_EQ(marked != 0, image < 'a') << name;
         text.append(indent + image + " " + name + (group ? " <" : " @"));
         text.append(std::to_string(group ? below : sector) + "\n" + dump(model, &row, indent + " "));
     }

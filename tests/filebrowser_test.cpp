@@ -1,8 +1,12 @@
-// Loading directories, the lookup of rows, and the page itself.
+// Loading directories, the lookup of rows, the page itself, and its end by a signal in the middle of things.
+#include "common/process.h"
 #include "display_text.h"
+#include "template_save.h"
+#include "termination.h"
 #include "trace_log.h"
 #include "tree_support.h"
 
+#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -24,19 +28,60 @@ std::string outline(const file_node &row)
     return text;
 }
 
-TEST(loading, keeps_to_what_the_board_can_read_and_survives_what_goes_away)
+// What happens at each status call on a file below the tree, to a disk that is slow.
+std::function<void()> during_status;
+
+browsed_partition *browsed;
+
+// What is open on a partition keeps it from being unmounted.
+void check_at_exit()
 {
-    const std::string deep(100, 'd'), at_limit(253 - 102, 'f'), over(254 - 102, 'g'), longest(255, 'h');
-    browsed_partition partition; // the path counts from its mount
-    for (const std::string &name : {deep + "/" + at_limit, deep + "/" + over, longest + "/x"})
-        partition.files.write(name, "");
-    fs::create_directory(partition.files.path() / "gone");
-    EXPECT_EQ(outline(*partition.loaded(deep)), at_limit);
-    EXPECT_EQ(outline(*partition.loaded(longest)), "");
-    fs::remove(partition.files.path() / "gone");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
-    fs::create_directories(partition.files.path() / "gone/late");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
+    for (const auto &entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (fs::read_symlink(entry, gone).string().starts_with(browsed->files.path().string()))
+            _exit(1);
+    }
+}
+
+gboolean mark_and_save(gpointer)
+{
+    during_status = [left = 500]() mutable {
+        if (--left == 0) {
+            std::raise(SIGTERM);
+            g_usleep(200'000); // the progress window is due
+        }
+    };
+    toggle_iter(&browsed->app, browsed->store, browsed->root());
+    EXPECT_LT(browsed->row("many")->children.size(), 1000U);
+    EXPECT_TRUE(browsed->row("next")->not_loaded);
+    std::raise(SIGHUP); // changes nothing any more
+    files_changed = 1;
+    save_file_template(&browsed->app, browsed->store);
+    EXPECT_EQ(files_changed, 1);
+    EXPECT_TRUE(fs::is_empty(browsed->app.pelva_db_path));
+    return FALSE;
+}
+
+// The first case: the child that it forks needs a display of its own.
+TEST(termination, leaves_whatever_is_going_on)
+{
+    browsed_partition partition;
+    browsed = &partition;
+    for (int i = 0; i < 1000; i++)
+        partition.files.write("many/" + std::to_string(i), "");
+    partition.files.write("next/x", "");
+    fs::create_directory(partition.app.pelva_db_path);
+    // The child is the program, as far as its main loop and exit handler go.
+    const auto program = [&partition] {
+        partition.show();
+        partition.loaded("");
+        end_on_signals();
+        std::atexit(check_at_exit);
+        g_idle_add(mark_and_save, nullptr);
+        gtk_main();
+        std::exit(ending_status() + testing::Test::HasFailure());
+    };
+    EXPECT_EXIT(program(), testing::ExitedWithCode(128 + SIGTERM), "");
 }
 
 TEST(loading, leaves_out_what_something_is_mounted_on)
@@ -61,11 +106,15 @@ TEST(loading, leaves_out_what_something_is_mounted_on)
     EXPECT_EQ(umount2(top.c_str(), MNT_DETACH), 0);
 }
 
-TEST(find_iter_for_file, gives_the_row_or_the_reason)
+TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_can)
 {
     browsed_partition partition;
     const std::string top = partition.files.path();
-    for (const char *file : {"a/b/f", "a/c/f", "b/f", "q/f"})
+    // The board's limit counts from the mount.
+    using namespace std::string_literals;
+    const std::string deep(100, 'd'), longest(255, 'h'), at_limit(253 - 102, 'f');
+    for (const std::string &file : {"a/b/f"s, "a/c/f"s, "b/f"s, "gone/f"s, "q/f"s, deep + "/" + at_limit,
+                                    deep + "/g" + at_limit, longest + "/x"})
         partition.files.write(file, "");
     fs::create_symlink("f", top + "/a/b/link");
     fs::create_directory_symlink("b", top + "/a/d");
@@ -81,30 +130,31 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason)
     look_up(top + "/a/b/x", -1);
     look_up("/proc/self", -2);
     EXPECT_TRUE(partition.row("a/c")->not_loaded) << "only the directories on the way are read";
+    EXPECT_EQ(outline(*partition.loaded(deep)), at_limit);
+    EXPECT_EQ(outline(*partition.loaded(longest)), "");
+    fs::rename(top + "/gone", top + "/back");
+    EXPECT_EQ(outline(*partition.loaded("gone")), "");
+    fs::rename(top + "/back", top + "/gone");
+    EXPECT_EQ(outline(*partition.loaded("gone")), "");
     partition.host.write("proc/mounts", "proc /proc proc rw 0 0\n");
     look_up(top + "/a/b/f", -3);
     partition.host.write("proc/mounts", "/dev/sda1 " + top + "/q ext4 rw 0 0\n"); // not where the tree reads
     look_up(top + "/a/b/f", -4);
 }
 
-// One of everything that a directory can hold; nine of it are regular files.
-void fill_directory(const scratch_directory &files)
-{
-    for (const char *name : {"b", "A", ".d", "c\xff"})
-        fs::create_directory(files.path() / name);
-    for (const char *name : {"z", "B", ".f", "two\nlines", "\xd0\xaf", "\xff\xfe", "back\\slash",
-                             "\x01\x1b[31m\t", "\xd7\x90\xd7\x91\xe2\x80\xae txt\xe2\x80\xac"})
-        files.write(name, name);
-    fs::create_directory_symlink("b", files.path() / "link-to-directory");
-    fs::create_symlink("z", files.path() / "link-to-file");
-    mkfifo((files.path() / "pipe").c_str(), 0600);
-    mknod((files.path() / "socket").c_str(), S_IFSOCK | 0600, 0);
-}
-
 TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
 {
     browsed_partition partition;
-    fill_directory(partition.files);
+    const fs::path top = partition.files.path();
+    for (const char *name : {"b", "A", ".d", "c\xff"})
+        fs::create_directory(top / name);
+    for (const char *name : {"z", "B", ".f", "two\nlines", "\xd0\xaf", "\xff\xfe", "back\\slash",
+                             "\x01\x1b[31m\t", "\xd7\x90\xd7\x91\xe2\x80\xae txt\xe2\x80\xac"})
+        partition.files.write(name, name);
+    fs::create_directory_symlink("b", top / "link-to-directory");
+    fs::create_symlink("z", top / "link-to-file");
+    mkfifo((top / "pipe").c_str(), 0600);
+    mknod((top / "socket").c_str(), S_IFSOCK | 0600, 0);
     part &p = partition.app.disks.front().parts.emplace_back();
     p.device = "md7";
     p.index = 3;
@@ -125,16 +175,14 @@ TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
     EXPECT_NE(testing::internal::GetCapturedStderr(), "");
     trace_enabled = 0;
     EXPECT_EQ(outline(*partition.root()), first + wait + second);
-    EXPECT_EQ(full_path(*partition.row("two\nlines")), partition.files.path() / "two\nlines");
     EXPECT_EQ(partition.row("back\\slash")->size, 10U);
-    fs::remove(partition.files.path() / "z");
+    fs::remove(top / "z");
     EXPECT_EQ(outline(*partition.loaded("b")), "");
     EXPECT_EQ(outline(*partition.root()), first + second);
 
-    const std::string widest = display_text("\xd7\x90\xd7\x91\xe2\x80\xae txt\xe2\x80\xac");
-    const owned_path path = path_of(partition.store, partition.root()->children.back().get());
     settle();
-    EXPECT_TRUE(cell_fits(partition.view(), path.get(), widest));
+    const owned_path path = path_of(partition.store, partition.root());
+    EXPECT_TRUE(cell_fits(partition.view(), path.get(), "\u05d0\u05d1<U+202E> txt<U+202C>"));
     mark_recursive(&partition.app, partition.store, partition.root(), 1);
     settle();
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "9");
@@ -143,18 +191,13 @@ TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
 
 TEST(texts, are_shown_on_one_line)
 {
-    for (const auto &[bytes, shown] : {
-             std::pair("plain \u042f \ufffd e\u0301 <i> <b 0x", "plain \u042f \ufffd e\u0301 <i> <b 0x"),
-             {"a\nb\x01\x7f\xff\xd0x\xed\xa0\x80", "a\u240Ab\u2401\u2421\uFFFD\uFFFDx\uFFFD\uFFFD\uFFFD"},
-             {"\u202egpj.exe\u2028\u2029\u0085", "<U+202E>gpj.exe<U+2028><U+2029><U+0085>"},
-             {"\ufe0f\U000e0041\U000e0100\u3164\u2065", "<U+FE0F><U+E0041><U+E0100><U+3164><U+2065>"},
-             {"<U+202E>\u240a<0x<", "<U+003C>U+202E><U+240A><U+003C>0x<"},
-         })
+    for (const auto &[bytes, shown] :
+         {std::pair("\u042f \ufffd e\u0301 <i> <b 0x", "\u042f \ufffd e\u0301 <i> <b 0x"),
+          {"a\nb\x01\x7f\xff\xd0x\xed\xa0\x80", "a\u240Ab\u2401\u2421\uFFFD\uFFFDx\uFFFD\uFFFD\uFFFD"},
+          {"\u202egpj\u2028\u2029\u0085\ufe0f\u2065", "<U+202E>gpj<U+2028><U+2029><U+0085><U+FE0F><U+2065>"},
+          {"<U+202E>\u240a<0x<\U000e0041", "<U+003C>U+202E><U+240A><U+003C>0x<<U+E0041>"}})
         EXPECT_EQ(display_text(bytes), shown);
 }
-
-// What happens at each status call on a file below the tree, to a disk that is slow.
-std::function<void()> during_status;
 
 TEST(progress, covers_unfolding_and_drops_what_is_pressed_meanwhile)
 {
@@ -176,10 +219,10 @@ TEST(progress, covers_unfolding_and_drops_what_is_pressed_meanwhile)
     during_status = nullptr;
     EXPECT_FALSE(gtk_widget_get_visible(partition.app.progress_window));
     settle();
-    EXPECT_GE(drawn, 3) << "the bar does not move";
+    EXPECT_GE(drawn, 3);
     EXPECT_EQ(most_rows, 1U) << "rows appear one by one";
     EXPECT_EQ(partition.root()->children.size(), 400U);
-    EXPECT_EQ(files_changed, 0) << "a press came through";
+    EXPECT_EQ(files_changed, 0);
 }
 
 } // namespace

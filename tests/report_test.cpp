@@ -77,11 +77,9 @@ struct report : testing::Test {
 
 TEST_F(report, shows_totals_and_outlives_its_closing)
 {
-    settle();
     EXPECT_EQ(windows.label("filehdr"), "Files selected: 4. Total size: 10000000006 byte.   ");
     EXPECT_EQ(windows.label("sectorhdr"), "Sectors selected: 1. Total size: 512 byte.   ");
     const owned_path first(gtk_tree_path_new_first());
-    EXPECT_TRUE(cell_fits(GTK_TREE_VIEW(app.file_report), first.get(), std::string(260, 'w')));
     EXPECT_TRUE(cell_fits(GTK_TREE_VIEW(app.file_report), first.get(), "5000000000", 1));
     gboolean stays = FALSE;
     g_signal_emit_by_name(app.report, "delete-event", nullptr, &stays);
