@@ -14,10 +14,7 @@ namespace {
 // Partitions are described by kind, number, first sector and file system: "logical 5 5000 ntfs".
 disk make_disk(const char *name, std::uint32_t drive_number, const std::vector<std::string> &parts)
 {
-    disk d;
-    d.name = name;
-    d.drive_number = drive_number;
-    d.length = 100000;
+    disk d = {.name = name, .drive_number = drive_number, .length = 100000, .parts = {}};
     for (const std::string &text : parts) {
         part &p = d.parts.emplace_back();
         std::string kind, fs;
