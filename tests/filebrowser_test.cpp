@@ -103,10 +103,11 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_ca
     browsed_partition partition;
     const std::string top = partition.files.path();
     // The board's limit counts from the mount.
-    using namespace std::string_literals;
-    const std::string deep(100, 'd'), longest(255, 'h'), at_limit(253 - 102, 'f');
-    for (const std::string &file : {"a/b/f"s, "a/c/f"s, "b/f"s, "gone/f"s, "q/f"s, deep + "/" + at_limit,
-                                    deep + "/g" + at_limit, longest + "/x"})
+    const fs::path deep = std::string(100, 'd'), longest = std::string(255, 'h');
+    const std::string at_limit(253 - 102, 'f');
+    for (const fs::path &file :
+         std::vector<fs::path>{"a/b/f", "a/c/f", "b/f", "gone/f", "q/f", deep / at_limit,
+                               deep / ("g" + at_limit), longest / "x"})
         partition.files.write(file, "");
     fs::create_symlink("f", top + "/a/b/link");
     fs::create_directory_symlink("b", top + "/a/d");

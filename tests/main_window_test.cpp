@@ -20,7 +20,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     partition.host.write(window_description_file + 1, content_of(description_file()));
     prepare_gui(&app);
     ASSERT_EQ(app_init_gui(&app), 0);
-    const std::string directory = app.pelva_db_path;
+    const fs::path directory = app.pelva_db_path;
     fs::create_directory(directory);
     const struct {          // NOLINT: in the order of reading
         int files, sectors; // flags
@@ -42,7 +42,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
     for (const auto &c : cases) {
         const bool fails = c.stays && c.response == GTK_RESPONSE_YES;
-        app.pelva_db_path = directory + (fails ? "/gone" : "");
+        app.pelva_db_path = directory.string() + (fails ? "/gone" : "");
         files_changed = c.files;
         sectors_changed = c.sectors;
         app.file_template.kept = app.sector_template.kept = c.kept;
@@ -53,7 +53,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
         EXPECT_EQ(files_changed | sectors_changed, c.stays);
         std::string saved;
         for (const std::string name : {"bootfile", "bootsect"})
-            saved += fs::remove(directory + "/" + name + ".nam") ? name : "";
+            saved += fs::remove(directory / (name + ".nam")) ? name : "";
         EXPECT_EQ(saved, c.saves);
         // Where nothing could be written the page says why.
         EXPECT_EQ(gtk_notebook_get_current_page(pages), fails ? c.sectors : 2);

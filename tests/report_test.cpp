@@ -85,11 +85,11 @@ TEST_F(report, shows_totals_and_overwrites_only_a_report_only_after_yes_and_only
     std::signal(SIGXFSZ, SIG_IGN);
     size.rlim_cur = 100;
     setrlimit(RLIMIT_FSIZE, &size);
-    const std::string full = save_as({old}, {GTK_RESPONSE_YES, GTK_RESPONSE_OK});
+    const std::string rewrite_old = "Warning: File «old.rtf» already exists. Rewrite it?\n";
+    EXPECT_EQ(save_as({old}, {GTK_RESPONSE_YES, GTK_RESPONSE_OK}),
+              rewrite_old + "Error: Cannot write file «old.rtf»: File too large\n");
     size.rlim_cur = size.rlim_max;
     setrlimit(RLIMIT_FSIZE, &size);
-    const std::string rewrite_old = "Warning: File «old.rtf» already exists. Rewrite it?\n";
-    EXPECT_EQ(full, rewrite_old + "Error: Cannot write file «old.rtf»: File too large\n");
     EXPECT_THAT(
         save_as({other, old}, {GTK_RESPONSE_YES, GTK_RESPONSE_OK, GTK_RESPONSE_NO, GTK_RESPONSE_CANCEL}),
         testing::StartsWith("Warning: File «notes.txt» already exists. Rewrite it?\n"
