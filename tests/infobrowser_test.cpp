@@ -1,5 +1,4 @@
-// The board layer and the information page, with stand-in libraries built here as a board's package would
-// install them.
+// The board layer and the information page, with libraries built here in place of those of a board.
 #include "infobrowser.h"
 
 #include "app.h"
