@@ -156,6 +156,7 @@ TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
     partition.show();
     EXPECT_EQ(user.text, "Warning: Cannot read files on partition md7p3 with NTFS.\n"
                          "Perhaps the ntfs-3g package is not installed.\n");
+    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_size_label)), "0 bytes");
     EXPECT_EQ(outline(*file_store_top(partition.store)), "/dev/sda1" + wait);
     const std::string
         first = ".d" + wait + " A" + wait + " b",
@@ -176,7 +177,6 @@ TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
     mark_recursive(&partition.app, partition.store, partition.root(), 1);
     settle();
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(partition.app.total_files_selected_label)), "9");
-    EXPECT_TRUE(partition.row("\xff\xfe")->marked);
 }
 
 TEST(texts, are_shown_on_one_line)
