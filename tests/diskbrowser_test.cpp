@@ -1,14 +1,12 @@
-// The sector tree: whole trees of all shapes of disks, whole sequences of marks, and hostile templates.
+// The sector tree over disks of all shapes: its rows, the marks of a saved template, and those of the user.
 #include "diskbrowser.h"
 
 #include "app.h"
-#include "gtk_owned.h"
 #include "gtk_support.h"
 #include "start_questions.h"
-#include "support.h"
 #include "template_bytes.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sstream>
 
 namespace {
@@ -16,10 +14,7 @@ namespace {
 // Partitions are described by kind, number, first sector and file system: "logical 5 5000 ntfs".
 disk make_disk(const char *name, std::uint32_t drive_number, const std::vector<std::string> &parts)
 {
-    disk d;
-    d.name = name;
-    d.drive_number = drive_number;
-    d.length = 100000;
+    disk d = {.name = name, .drive_number = drive_number, .length = 100000, .parts = {}};
     for (const std::string &text : parts) {
         part &p = d.parts.emplace_back();
         std::string kind, fs;
@@ -42,56 +37,38 @@ std::string record(int drive_number, std::uint32_t sector)
     return static_cast<char>(drive_number) + le32_bytes(sector);
 }
 
-struct diskbrowser : testing::Test {
-    diskbrowser()
-    {
-        app.pelva_db_path = directory.path();
-        for (const auto field : {&app::disk_normal, &app::disk_marked, &app::folder_normal,
-                                 &app::folder_marked, &app::file_normal, &app::file_marked}) {
-            icons.emplace_back(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 1, 1));
-            letters[app.*field = icons.back().get()] = "dDeEsS"[icons.size() - 1];
-        }
-    }
-
-    // The rows, one a line: image, name, and for a sector its number, for a group the marks below it.
-    std::string dump(GtkTreeIter *parent = nullptr, const std::string &indent = "")
-    {
-        GtkTreeModel *model = GTK_TREE_MODEL(store.get());
-        std::string text;
-        GtkTreeIter row;
-        for (gboolean more = gtk_tree_model_iter_children(model, &row, parent); more;
-             more = gtk_tree_model_iter_next(model, &row)) {
-            GdkPixbuf *icon = nullptr;
-            gchar *name = nullptr;
-            gboolean group = FALSE, marked = FALSE;
-            guint sector = 0, below = 0;
-            gtk_tree_model_get(model, &row, 0, &icon, 1, &name, 2, &group, 5, &sector, 6, &marked, 7, &below,
-                               -1);
-            const owned_gchar owner(name);
-            g_object_unref(icon);
-            EXPECT_EQ(marked != 0, letters[icon] < 'a') << name;
-            text.append(indent + letters[icon] + " " + name + (group ? " <" : " @"));
-            text.append(std::to_string(group ? below : sector) + "\n" + dump(&row, indent + " "));
-        }
-        return text;
-    }
-
-    void save_template(const std::vector<std::string> &records) const
-    {
-        const pair_bytes pair = pair_of(1, "", records);
-        directory.write("bootsect.nam", pair.nam);
-        directory.write("bootsect.chk", pair.chk);
-    }
-
-    struct app app;
-    std::vector<owned_object<GdkPixbuf>> icons;
-    std::map<GdkPixbuf *, char> letters;
-    scratch_directory directory;
-    const owned_object<GtkTreeStore> store{disk_create_model()};
-};
-
-TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_of_the_template)
+// The rows, one a line: image, name, and for a sector its number, for a group the marks below it.
+std::string dump(GtkTreeModel *model, GtkTreeIter *parent = nullptr, const std::string &indent = "")
 {
+    std::string text;
+    GtkTreeIter row;
+    for (gboolean more = gtk_tree_model_iter_children(model, &row, parent); more;
+         more = gtk_tree_model_iter_next(model, &row)) {
+        GdkPixbuf *icon = nullptr;
+        gchar *name = nullptr;
+        gboolean group = FALSE;
+        guint sector = 0, below = 0;
+        gtk_tree_model_get(model, &row, 0, &icon, 1, &name, 2, &group, 5, &sector, 7, &below, -1);
+        const owned_gchar owner(name);
+        const char image = "dDeEsS"[gdk_pixbuf_get_width(icon) - 1];
+        g_object_unref(icon);
+        text.append(indent + image + " " + name + (group ? " <" : " @"));
+        text.append(std::to_string(group ? below : sector) + "\n" + dump(model, &row, indent + " "));
+    }
+    return text;
+}
+
+TEST(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_them)
+{
+    const loaded_windows windows;
+    const scratch_directory directory;
+    struct app app;
+    app.xml = windows.xml;
+    std::vector<owned_object<GdkPixbuf>> icons; // known by their widths
+    int width = 0;
+    for (const auto field : {&app::disk_normal, &app::disk_marked, &app::folder_normal, &app::folder_marked,
+                             &app::file_normal, &app::file_marked})
+        app.*field = icons.emplace_back(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, ++width, 1)).get();
     app.disks = {
         make_disk("sda", 0x80,
                   {"primary 1 2048 ext4", "extended 2 4096", "lvm 4 30000 ext2", "logical 5 5000 ntfs",
@@ -102,61 +79,52 @@ TEST_F(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_those_o
         make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
         // A record holds the low byte of the number.
         make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
-    // Also the same again, inside a partition, inside the extended partition, and outside every partition: no
-    // question, which would need a display.
-    save_template({record(0x80, 5000), record(0x83, 2048), record(0x80, 5000), record(0x80, 2050),
-                   record(0x80, 10900), record(0x80, 99999)});
-    fill_tree(&app, store.get());
-    EXPECT_EQ(dump(), "D /dev/sda <1\n s Master boot record @0\n s Boot Sector (/dev/sda1, ext4) @2048\n"
-                      " E Extended partition (/dev/sda2) <1\n  s Secondary MBR @4096\n"
-                      "  E Logical drive (/dev/sda5, ntfs) <1\n   S Secondary MBR @5000\n"
-                      "  e Logical drive (/dev/sda8, fat32) <0\n   s Secondary MBR @8000\n"
-                      "d /dev/sdb <0\n s Master boot record @0\n"
-                      "d /dev/sdc <0\n s Master boot record @0\n"
-                      " e Logical drive (/dev/sdc5, ext3) <0\n  s Secondary MBR @4294967295\n"
-                      "D /dev/md0 <1\n s Master boot record @0\n S Boot Sector (/dev/md0p1, ext3) @2048\n"
-                      " e Extended partition (/dev/md0p2) <0\n  s Secondary MBR @7\n");
-    EXPECT_EQ(app.total_sectors_size, 1024U);
-}
-
-TEST_F(diskbrowser, window_offers_to_drop_unknown_records_and_marks_by_right_click)
-{
-    const loaded_windows windows;
-    app.xml = windows.xml;
-    app.disks = {make_disk("sda", 0x80, {"primary 1 2048 ext4", "extended 2 4096", "logical 5 5000 ntfs"}),
-                 make_disk("md0", 0x81, {"primary 1 100 ext3"})};
     app.mounts.emplace_back().letter = 'C';
     app.pelva_db_mt = &app.mounts.back();
+    app.pelva_db_path = directory.path();
     app.short_path = "";
     app.separator = '/';
-    save_template({record(0x85, 63), record(0x80, 0), record(0x80, 100000), record(0x81, 0xfffffffeU)});
-    answered_dialogs user({GTK_RESPONSE_YES});
+    // Without a row, but known: the same again, inside a partition, inside the extended partition, and
+    // outside every partition.
+    const pair_bytes saved = pair_of(1, "",
+                                     {record(0x80, 5000), record(0x83, 2048), record(0x80, 5000),
+                                      record(0x80, 2050), record(0x80, 10900), record(0x80, 99999),
+                                      record(0x85, 63), record(0x80, 100000), record(0x81, ~1U)});
+    directory.write("bootsect.nam", saved.nam);
+    directory.write("bootsect.chk", saved.chk);
     ASSERT_TRUE(diskbrowser_init(&app));
+    EXPECT_EQ(dump(gtk_tree_view_get_model(GTK_TREE_VIEW(app.diskbrowser))),
+              "D /dev/sda <1\n s Master boot record @0\n s Boot Sector (/dev/sda1, ext4) @2048\n"
+              " E Extended partition (/dev/sda2) <1\n  s Secondary MBR @4096\n"
+              "  E Logical drive (/dev/sda5, ntfs) <1\n   S Secondary MBR @5000\n"
+              "  e Logical drive (/dev/sda8, fat32) <0\n   s Secondary MBR @8000\n"
+              "d /dev/sdb <0\n s Master boot record @0\n"
+              "d /dev/sdc <0\n s Master boot record @0\n"
+              " e Logical drive (/dev/sdc5, ext3) <0\n  s Secondary MBR @4294967295\n"
+              "D /dev/md0 <1\n s Master boot record @0\n S Boot Sector (/dev/md0p1, ext3) @2048\n"
+              " e Extended partition (/dev/md0p2) <0\n  s Secondary MBR @7\n");
+    EXPECT_EQ(windows.label("total_sectors_size"), "1024 bytes");
+    answered_dialogs user({GTK_RESPONSE_YES});
     ask_delete_missing_sectors(&app);
     EXPECT_EQ(user.text, "Confirm: The following sectors not found. Delete a sectors from a template?\n"
                          "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");
-    EXPECT_EQ(read_pair(directory.path(), "bootsect"), pair_of(1, "C:/bootsect.nam", {record(0x80, 0)}));
-    EXPECT_EQ(windows.label("total_sectors_size"), "512 bytes");
+    EXPECT_EQ(read_pair(directory.path(), "bootsect"),
+              pair_of(1, "C:/bootsect.nam", {record(0x80, 5000), record(0x83, 2048)}));
 
     gtk_notebook_set_current_page(GTK_NOTEBOOK(windows.widget("pages")), 1);
     gtk_widget_show(windows.widget("window"));
     settle();
-    const struct {
-        double y;
-        guint button, marked;
-        int changed;
-    } clicks[] = {{5, 1, 1, 0}, {300, 3, 1, 1}, {5, 3, 0, 1}, {5, 3, 4, 1}};
-    for (const auto &[y, button, marked, changed] : clicks) {
+    for (const auto &[y, button, marked] :
+         {std::tuple(5, 1U, "2"), {300, 3U, "2"}, {5, 3U, "1"}, {5, 3U, "6"}}) {
         GdkEventButton event = {};
         event.type = GDK_BUTTON_PRESS;
         event.button = button;
         event.y = y;
         gboolean handled = FALSE;
         g_signal_emit_by_name(app.diskbrowser, "button-press-event", &event, &handled);
-        EXPECT_EQ(std::exchange(sectors_changed, 0), changed);
-        EXPECT_EQ(app.total_sectors_selected, marked);
+        EXPECT_EQ(std::exchange(sectors_changed, 0), button == 3);
+        EXPECT_EQ(windows.label("total_sectors_selected"), marked);
     }
-    EXPECT_EQ(windows.label("total_sectors_selected"), "4");
 }
 
 } // namespace
