@@ -45,11 +45,10 @@ std::string dump(GtkTreeModel *model, GtkTreeIter *parent = nullptr, const std::
     for (gboolean more = gtk_tree_model_iter_children(model, &row, parent); more;
          more = gtk_tree_model_iter_next(model, &row)) {
         GdkPixbuf *icon = nullptr;
-        gchar *name = nullptr;
+        g_autofree gchar *name = nullptr;
         gboolean group = FALSE;
         guint sector = 0, below = 0;
         gtk_tree_model_get(model, &row, 0, &icon, 1, &name, 2, &group, 5, &sector, 7, &below, -1);
-        const owned_gchar owner(name);
         const char image = "dDeEsS"[gdk_pixbuf_get_width(icon) - 1];
         g_object_unref(icon);
         text.append(indent + image + " " + name + (group ? " <" : " @"));
@@ -86,12 +85,12 @@ TEST(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_them)
     app.separator = '/';
     // Without a row, but known: the same again, inside a partition, inside the extended partition, and
     // outside every partition.
-    const pair_bytes saved = pair_of(1, "",
-                                     {record(0x80, 5000), record(0x83, 2048), record(0x80, 5000),
-                                      record(0x80, 2050), record(0x80, 10900), record(0x80, 99999),
-                                      record(0x85, 63), record(0x80, 100000), record(0x81, ~1U)});
-    directory.write("bootsect.nam", saved.nam);
-    directory.write("bootsect.chk", saved.chk);
+    write_pair(directory,
+               pair_of(1, "",
+                       {record(0x80, 5000), record(0x83, 2048), record(0x80, 5000), record(0x80, 2050),
+                        record(0x80, 10900), record(0x80, 99999), record(0x85, 63), record(0x80, 100000),
+                        record(0x81, ~1U)}),
+               "bootsect");
     ASSERT_TRUE(diskbrowser_init(&app));
     EXPECT_EQ(dump(gtk_tree_view_get_model(GTK_TREE_VIEW(app.diskbrowser))),
               "D /dev/sda <1\n s Master boot record @0\n s Boot Sector (/dev/sda1, ext4) @2048\n"

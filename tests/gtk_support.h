@@ -14,17 +14,6 @@ inline void settle()
         gtk_main_iteration();
 }
 
-// Whether a cell of a shown list or tree is wide enough for a text.
-inline bool cell_fits(GtkTreeView *view, GtkTreePath *path, const std::string &text, int column = 0)
-{
-    const owned_object<PangoLayout> layout(gtk_widget_create_pango_layout(GTK_WIDGET(view), text.c_str()));
-    int width = 0;
-    pango_layout_get_pixel_size(layout.get(), &width, nullptr);
-    GdkRectangle area;
-    gtk_tree_view_get_cell_area(view, path, gtk_tree_view_get_column(view, column), &area);
-    return width <= area.width;
-}
-
 // The description of the windows that was built for the loader of this test program.
 inline std::string description_file()
 {
