@@ -45,11 +45,6 @@ inline bool is_countable(unsigned long long call)
     return std::ranges::find(others, call) == std::end(others);
 }
 
-inline bool is_transfer(unsigned long long call)
-{
-    return call == SYS_read || call == SYS_write || call == SYS_pread64 || call == SYS_pwrite64;
-}
-
 // `without_links`: the file system knows no hard links.
 inline faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan,
                                   bool without_links = false)
@@ -81,7 +76,8 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
                 if (!counts || (run.calls != call && (run.calls < call || what != fault::fail_from_here)))
                     continue;
                 error = with;
-                if (what == fault::cut_short && is_transfer(registers.orig_rax) && registers.rdx > 1)
+                if (what == fault::cut_short && registers.rdx > 1 &&
+                    (registers.orig_rax == SYS_read || registers.orig_rax == SYS_write))
                     registers.rdx /= 2;
                 if (what == fault::die && kill(child, SIGKILL) == 0)
                     waitpid(child, &status, 0);
