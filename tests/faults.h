@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
-#include <sched.h>
 #include <set>
 #include <string>
 #include <sys/ptrace.h>
@@ -27,7 +26,7 @@ enum class fault {
 struct planned_fault {
     int call; // counts from 1
     fault what;
-    int error;
+    int error; // 0 when it does not fail
 };
 
 struct faulty_run {
@@ -38,41 +37,12 @@ struct faulty_run {
     std::set<ino_t> synced; // files whose fsync succeeded
 };
 
-// Not those of memory, signals, time and the process's own end: a failure of these is no disk's doing.
+// Not those of memory, signals and the process's own end: a failure of these is no disk's doing.
 inline bool is_countable(unsigned long long call)
 {
     constexpr unsigned long long others[] = {
-        SYS_brk,          SYS_mmap,          SYS_munmap,          SYS_mprotect,
-        SYS_madvise,      SYS_mremap,        SYS_rt_sigaction,    SYS_rt_sigprocmask,
-        SYS_rt_sigreturn, SYS_sigaltstack,   SYS_futex,           SYS_exit_group,
-        SYS_exit,         SYS_getpid,        SYS_gettid,          SYS_tgkill,
-        SYS_kill,         SYS_clock_gettime, SYS_set_robust_list, SYS_rseq,
-        SYS_prctl,        SYS_getrandom,     SYS_sched_yield,     SYS_umask};
+        SYS_brk, SYS_mmap, SYS_munmap, SYS_mprotect, SYS_rt_sigaction, SYS_exit_group, SYS_rt_sigprocmask};
     return std::ranges::find(others, call) == std::end(others);
-}
-
-// Before the kernel sees a call: makes it fail or shorter as planned. False when it is the process's last.
-inline bool enter_call(pid_t child, const std::vector<planned_fault> &plan, user_regs_struct &registers,
-                       const faulty_run &run, int &error)
-{
-    const bool transfers = registers.orig_rax == SYS_read || registers.orig_rax == SYS_write ||
-                           registers.orig_rax == SYS_pread64 || registers.orig_rax == SYS_pwrite64;
-    for (const auto &[call, what, with] : plan) {
-        const bool now = run.calls == call || (run.calls > call && what == fault::fail_from_here);
-        if (!now || !is_countable(registers.orig_rax))
-            continue;
-        if (what == fault::die)
-            return false;
-        if (what != fault::cut_short)
-            error = with;
-        else if (transfers && registers.rdx > 1)
-            registers.rdx /= 2;
-    }
-    // A failing close has closed all the same; any other call becomes one that does not exist.
-    if (error && registers.orig_rax != SYS_close)
-        registers.orig_rax = ~0ULL;
-    ptrace(PTRACE_SETREGS, child, nullptr, &registers);
-    return true;
 }
 
 // `without_links`: the file system knows no hard links.
@@ -100,21 +70,29 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
         inside = !inside;
         if (inside) {
             error = without_links && registers.orig_rax == SYS_linkat ? EPERM : 0;
-            if (registers.orig_rax == SYS_clone3 &&
-                (ptrace(PTRACE_PEEKDATA, child, registers.rdi, 0) & CLONE_THREAD))
-                error = EAGAIN; // a thread would not be traced, so there are none
-            run.calls += is_countable(registers.orig_rax) ? 1 : 0;
-            if (enter_call(child, plan, registers, run, error))
-                continue;
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
+            const bool counts = is_countable(registers.orig_rax);
+            run.calls += counts ? 1 : 0;
+            for (const auto &[call, what, with] : plan) {
+                if (!counts || (run.calls != call && (run.calls < call || what != fault::fail_from_here)))
+                    continue;
+                error = with;
+                if (what == fault::cut_short && registers.rdx > 1 &&
+                    (registers.orig_rax == SYS_read || registers.orig_rax == SYS_write))
+                    registers.rdx /= 2;
+                if (what == fault::die && kill(child, SIGKILL) == 0)
+                    waitpid(child, &status, 0);
+            }
+            // A failing close has closed all the same; any other call becomes one that does not exist.
+            if (error && registers.orig_rax != SYS_close)
+                registers.orig_rax = ~0ULL;
+            ptrace(PTRACE_SETREGS, child, nullptr, &registers);
         } else if (error) {
             registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
         } else if (registers.orig_rax == SYS_fsync && registers.rax == 0) {
             struct stat synced = {};
-            stat(("/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi)).c_str(),
-                 &synced);
+            const std::string files = "/proc/" + std::to_string(child) + "/fd/";
+            stat((files + std::to_string(registers.rdi)).c_str(), &synced);
             run.synced.insert(synced.st_ino);
         }
     }
