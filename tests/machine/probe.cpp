@@ -1,13 +1,13 @@
-// A GTK module that tells the acceptance tests what a user sees. Each line in the queue /run/probe names a
-// file: one that ends in .png receives a picture of the screen, any other a description of it. The module
-// only looks: the tests' clicks and keys come from the X server.
-//
-// A description has one line for every visible widget, windows before what is in them, and for every row of
-// the two trees: fields that end in tabs and are escaped like C strings.
+// A GTK module that tells the acceptance tests what a user sees; clicks and keys come from the X server. Each
+// line in the queue /run/probe names a file: one that ends in .png receives a picture of the screen, any
+// other a description: of every visible widget, windows before what is in them, and of every row of the two
+// trees
 //   WINDOW NAME IMAGE TEXT X Y WIDTH HEIGHT EXPANDED
-// WINDOW is a title. A row has its tree's NAME, its image's checksum, and as TEXT the names that lead to it.
+// where WINDOW is a title. A row has its tree's NAME, and as TEXT the names that lead to it. Fields end in
+// 0x1f, descriptions in 0x1e.
 #include <gtk/gtk.h>
 
+#include <cstdint>
 #include <string>
 
 G_DEFINE_AUTOPTR_CLEANUP_FUNC(GtkTreePath, gtk_tree_path_free)
@@ -15,16 +15,16 @@ G_DEFINE_AUTOPTR_CLEANUP_FUNC(GtkTreePath, gtk_tree_path_free)
 namespace {
 
 void describe(std::string &out, GtkWidget *widget, const GdkRectangle &area, const std::string &text,
-              const char *image = "", bool expanded = false)
+              const GdkPixbuf *image = nullptr, bool expanded = false)
 {
     const char *title = gtk_window_get_title(GTK_WINDOW(gtk_widget_get_toplevel(widget)));
-    for (const char *field : {title, gtk_widget_get_name(widget), image, text.c_str()}) {
-        g_autofree char *escaped = g_strescape(field ? field : "", nullptr);
-        out += std::string(escaped) + '\t';
-    }
+    const auto known_image = std::to_string(reinterpret_cast<std::uintptr_t>(image)); // each is loaded once
+    for (const std::string &field :
+         {title ? title : std::string(), {gtk_widget_get_name(widget)}, known_image, text})
+        out += field + '\x1f';
     for (const int number : {area.x, area.y, area.width, area.height, static_cast<int>(expanded)})
-        out += std::to_string(number) + '\t';
-    out += '\n';
+        out += std::to_string(number) + '\x1f';
+    out += '\x1e';
 }
 
 void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent, const std::string &above)
@@ -45,13 +45,10 @@ void look_at_rows(std::string &out, GtkTreeView *tree, GtkTreeIter *parent, cons
         area.y += top;
         gtk_tree_view_column_cell_set_cell_data(column, model, &iter, FALSE, FALSE);
         g_autoptr(GdkPixbuf) pixels = nullptr;
-        g_autofree char *image = nullptr, *text = nullptr;
+        g_autofree char *text = nullptr;
         g_object_get(cells->data, "pixbuf", &pixels, nullptr);
         g_object_get(cells->next->data, "text", &text, nullptr);
-        if (pixels)
-            image = g_compute_checksum_for_data(G_CHECKSUM_MD5, gdk_pixbuf_read_pixels(pixels),
-                                                gdk_pixbuf_get_byte_length(pixels));
-        describe(out, GTK_WIDGET(tree), area, above + text, image, expanded);
+        describe(out, GTK_WIDGET(tree), area, above + text, pixels, expanded);
         if (expanded)
             look_at_rows(out, tree, &iter, above + text + '\n');
     }

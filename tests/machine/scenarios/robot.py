@@ -1,7 +1,6 @@
 """Starts the installed tool in the sample machine, looks at its windows through the probe, and presses real buttons and
 keys (XTest)."""
 
-import codecs
 import collections
 import glob
 import os
@@ -15,6 +14,8 @@ TEMPLATES = "/boot/pelva"
 LOCK = "/var/lock/gtk-tarnel"
 LOG = "/var/log/gtk-tarnel"
 REQUESTS, ANSWER = pathlib.Path("/run/probe"), pathlib.Path("/run/look")
+MOUNTS = pathlib.Path("/proc/mounts")
+AS_USER = "setpriv --reuid=1000 --regid=1000 --clear-groups env HOME=/home/user"
 MAIN = "Pelva integrity-check templates"
 # How much longer than a machine that starts in 10 s this one may take for everything.
 PATIENCE = max(1, float(os.environ.get("MACHINE_STARTED", "0")) / 10)
@@ -40,16 +41,12 @@ def shell(command):
     return subprocess.check_output(command, shell=True, timeout=60 * PATIENCE).decode(errors="surrogateescape")
 
 
-def mounts():
-    return pathlib.Path("/proc/mounts").read_text()
-
-
 def output(name):
     return pathlib.Path(f"/run/tool.{name}").read_text(errors="surrogateescape")
 
 
 class Tool:
-    """The tool, started; Tool.running is the last one."""
+    """The tool, started."""
 
     def __init__(self, *command, **environment):
         shell(f"rm -f {REQUESTS} {ANSWER}; mkfifo {REQUESTS}; echo 'gtk-modules=\"/share/probe.so\"' >/root/.gtkrc-2.0")
@@ -57,18 +54,15 @@ class Tool:
         with open("/run/tool.out", "wb") as out, open("/run/tool.err", "wb") as err:
             self.process = subprocess.Popen(command or ["gtk-tarnel"], stdin=subprocess.DEVNULL, stdout=out, stderr=err,
                                             env={**os.environ, "TRACE_PELVA": "1", **environment})
-        Tool.running = self
 
     def look(self):
         """What is on the screen; nothing, once the tool has ended."""
         os.write(self.requests, f"{ANSWER}\n".encode())
         wait(lambda: ANSWER.exists() or self.process.poll() is not None, "an answer of the probe")
-        items = []
-        for line in ANSWER.read_bytes().splitlines() if ANSWER.exists() else []:
-            fields = [codecs.escape_decode(field)[0].decode("utf-8", "surrogateescape") for field in line.split(b"\t")]
-            items.append(Item(*fields[:4], *map(int, fields[4:9])))
+        told = ANSWER.read_text(errors="surrogateescape") if ANSWER.exists() else ""
         ANSWER.unlink(missing_ok=True)
-        return items
+        items = [item.split("\x1f") for item in told.split("\x1e")[:-1]]
+        return [Item(*fields[:4], *map(int, fields[4:9])) for fields in items]
 
     def find(self, **wanted):
         """The first item like that, or None; of a window's items this is the window."""
@@ -80,11 +74,10 @@ class Tool:
 
     def wait_window(self, title):
         """Waits for the window in its place: a window manager moves it when it opens."""
-        def settled():
-            before = self.find(window=title)
-            time.sleep(0.1)
-            return before and before == self.find(window=title)
-        wait(settled, f'window "{title}"')
+        def place(pause):
+            time.sleep(pause)
+            return self.find(window=title)
+        wait(lambda: (seen := place(0)) and seen == place(0.1), f'window "{title}"')
 
     def wait_closed(self, title):
         wait(lambda: not self.find(window=title), f'window "{title}" closed')
@@ -102,19 +95,17 @@ class Tool:
         """Scrolls with the wheel until a row is in view, below the header, and returns it."""
         def shown():
             row, view = self.find(name=tree, text="\n".join(names)), self.find(name=tree)
-            if row and not view.y + row.height <= row.y <= view.y + view.height - row.height:
-                self.click(view, 5 if row.y > view.y + row.height else 4)
-                row = None
-            return row
+            if row and view.y + row.height <= row.y <= view.y + view.height - row.height:
+                return row
+            return row and self.click(view, 5 if row.y > view.y + row.height else 4)
         return wait(shown, f"row {names!r}")
 
     def expand(self, *names, tree="filebrowser"):
         """Opens a row, and before it those above it, with clicks on the arrows."""
-        for depth in range(1, len(names) + 1):
-            row = self.show(*names[:depth], tree=tree)
-            if not row.expanded:
+        for path in (names[:depth + 1] for depth in range(len(names))):
+            if not (row := self.show(*path, tree=tree)).expanded:
                 shell(f"xdotool mousemove {row.x - 10} {row.y + row.height // 2} click 1")
-            wait(lambda path=names[:depth]: self.show(*path, tree=tree).expanded, f"row {names[:depth]!r} open")
+            wait(lambda path=path: self.show(*path, tree=tree).expanded, f"row {path!r} open")
 
     def mark(self, *names, tree="filebrowser"):
         """Flips a row's mark with the right button and waits for its image to tell."""
@@ -137,13 +128,12 @@ class Tool:
 
     def close(self):
         # A window that goes while xdotool looks at it ends the search.
-        search = ["xdotool", "search", "--name", f"^{MAIN}$", "windowfocus", "--sync"]
-        wait(lambda: subprocess.run(search, check=False, timeout=60 * PATIENCE).returncode == 0, "the focus")
-        self.press("alt+F4")
+        search = f"timeout 60 xdotool search --name '^{MAIN}$'"
+        wait(lambda: not os.system(f"{search} windowfocus --sync key --clearmodifiers alt+F4"), "the focus")
 
     def wait_end(self, status=0):
         check_equal(self.process.wait(60 * PATIENCE), status, "exit status")
-        assert "/tmp/tarnel" not in mounts(), f"still mounted:\n{mounts()}"
+        assert "/tmp/tarnel" not in MOUNTS.read_text(), f"still mounted:\n{MOUNTS.read_text()}"
         check_equal(glob.glob("/tmp/tarnel*"), [], "left in /tmp")
         assert not os.path.exists(LOG), f"{LOG} was not removed"
 
@@ -156,6 +146,6 @@ class Tool:
 
 def restore():
     """Puts the machine back in order behind a scenario, whatever became of it."""
-    shell("pkill -KILL -x gtk-tarnel; "
+    shell(f"pkill -KILL -x gtk-tarnel; {AS_USER} xhost +; "
           "tac /proc/mounts | cut -d ' ' -f 2 | grep -E '^/(tmp|mnt)/' | xargs -r -n 1 umount -l; "
           f"rm -rf --one-file-system /tmp/tarnel* {LOCK} {TEMPLATES}; mkdir {TEMPLATES}")

@@ -32,8 +32,6 @@ for path in marking.MARKED:
 tool.picture("out/files")
 tool.push("files_default")
 answer(tool, "Confirm", "default_question")
-tool.push("files_save")
-answer(tool, "Confirm", "save_question")
 tool.push("tab_sectors")
 tool.mark("/dev/sdb", tree="diskbrowser")
 tool.expand("/dev/sda", tree="diskbrowser")
@@ -55,7 +53,7 @@ answer(tool, "Warning", "rewrite_question", "Return")
 answer(tool, "Error", "not_a_report")
 restore()
 
-marking.mount_small_volume()
+shell(marking.SMALL_VOLUME)
 for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/hostname", b"E:\\LOST.TXT"]),
                       (templates.SECTORS, [(0x80, 0), (0x80, 999999999), (0x85, 63)])):
     for content, suffix in zip(templates.expected(kind, records, "E:\\pelva\\"), ("nam", "chk")):
@@ -68,6 +66,5 @@ for title, name in (("Warning", "no_ntfs"), ("Confirm", "missing_files"), ("Conf
 tool.push("tab_sectors")
 shell(marking.FILL_UP)
 tool.push("sectors_save")
-tool.wait_window(_("Confirm"))
-tool.press("Return")
+answer(tool, "Confirm", "save_question", "Return")
 answer(tool, "Error", "failed_save")

@@ -34,14 +34,6 @@ def read(kind, directory):
     return tuple(pathlib.Path(directory, f"{NAMES[kind]}.{extension}").read_bytes() for extension in ("nam", "chk"))
 
 
-def records_of(kind, data):
-    """The records of a name file, as far as it goes."""
-    parts = [data[start:start + SIZES[kind]] for start in range(1024, len(data), SIZES[kind])]
-    if kind == FILES:
-        return [part.split(b"\0")[0] for part in parts]
-    return [struct.unpack("<BI", part) for part in parts]
-
-
 def short_names(root, path):
     """A path on a mounted FAT volume in the 8.3 names that the kernel reads from its directories (code page 866)."""
     short, directory = [], root
