@@ -13,15 +13,13 @@
 #include <fstream>
 #include <sys/mman.h>
 
-namespace {
-
 namespace fs = std::filesystem;
 using bytes = std::string_view;
 
-fs::path root; // a directory that stands for the machine's "/"
+static fs::path root; // a directory that stands for the machine's "/"
 
 // Ends the run like a sanitizer would, so that libFuzzer keeps the input.
-void require(bool holds)
+static void require(bool holds)
 {
     if (!holds)
         std::abort();
@@ -61,8 +59,6 @@ void mounts(bytes input)
         require(std::ranges::is_sorted(table.directories));
 }
 
-} // namespace
-
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     char name[] = "/tmp/gtk-tarnel-fuzz-XXXXXX";
@@ -77,7 +73,6 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    [[maybe_unused]] constexpr void (*all[])(bytes) = {fat, templates, mounts};
     const std::string copy(data, data + size); // of its exact length: what reads beyond it is found
     FUZZ_TARGET(copy);
     return 0;

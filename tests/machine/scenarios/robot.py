@@ -1,5 +1,4 @@
-"""Starts the installed tool in the sample machine, looks at its windows through the probe, and presses real buttons and
-keys (XTest)."""
+"""Starts the installed tool, looks at its windows through the probe, and presses real buttons and keys (XTest)."""
 
 import collections
 import glob
@@ -128,19 +127,14 @@ class Tool:
 
     def close(self):
         # A window that goes while xdotool looks at it ends the search.
-        search = f"timeout 60 xdotool search --name '^{MAIN}$'"
-        wait(lambda: not os.system(f"{search} windowfocus --sync key --clearmodifiers alt+F4"), "the focus")
+        wait(lambda: not os.system(f"timeout 60 xdotool search --name '^{MAIN}$' windowfocus --sync"), "the focus")
+        self.press("alt+F4")
 
     def wait_end(self, status=0):
         check_equal(self.process.wait(60 * PATIENCE), status, "exit status")
         assert "/tmp/tarnel" not in MOUNTS.read_text(), f"still mounted:\n{MOUNTS.read_text()}"
         check_equal(glob.glob("/tmp/tarnel*"), [], "left in /tmp")
         assert not os.path.exists(LOG), f"{LOG} was not removed"
-
-    def quit(self):
-        """Closes a tool without unsaved changes."""
-        self.close()
-        self.wait_end()
         check_equal(re.findall(".*-(?:WARNING|CRITICAL) \\*\\*.*", output("err")), [], "warnings of the libraries")
 
 

@@ -79,7 +79,6 @@ def round_trip():
     make_foreign_volumes()
     files = [(record(letter, root, path), size) for letter, root in ROOTS.items() for path, size in files_below(root)]
     sizes, readable = [size for _, size in files], [size for name, size in files if name is not None]
-    left_out = len(sizes) - len(readable)
     # The last of them is seen only in part from now on, so the tool mounts it itself, like the two before.
     shell("mkdir /mnt/seen; mount --bind /mnt/4/part /mnt/seen; umount /mnt/2 /mnt/3 /mnt/4")
     saved = []
@@ -92,13 +91,14 @@ def round_trip():
         check_equal([tool.find(name=f"total_files_{name}").text for name in ("selected", "size")],
                     [str(len(marked)), f"{sum(marked)} bytes"], f"totals of start {start}")
         save(tool, "files")
-        told = f"{left_out} marked files have no name that the board can read. They are not in the template."
+        told = f"{len(sizes) - len(readable)} marked files have no name that the board can read. They are not in the template."
         check_equal(bool(tool.find(window=MAIN, text=told)), start == 1, "told what was left out")
         if start == 1:
             take_default_sectors(tool)
         tool.push("tab_sectors")
         save(tool, "sectors")
-        tool.quit()
+        tool.close()
+        tool.wait_end()
         saved.append([templates.read(kind, TEMPLATES) for kind in (templates.FILES, templates.SECTORS)])
     names = saved[0][0][0]
     records = [names[start:start + 256].split(b"\0")[0] for start in range(1024, len(names), 256)]
