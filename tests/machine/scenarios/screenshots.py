@@ -59,7 +59,7 @@ for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/h
         pathlib.Path(marking.PELVA, f"{templates.NAMES[kind]}.{suffix}").write_bytes(content)
 shell("mv /sbin/mount.ntfs-3g /sbin/mount.away")
 tool = Tool(PELVADB=marking.PELVA)
-for title, name in (("Warning", "no_ntfs"), ("Confirm", "missing_files"), ("Confirm", "missing_sectors"),
+for title, name in (("Confirm", "missing_files"), ("Warning", "no_ntfs"), ("Confirm", "missing_sectors"),
                     ("Warning", "no_board")):
     answer(tool, title, name)
 tool.push("tab_sectors")
