@@ -7,6 +7,8 @@
 #include "support.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace {
 
@@ -57,6 +59,9 @@ TEST_F(machine, system_disk_comes_first)
     EXPECT_EQ(get_disk_list(disks, notes), -1);
     for (const char *name : {"sda", "sdb", "md1", "md127"})
         add_disk(name);
+    // The files of btrfs show a number that no device has; the mounted one tells.
+    root.write("proc/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 / btrfs rw 0 0\n");
+    const bool has_node = mknod((root.path() / "dev/sdb1").c_str(), S_IFBLK, makedev(8, 17)) == 0;
     // On which lsblk shows "/" (the name of one array begins that of the other), links of /sys, in which $R
     // is the number of the device of "/", and the first disk.
     const std::tuple<std::string, std::string, const char *> cases[] = {
@@ -65,6 +70,7 @@ TEST_F(machine, system_disk_comes_first)
         {"", "$R=dm-1 dm-1/slaves/a=dm-0 dm-0/slaves/a=sdb/sdb3", "sdb"},
         {"", "$R=dm-0 dm-0/slaves/a=sdb dm-0/slaves/b=sda/sda2", "sda"},
         {"", "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "md1"},
+        {"", "dev/block/8:17=sdb/sdb1", has_node ? "sdb" : "md1"},
     };
     for (const auto &[shown_on, links, first] : cases) {
         commands.status = [&shown_on = shown_on](const std::string &command) {

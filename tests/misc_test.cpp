@@ -1,12 +1,14 @@
-// The start, and the commands that it runs.
+// The start, and the commands that it runs: they come to their end, and what they leave behind can be ended.
 #include "common/misc.h"
 
 #include "common/environment.h"
 #include "common/host.h"
 #include "support.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using namespace testing;
@@ -75,8 +77,17 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
                 MatchesRegex("1No disks[^\n]*\n[^\n]*nvme0n1 .NVMe., sdb .removable.\\.\n"));
 }
 
-TEST(host, commands_tell_how_they_ended)
+TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
 {
-    for (const auto &[command, status] : {std::pair{"exit 5", 5}, {"read answer", 1}, {"kill -KILL $$", -1}})
+    setpgid(0, 0); // the shell's parent leads the group that the terminal's signals go to
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
+        std::signal(number, SIG_IGN);
+    const std::pair<const char *, int> cases[] = {
+        {"for s in HUP INT TERM; do kill -s $s -- -$PPID; done; exit 5", 5},
+        {"[ $(grep -cE '^Sig(Ign|Blk):.*0000000$' /proc/self/status) = 2 ]", 0},
+        {"read answer", 1},
+        {"kill -KILL $$", -1},
+    };
+    for (const auto &[command, status] : cases)
         EXPECT_EQ(run_command(command), status) << command;
 }

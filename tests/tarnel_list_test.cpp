@@ -1,5 +1,6 @@
 // The command that prints templates, as it was built, and with it the readers of the format: whole, damaged
 // and hostile pairs, and disks that fail.
+#include "common/disk.h"
 #include "common/file_format.h"
 #include "faults.h"
 #include "template_bytes.h"
@@ -91,6 +92,15 @@ TEST_F(tarnel_list, what_cannot_be_read_is_never_taken_for_the_truth)
         records.emplace_back(1, name);
     write_pair(directory, pair_of(2, "", records));
     write_pair(directory, pair_of(1, "", {"\x80", "\x81\x01\x02\x03\xFE"}), "bootsect");
+    const replaced_host host(directory.path());
+    std::string listed = "major minor  #blocks  name\n\n 8 0 16384 sda\n"; // several reads
+    for (int i = 0; i < 500; ++i)
+        listed += " 8 1 1024 sda1\n";
+    directory.write("proc/partitions", listed + " 8 16 16384 sdb\n");
+    expect_truth_or_nothing("{ \"/dev/sda\", \"/dev/sdb\" }", [] {
+        const auto devices = get_device_from_proc();
+        return devices.empty() ? "" : testing::PrintToString(devices);
+    });
     expect_truth_or_nothing("4261609985", [&] {
         std::uint32_t count = 0;
         const auto list = read_sector_list(directory.path(), count);
