@@ -186,7 +186,7 @@ TEST_F(fat_test, leads_each_file_to_itself_or_nowhere)
         fill_directories();
         fat_lookups lookups;
         for (std::size_t file = 0; file < 60; ++file)
-            for (const std::size_t i : {0, 1, 2})
+            for (const std::size_t i : {0U, 1U, 2U})
                 expect_itself_or_nothing(lookups, i, directories[i][file]);
         for (const char *record : {"LAST", "\\LAST\\", "LONGRUN", "FOOBAR.TXT", "EMOJI~1.TXT"})
             for (const auto &resolve : {get_sfn_path, get_lfn_path})

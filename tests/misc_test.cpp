@@ -56,8 +56,9 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     };
     for (const auto &[file_system, mount_directory, root, given, expected] : samples) {
         run_tool("truncate -s 8M $IMAGE && echo '2048,,83' | sfdisk -q $IMAGE && mkfs." + file_system);
-        scratch.write("proc/self/mountinfo",
-                      "1 1 8:2 / / rw - x x rw\n2 1 8:1 " + root + " " + mount_directory + " rw - x x rw\n");
+        std::string mounts = "1 1 8:2 / / rw - x x rw\n2 1 8:1 ";
+        mounts.append(root).append(" ").append(mount_directory).append(" rw - x x rw\n");
+        scratch.write("proc/self/mountinfo", mounts);
         ASSERT_EQ(start(given), "0");
         EXPECT_EQ(record.short_path + record.separator, expected);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');

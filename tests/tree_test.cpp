@@ -77,12 +77,12 @@ TEST(tree, stays_true_on_any_sequence)
         switch (random() % 10) {
         case 0:
             directories.push_back(
-                append_dir(store, random() % 10 ? directory : file_store_top(store), name.c_str(), nullptr));
+                append_dir(store, random() % 10 ? directory : file_store_top(store), name, nullptr));
             directories.back()->not_loaded = false;
             break;
         case 1:
         case 2:
-            files.push_back(append_file(store, directory, name.c_str(), random() * 3));
+            files.push_back(append_file(store, directory, name, random() * 3));
             break;
         case 3:
             if (!file->marked && files.size() > 1) {
