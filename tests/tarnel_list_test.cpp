@@ -23,8 +23,8 @@ struct tarnel_list : testing::Test {
 
 TEST_F(tarnel_list, prints_any_name_on_one_line_and_as_it_is_with_null)
 {
-    const std::string hostile = "C:/a\nb\xff<0x<U+\xe2\x80\xae", longest(256, 'n'),
-                      zero(1, '\0'); // NOLINT: hostile
+    // NOLINTNEXTLINE: a hostile name
+    const std::string hostile = "C:/a\nb\xff<0x<U+\u202e", longest(256, 'n'), zero(1, '\0');
     write_pair(directory, pair_of(2, "", {hostile, "C:/\u042f\\x", "K:\\\x80\x01\xFC", longest}));
     write_pair(directory, pair_of(1, "", {"\x80", "\x81\x01\x02\x03\xFE"}), "bootsect");
     EXPECT_EQ(list(directory.path()), "C:/a<U+000A>b<0xFF><U+003C>0x<U+003C>U+<U+202E>\nC:/\u042f\\x\n"
@@ -62,6 +62,8 @@ TEST_F(tarnel_list, tells_pairs_that_are_missing_or_not_whole)
     EXPECT_EQ(list(""), "tarnel-list: There is no file template in .\n"
                         "tarnel-list: Cannot read ./bootsect.nam: it is no regular file\n" +
                             broken_sectors + "1\n");
+    for (const char *wrong : {"a b", "''"})
+        EXPECT_EQ(list(wrong), "Usage: tarnel-list [--null] [DIRECTORY]\n2\n");
 }
 
 // Every call that `read` makes fails in every way. It answers with the truth or, in its failure, with
