@@ -37,11 +37,14 @@ struct faulty_run {
     std::set<ino_t> synced; // files whose fsync succeeded
 };
 
-// Not those of memory, signals and the process's own end: a failure of these is no disk's doing.
+// Not those of memory, signals, time and the process's own end: a failure of these is no disk's doing.
 inline bool is_countable(unsigned long long call)
 {
     constexpr unsigned long long others[] = {
-        SYS_brk, SYS_mmap, SYS_munmap, SYS_mprotect, SYS_rt_sigaction, SYS_exit_group, SYS_rt_sigprocmask};
+        SYS_brk,          SYS_mmap,           SYS_munmap,    SYS_mprotect,     SYS_madvise,
+        SYS_rt_sigaction, SYS_rt_sigprocmask, SYS_mremap,    SYS_sigaltstack,  SYS_futex,
+        SYS_exit_group,   SYS_clock_gettime,  SYS_getrandom, SYS_rt_sigreturn, SYS_prctl,
+        SYS_getpid,       SYS_gettid,         SYS_tgkill,    SYS_sched_yield};
     return std::ranges::find(others, call) == std::end(others);
 }
 

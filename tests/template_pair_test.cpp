@@ -92,7 +92,8 @@ struct replacing : testing::TestWithParam<std::tuple<std::size_t, bool>> {
         EXPECT_LE(std::distance(fs::directory_iterator(directory), {}), 2 + std::ssize(not_ours));
     }
 
-    // Every call of the recovery fails, or is its last; the next start has no such bad luck.
+    // Every call of the recovery fails, is its last, or both a little later; the next start has no such bad
+    // luck.
     void recover_with_faults(bool saved)
     {
         std::set<std::string> left;
@@ -101,12 +102,12 @@ struct replacing : testing::TestWithParam<std::tuple<std::size_t, bool>> {
         if (!met_.insert(left).second)
             return;
         const scratch_directory copy;
-        for (const fault what : {fault::fail, fault::die})
+        for (const auto &[what, later] : {std::pair{fault::die, 0}, {fault::fail, 1000}, {fault::fail, 3}})
             for (int call = 1, calls = 1; calls >= call - 1 && !HasFailure(); ++call) {
                 fs::remove_all(copy.path());
                 fs::copy(scratch_.path(), copy.path());
                 const auto work = [&] { return recover_templates(copy.path()), 0; };
-                calls = run_with_faults(work, {{call, what, EIO}}).calls;
+                calls = run_with_faults(work, {{call, what, EIO}, {call + later, fault::die, 0}}).calls;
                 recover_templates(copy.path());
                 expect_whole(copy.path(), saved);
             }
