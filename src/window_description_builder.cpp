@@ -41,16 +41,6 @@ bool is_whole(const gchar *text, gsize length, GError **error)
     return whole;
 }
 
-// A damaged file may have come as far as some windows.
-void destroy_windows(GtkBuilder *builder)
-{
-    GSList *objects = gtk_builder_get_objects(builder);
-    for (GSList *at = objects; at; at = at->next)
-        if (GTK_IS_WINDOW(at->data))
-            gtk_widget_destroy(GTK_WIDGET(at->data));
-    g_slist_free(objects);
-}
-
 } // namespace
 
 window_description *load_window_description(const std::string &file)
@@ -68,7 +58,6 @@ window_description *load_window_description(const std::string &file)
         return new window_description{std::move(builder)};
     trace_log("%s", error->message);
     g_error_free(error);
-    destroy_windows(builder.get());
     return nullptr;
 }
 
