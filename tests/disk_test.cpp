@@ -73,8 +73,8 @@ TEST_F(machine, system_disk_comes_first)
         {"", "dev/block/8:17=sdb/sdb1", has_node ? "sdb" : "md1"},
     };
     for (const auto &[shown_on, links, first] : cases) {
-        commands.status = [&shown_on = shown_on](const std::string &command) {
-            return shown_on.find(command.substr(13, command.find('.') - 12)) == shown_on.npos;
+        commands.status = [&shown = shown_on](const std::string &command) {
+            return shown.find(command.substr(13, command.find('.') - 12)) == shown.npos;
         };
         run_tool("cd " + root.path().string() +
                  "/sys && rm -rf [dms]*; R=dev/block/$(stat -c %Hd:%Ld .); for link in " + links +
