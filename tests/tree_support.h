@@ -104,8 +104,8 @@ struct browsed_partition {
     void show()
     {
         gtk_init(nullptr, nullptr);
-        g_log_set_always_fatal(
-            static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_FATAL_MASK));
+        constexpr int fatal = G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL | G_LOG_FATAL_MASK;
+        g_log_set_always_fatal(static_cast<GLogLevelFlags>(fatal)); // NOLINT: several flags in one
         app.xml = load_window_description(description_file());
         app.window = described_widget(app.xml, "window");
         app.progress_window = described_widget(app.xml, "progress_window");

@@ -106,6 +106,7 @@ bool is_system_disk(const std::string &name, const running_command &asked)
 std::optional<std::string> find_system_disk(const std::vector<std::string> &devices)
 {
     std::vector<running_command> asked;
+    asked.reserve(devices.size());
     for (const std::string &device : devices)
         asked.push_back(ask_lsblk(base_name(device)));
     std::set<std::string> carriers;
