@@ -127,7 +127,8 @@ class Tool:
 
     def close(self):
         # A window that goes while xdotool looks at it ends the search.
-        wait(lambda: not os.system(f"timeout 60 xdotool search --name '^{MAIN}$' windowfocus --sync"), "the focus")
+        search = f"timeout 60 xdotool search --name '^{MAIN}$' windowfocus --sync 2>/dev/null"
+        wait(lambda: os.system(search) == 0, "the focus")
         self.press("alt+F4")
 
     def wait_end(self, status=0):
