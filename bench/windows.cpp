@@ -189,20 +189,18 @@ void show_until_mapped(GtkWidget *window)
 }
 
 // As the program does.
-void prepare_windows()
-{
-    pango_cairo_font_map_get_default();
-    gtk_init(nullptr, nullptr);
-    prepare_gui(&the_app);
-}
-
 void start()
 {
-    if (app_init_gui(&the_app) != 0)
+    the_app.asked_board = ask_board();
+    const auto connect_display = [] {
+        gtk_init(nullptr, nullptr);
+        pango_cairo_font_map_get_default();
+    };
+    if (app_init(&the_app, {.early = connect_display, .meanwhile = [] { prepare_gui(&the_app); }}) != 0 ||
+        app_init_gui(&the_app) != 0)
         std::exit(1);
     show_until_mapped(the_app.window);
-    rmdir(the_app.tmpdir.c_str());
-    std::printf("%u\n", the_app.total_files_selected);
+    std::printf("%u %s\n", the_app.total_files_selected, the_app.tmpdir.c_str());
 }
 
 gboolean leave_question(gpointer dialog)
@@ -238,14 +236,12 @@ int main(int count, char **arguments)
     if (count < 3)
         return 2;
     set_host_root(arguments[1]);
+    gtk_set_locale();
+    gtk_disable_setlocale();
     const std::string job = arguments[2];
     find_programs_in(arguments[1]);
-    if (job == "start") {
-        the_app.asked_board = ask_board();
-        if (app_init(&the_app, prepare_windows) != 0)
-            return 1;
-    }
-    gtk_init(nullptr, nullptr);
+    if (job != "start")
+        gtk_init(nullptr, nullptr);
     if (job == "start") {
         start();
     } else if (job == "question") {

@@ -37,14 +37,22 @@ void bind_texts()
     bindtextdomain(TEXT_DOMAIN, "/usr/share/locale/");
     bind_textdomain_codeset(TEXT_DOMAIN, "UTF-8");
     gtk_set_locale();
+    gtk_disable_setlocale(); // GTK comes up while others use the locale
     textdomain(TEXT_DOMAIN);
 }
 
-// While the disks are read. Without a display nothing is said yet: the disks' troubles come first.
-void prepare_windows(int &argc, char **&argv)
+// Before the disks are read: GTK changes the variables of the process, which the commands for the disks
+// inherit, and the answers of the display would wait behind them. Without a display nothing is said yet: the
+// disks' troubles come first.
+void connect_display(int &argc, char **&argv)
 {
-    pango_cairo_font_map_get_default(); // the fonts' configuration is read in a thread of its own
-    if (!gtk_init_check(&argc, &argv))
+    if (gtk_init_check(&argc, &argv))
+        pango_cairo_font_map_get_default(); // the fonts' configuration is read in a thread of its own
+}
+
+void prepare_windows()
+{
+    if (!gdk_display_get_default())
         return;
     gtk_window_set_default_icon_from_file(window_icon, nullptr);
     prepare_gui(&the_app);
@@ -78,7 +86,8 @@ int main(int argc, char **argv)
     end_on_signals();
     the_app.asked_board = ask_board();
     // A signal leaves the initialisation unfinished, but nothing mounted.
-    const bool failed = app_init(&the_app, [&] { prepare_windows(argc, argv); }) != 0;
+    const auto connect = [&] { connect_display(argc, argv); };
+    const bool failed = app_init(&the_app, {.early = connect, .meanwhile = prepare_windows}) != 0;
     if (failed && !ending())
         return EXIT_FAILURE;
     std::atexit(on_exit_cleanup);

@@ -302,8 +302,7 @@ int is_removable(const std::string &device)
     return first == EOF ? -1 : first - '0';
 }
 
-int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes,
-                  const std::function<void()> &meanwhile)
+int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
 {
     const std::vector<std::string> names = listed_names();
     const std::vector<std::string> devices = numbered_devices(names);
@@ -314,13 +313,8 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes,
     }
     std::list<disk_reading> readings(devices.begin(), devices.end());
     std::optional<std::string> system_disk;
-    std::optional<background> search;
     if (devices.size() > 1)
-        search.emplace([&] { system_disk = find_system_disk(devices); });
-    if (meanwhile)
-        meanwhile();
-    if (search)
-        search->finish();
+        system_disk = find_system_disk(devices);
     move_first(readings, system_disk);
     disks.clear();
     std::uint32_t drive_number = first_drive_number;

@@ -5,7 +5,6 @@
 #include "common/part.h"
 
 #include <cstdint>
-#include <functional>
 #include <list>
 #include <optional>
 #include <string>
@@ -40,10 +39,8 @@ struct disk_note {
 
 // Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk that the
 // firmware numbers. A disk whose table cannot be read stays in the list without partitions: the firmware
-// numbers it too. `notes` receives what the user must know of disks. `meanwhile`, if any, is called once,
-// while the disks are being read.
-[[nodiscard]] int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes,
-                                const std::function<void()> &meanwhile = {});
+// numbers it too. `notes` receives what the user must know of disks.
+[[nodiscard]] int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes);
 
 // The whole disks and md arrays that the kernel lists, without members of arrays, as ascending device paths
 // (/dev/md0, /dev/sda). Empty when there is none or /proc/partitions cannot be read.

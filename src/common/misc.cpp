@@ -1,5 +1,6 @@
 #include "common/misc.h"
 
+#include "common/background.h"
 #include "common/disk_notes.h"
 #include "common/environment.h"
 #include "common/file_format.h"
@@ -27,12 +28,12 @@ void read_environment(environment *env)
 
     if (const char *path = std::getenv("PELVADB")) {
         env->pelva_db_path = path;
-        setenv("PELVA_PATH", path, 1);
     } else {
         env->pelva_db_path = default_template_directory;
         trace_log("Defined path to the templates: %s", env->pelva_db_path.c_str());
     }
     trace_log("Using pelva db path: %s", env->pelva_db_path.c_str());
+    setenv("PELVA_PATH", env->pelva_db_path.c_str(), 1); // now: threads to come read the environment
 }
 
 // Makes sure that the template directory exists and learns on which device it lies.
@@ -96,9 +97,9 @@ void print_disk_notes(const environment &env)
         std::fprintf(stderr, "%s\n", text.c_str());
 }
 
-bool prepare_partitions(environment *env, const std::function<void()> &meanwhile)
+bool prepare_partitions(environment *env)
 {
-    if (get_disk_list(env->disks, env->disk_notes, meanwhile) != 0 || env->disks.empty()) {
+    if (get_disk_list(env->disks, env->disk_notes) != 0 || env->disks.empty()) {
         trace_log("get_disk_list() failed");
         std::fprintf(
             stderr, "%s\n",
@@ -122,8 +123,6 @@ bool name_for_firmware(environment *env)
 {
     trace_log("pelva_db_mountpoint: %s", env->pelva_db_mountpoint.c_str());
     trace_log("pelva_db_path: %s", env->pelva_db_path.c_str());
-    setenv("PELVA_PATH", env->pelva_db_path.c_str(), 1);
-
     trace_log("pelva_db_mt: %" PRIxPTR, reinterpret_cast<std::uintptr_t>(env->pelva_db_mt));
     if (!env->pelva_db_mt) {
         trace_log("Unable to determine partition with pelva database, stopping");
@@ -142,15 +141,27 @@ bool name_for_firmware(environment *env)
     return true;
 }
 
+void call(const std::function<void()> &step)
+{
+    if (step)
+        step();
+}
+
 } // namespace
 
-int app_init(environment *env, const std::function<void()> &meanwhile)
+int app_init(environment *env, const start_steps &steps)
 {
     trace_log("* Enter");
     umount_rm_tmpdir();
     read_environment(env);
-    if (!find_template_directory(env) || !find_template_mountpoint(env) ||
-        !prepare_partitions(env, meanwhile) || !name_for_firmware(env))
+    if (!find_template_directory(env) || !find_template_mountpoint(env))
+        return 1;
+    call(steps.early);
+    bool prepared = false;
+    background preparation([&] { prepared = prepare_partitions(env); });
+    call(steps.meanwhile);
+    preparation.finish();
+    if (!prepared || !name_for_firmware(env))
         return 1;
     recover_templates(env->pelva_db_path);
     trace_log("* Exit");
