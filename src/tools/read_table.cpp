@@ -33,13 +33,14 @@ void put_text(std::span<char> field, const char *text)
         std::snprintf(field.data(), field.size(), "%s", text);
 }
 
+// Records on their way to the parent. It is woken once for all entries, but told everything else at once:
+// libparted may end this process before it says the next thing.
+std::FILE *records = nullptr;
+
 void send(const table_record &r)
 {
-    ssize_t written;
-    do {
-        written = write(record_fd, &r, sizeof(r));
-    } while (written < 0 && errno == EINTR);
-    if (written != sizeof(r))
+    if (std::fwrite(&r, sizeof(r), 1, records) != 1 ||
+        (r.kind != record_kind::entry && std::fflush(records) != 0))
         _exit(1);
 }
 
@@ -221,6 +222,9 @@ int main(int count, char **arguments)
         return 2;
     }
     confine();
+    records = fdopen(record_fd, "w");
+    if (!records || std::setvbuf(records, nullptr, _IOFBF, 1 << 16) != 0)
+        return 1;
     report_device(arguments[1], depth == read_whole_table);
     _exit(0); // without the exit handlers of libraries
 }
