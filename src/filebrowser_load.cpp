@@ -1,6 +1,7 @@
 // Rows of the file tree and how they are read from disk.
 #include "filebrowser.h"
 
+#include "common/background.h"
 #include "common/disk.h"
 #include "common/filesystem.h"
 #include "common/host.h"
@@ -12,11 +13,13 @@
 #include "trace_log.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <set>
 #include <sys/stat.h>
 #include <vector>
@@ -25,6 +28,9 @@ namespace {
 
 // The board's limit for the path of a file below its mount directory.
 constexpr std::size_t longest_relative_path = 253;
+
+// So many entries take longer than it takes to begin a thread, and so many of them hold nobody up.
+constexpr std::size_t worth_a_helper = 500, looked_at_once = 16;
 
 // An entry of a directory, with what sorts it.
 struct listed_entry {
@@ -185,19 +191,36 @@ std::vector<found_entry> find_directories(struct app *app, const directory_sourc
     return found;
 }
 
+// Asks for the status of every entry; in a large directory two threads share that.
 std::vector<found_entry> find_files(struct app *app, const directory_source &directory,
                                     const std::vector<listed_entry> &listed)
 {
     trace_log("Loading file list...");
+    std::vector<std::optional<std::uint64_t>> sizes(listed.size()); // of those that are shown
+    std::atomic<std::size_t> next = 0;
+    const auto look = [&](struct app *turns) {
+        for (std::size_t first; (first = next.fetch_add(looked_at_once)) < listed.size();) {
+            const std::size_t last = std::min(first + looked_at_once, listed.size());
+            for (std::size_t i = first; i < last && !ending(); i++) {
+                struct stat status;
+                const dirent &entry = *listed[i].entry;
+                if (entry.d_type != DT_DIR && shows_file(directory, entry.d_name, status))
+                    sizes[i] = static_cast<std::uint64_t>(status.st_size);
+                if (turns)
+                    progress_run_main_loop(turns);
+            }
+        }
+    };
+    std::optional<background> helper;
+    if (listed.size() >= worth_a_helper)
+        helper.emplace([&look] { look(nullptr); });
+    look(app);
+    if (helper)
+        helper->finish();
     std::vector<found_entry> found;
-    struct stat status;
-    for (const listed_entry &listing : listed) {
-        if (ending())
-            break;
-        const dirent &entry = *listing.entry;
-        if (entry.d_type != DT_DIR && shows_file(directory, entry.d_name, status))
-            found.push_back({entry.d_name, static_cast<std::uint64_t>(status.st_size)});
-        progress_run_main_loop(app);
+    for (std::size_t i = 0; i < listed.size(); i++) {
+        if (sizes[i])
+            found.push_back({listed[i].entry->d_name, *sizes[i]});
     }
     return found;
 }

@@ -6,6 +6,7 @@
 #include "trace_log.h"
 #include "tree_support.h"
 
+#include <atomic>
 #include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
@@ -34,7 +35,8 @@ std::function<void()> during_status;
 gboolean mark_and_save(gpointer data)
 {
     auto *browsed = static_cast<browsed_partition *>(data);
-    during_status = [left = 500]() mutable {
+    static std::atomic<int> left = 500; // two threads look at the files
+    during_status = [] {
         if (--left == 0) {
             std::raise(SIGTERM);
             g_usleep(200'000); // the progress window is due
@@ -74,6 +76,20 @@ TEST(termination, leaves_whatever_is_going_on)
         std::exit(ending_status() + testing::Test::HasFailure());
     };
     EXPECT_EXIT(program(), testing::ExitedWithCode(128 + SIGTERM), "");
+}
+
+TEST(loading, knows_every_file_of_a_large_directory)
+{
+    browsed_partition partition;
+    std::string names;
+    for (int i = 1000; i < 1700; i++) {
+        const std::string name = std::to_string(i);
+        partition.files.write("many/" + name, std::string(static_cast<std::size_t>(i), ' '));
+        names += (names.empty() ? "" : " ") + name;
+    }
+    EXPECT_EQ(outline(*partition.loaded("many")), names);
+    for (const auto &file : partition.row("many")->children)
+        EXPECT_EQ(std::to_string(file->size), file->name);
 }
 
 TEST(loading, leaves_out_what_something_is_mounted_on)
