@@ -219,8 +219,8 @@ std::vector<found_entry> find_files(struct app *app, const directory_source &dir
         helper->finish();
     std::vector<found_entry> found;
     for (std::size_t i = 0; i < listed.size(); i++) {
-        if (sizes[i])
-            found.push_back({listed[i].entry->d_name, *sizes[i]});
+        if (const auto &size = sizes[i])
+            found.push_back({listed[i].entry->d_name, *size});
     }
     return found;
 }
