@@ -28,13 +28,20 @@ constexpr std::size_t path_buf_size = 1024;
 enum class notice_subject { not_taken_over, left_out, not_saved, count };
 struct notice {
     std::string text;             // empty: nothing
-    std::list<std::string> names; // of the files concerned
+    std::list<std::string> names; // of the files or sectors concerned
+};
+
+// Why an entry of the saved template is no mark in the tree: there is no such file or sector on this machine,
+// or it is there and has no row, or nobody can read the entry, or the whole template.
+enum class unmarked_reason { missing, hidden, unread, unread_template };
+struct unmarked_entry {
+    unmarked_reason reason;
+    std::string text; // as the user knows the file or sector; bytes
 };
 
 // What became of a saved template at the start, and of the saves since.
 struct saved_template {
-    bool unreadable = false; // all of it or its rest, until the next save
-    bool kept = false;       // the user chose to keep its missing entries, until the next save
+    std::list<unmarked_entry> unmarked; // what the next save drops
     std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
 };
 
@@ -48,9 +55,6 @@ struct app : environment {
     GtkWidget *progressbar = nullptr;
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
-    std::list<std::string> missing_files;   // files of the saved template that were not found, newest first
-    std::list<std::string> hidden_files;    // those that exist, but that the tree does not show, newest first
-    std::list<std::string> missing_sectors; // records that lie on no disk of this machine, as text
     saved_template file_template;
     saved_template sector_template;
 
@@ -86,4 +90,9 @@ struct app : environment {
 inline saved_template &template_of(struct app &app, list_kind kind)
 {
     return kind == list_kind::files ? app.file_template : app.sector_template;
+}
+
+inline std::int32_t &changes_of(list_kind kind)
+{
+    return kind == list_kind::files ? files_changed : sectors_changed;
 }

@@ -5,6 +5,7 @@
 #include "common/process.h"
 #include "dialogs.h"
 #include "diskbrowser.h"
+#include "display_text.h"
 #include "filebrowser.h"
 #include "gtk_owned.h"
 #include "i18n.h"
@@ -66,18 +67,45 @@ void clear_sector_marks(struct app *app)
         clear_sectors_from(app, store, first);
 }
 
+// Nothing that the tree does not show is dropped from a template without having been named.
+bool may_overwrite(struct app *app, list_kind kind, bool ask)
+{
+    const char *question = _("Do you really want to overwrite existing template?");
+    const std::string list = list_unmarked(template_of(*app, kind).unmarked);
+    if (list.empty())
+        return !ask || confirmed(app, question);
+    const std::string text = question + std::string("\n\n") +
+                             _("These entries of the saved template are not marked and will be gone:");
+    return dialog_yes_no_list(app->window, _("Confirm"), text.c_str(), "%s", list.c_str()) ==
+           GTK_RESPONSE_YES;
+}
+
 } // namespace
+
+std::string list_unmarked(const std::list<unmarked_entry> &unmarked)
+{
+    std::string lines;
+    for (const unmarked_entry &entry : unmarked)
+        lines += display_text(entry.text) + "\n";
+    return lines;
+}
+
+bool save_template(struct app *app, list_kind kind, bool ask)
+{
+    if (!may_overwrite(app, kind, ask))
+        return false;
+    return kind == list_kind::files ? save_file_template(app, filebrowser_store(app))
+                                    : save_sector_template(app, GTK_TREE_MODEL(disk_store(app)));
+}
 
 void on_files_save_clicked(GtkWidget *widget, struct app *app)
 {
-    if (!widget || confirmed(app, _("Do you really want to overwrite existing template?")))
-        save_file_template(app, filebrowser_store(app));
+    save_template(app, list_kind::files, widget != nullptr);
 }
 
 void on_sectors_save_clicked(GtkWidget *widget, struct app *app)
 {
-    if (!widget || confirmed(app, _("Do you really want to overwrite existing template?")))
-        save_sector_template(app, GTK_TREE_MODEL(disk_store(app)));
+    save_template(app, list_kind::sectors, widget != nullptr);
 }
 
 void on_files_clear_clicked(GtkWidget *, struct app *app)

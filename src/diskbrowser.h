@@ -36,9 +36,8 @@ void disk_add_column(GtkTreeView *view);
 
 // --- Rows and the saved template ---
 
-// Adds the rows of every disk, marks what the saved template lists and collects in `missing_sectors` the
-// records that name no sector of any known disk. Notes in `sector_template` when there is a template that
-// cannot be read. Always 1.
+// Adds the rows of every disk, marks what the saved template lists and collects in `sector_template` the
+// records that mark no row, and whether there is a template that cannot be read. Always 1.
 int fill_tree(struct app *app, GtkTreeStore *store);
 
 // The records of the saved sector template; null, with a count of 0, when it cannot be read.

@@ -39,7 +39,7 @@ GtkTreeIter append_group(const tree_filler &filler, GtkTreeIter *parent, const c
     return row;
 }
 
-// The sector is marked when the template lists it. Only the first of equal records is used up by that.
+// The sector is marked when the template lists it.
 void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, disk &disk, part *part)
 {
     const auto sector = static_cast<std::uint32_t>(part ? part->sect_before : 0);
@@ -47,10 +47,13 @@ void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, d
     gtk_tree_store_append(filler.store, &row, parent);
     gtk_tree_store_set(filler.store, &row, disk_column_icon, filler.app->file_normal, disk_column_name, name,
                        disk_column_disk, &disk, disk_column_part, part, disk_column_sector, sector, -1);
-    const std::int64_t record = find_sector_record(filler.records, disk.drive_number, sector);
-    if (record >= 0) {
+    for (std::span<const sector_record> rest = filler.records;;) {
+        const std::int64_t record = find_sector_record(rest, disk.drive_number, sector);
+        if (record < 0)
+            break;
         disk_mark_iter(filler.app, filler.store, &row, 1);
-        filler.unmatched[static_cast<std::size_t>(record)] = false;
+        rest = rest.subspan(static_cast<std::size_t>(record) + 1);
+        filler.unmatched[filler.records.size() - rest.size() - 1] = false;
     }
 }
 
@@ -93,32 +96,26 @@ void append_disk(tree_filler &filler, disk &disk)
     }
 }
 
-// Whether a record without a row lies on a disk of this machine all the same.
-bool lies_on_known_disk(std::list<disk> &disks, const sector_record &record)
+// The disk on which a record without a row lies all the same; null when it lies outside of all.
+disk *disk_of(std::list<disk> &disks, const sector_record &record)
 {
     disk *disk = find_disk_by_number(disks, record.drive_number);
     if (!disk)
-        return false;
+        return nullptr;
     const std::uint32_t sector = sector_of(record);
     const part *part = find_part_by_sector(disk->parts, sector);
     const std::string name = part ? partition_name(*part) : disk->name;
     const std::uint64_t relative = part ? sector - part->sect_before : sector;
-    return !check_sector_range(disks, name, static_cast<std::int64_t>(relative));
+    return check_sector_range(disks, name, static_cast<std::int64_t>(relative)) ? nullptr : disk;
 }
 
-// The records that name no sector of any known disk, one text for each.
-std::list<std::string> unmatched_records(const tree_filler &filler)
+unmarked_entry describe_unmatched(std::list<disk> &disks, const sector_record &record)
 {
-    std::list<std::string> texts;
-    for (std::size_t i = 0; i < filler.records.size(); ++i) {
-        const sector_record &record = filler.records[i];
-        if (!filler.unmatched[i] || lies_on_known_disk(filler.app->disks, record))
-            continue;
-        const owned_gchar text(
-            g_strdup_printf("0x%x : %d", record.drive_number, static_cast<std::int32_t>(sector_of(record))));
-        texts.emplace_back(text.get());
-    }
-    return texts;
+    if (const disk *disk = disk_of(disks, record))
+        return {unmarked_reason::hidden, "/dev/" + disk->name + " : " + std::to_string(sector_of(record))};
+    const owned_gchar text(
+        g_strdup_printf("0x%x : %d", record.drive_number, static_cast<std::int32_t>(sector_of(record))));
+    return {unmarked_reason::missing, text.get()};
 }
 
 } // namespace
@@ -147,10 +144,15 @@ int fill_tree(struct app *app, GtkTreeStore *store)
     const auto records = load_template(app, count);
     if (!records)
         trace_log("WARNING: cannot read template for sectors");
-    app->sector_template.unreadable = !records && template_exists(app->pelva_db_path, list_kind::sectors);
+    std::list<unmarked_entry> &unmarked = app->sector_template.unmarked;
+    unmarked.clear();
+    if (!records && template_exists(app->pelva_db_path, list_kind::sectors))
+        unmarked.push_back({unmarked_reason::unread_template, _("The saved template cannot be read.")});
     tree_filler filler{app, store, {records.get(), count}, std::vector<bool>(count, true)};
     for (disk &disk : app->disks)
         append_disk(filler, disk);
-    app->missing_sectors = unmatched_records(filler);
+    for (std::size_t i = 0; i < count; ++i)
+        if (filler.unmatched[i])
+            unmarked.push_back(describe_unmatched(app->disks, records[i]));
     return 1;
 }

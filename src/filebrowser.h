@@ -82,8 +82,7 @@ void multiple_select(struct app *app, GtkTreeView *view, file_store *store, file
 
 // --- The saved template ---
 
-// Marks the files that the saved template lists. Collects in `missing_files` those that are gone, and a text
-// for records that cannot be read; in `hidden_files` those that are there and have no row. Notes in
-// `file_template` when a template is there that cannot be read, or not to its end.
-// 0; -1: no name file, -2: the headers are not valid, -3: a name could not be converted.
+// Marks the files that the saved template lists. Collects in `file_template` the records that mark no row,
+// and whether there is a template that cannot be read. 0; -1: no name file, -2: the headers are not valid,
+// -3: a name could not be converted.
 int fill_model(struct app *app, file_store *store);

@@ -1,12 +1,9 @@
 // The saved file template's way back into the tree.
 #include "filebrowser.h"
 
-#include "common/disk.h"
-#include "common/fat.h"
+#include "common/board_path.h"
 #include "common/file_format.h"
 #include "common/filesystem.h"
-#include "common/iconvert.h"
-#include "common/letters.h"
 #include "common/owned.h"
 #include "common/process.h"
 #include "filebrowser_names.h"
@@ -22,56 +19,19 @@
 
 namespace {
 
-// Letter, colon and separator at the start of a board path.
-constexpr std::size_t prefix_length = 3;
-
 // What the records of one template share. Most lie in the same directory as the one before.
 struct lookups {
-    fat_lookups fat;
-    row_names rows;
+    board_names names;
+    row_names rows = {};
     const file_node *root = nullptr; // of the last directory: its partition,
-    std::string path;                // its path below that,
+    std::string path = {};           // its path below that,
     file_node *directory = nullptr;  // and its row, null when there is none
 };
 
-// The name on a FAT partition with its long components; the name itself when there are none.
-std::string with_long_names(lookups &shared, const part &partition, const std::string &record,
-                            const std::string &name)
+// The last one found stands first where they are listed.
+void note_unmarked(struct app *app, unmarked_reason reason, const std::string &text)
 {
-    const std::string tail = name.size() > prefix_length ? name.substr(prefix_length) : "";
-    const std::optional<std::string> path =
-        shared.fat.find(partition_name(partition), tail, fat_direction::short_to_long);
-    if (path)
-        return record.substr(0, prefix_length) + *path;
-    trace_log("Cannot convert filename %s to LFN-path", name.c_str());
-    trace_log("* Failed");
-    return name;
-}
-
-// The record's board path in UTF-8 and with long names. Nothing when it cannot be converted. Without a
-// partition it is only good for being shown; then the separator tells what the bytes are.
-std::optional<std::string> decode_record(struct app *app, lookups &shared, const std::string &record)
-{
-    trace_log("Search part for label: %c", record.empty() ? '\0' : record[0]);
-    const part *partition = record.empty() ? nullptr : find_part_by_label(app->disks, record[0]);
-    const bool code_page = partition ? !is_ext_fs(*partition) : record.substr(0, 3).ends_with(":\\");
-    if (!code_page)
-        return record;
-    trace_log("Convert %s from CP866 to UTF-8", record.c_str());
-    // Not the letter: behind 'Z' it is a character code and no text.
-    const owned_gchar converted(
-        g_convert(record.c_str() + 1, -1, "UTF-8", "CP866", nullptr, nullptr, nullptr));
-    trace_log("Convertation finished!");
-    if (!converted) {
-        trace_log("Cannot convert filename to codepage 866: %s", record.c_str());
-        trace_log("* Failed");
-        return std::nullopt;
-    }
-    const std::string name = record[0] + std::string(converted.get());
-    trace_log("Converted success: %s", name.c_str());
-    if (partition && is_fat_fs(*partition))
-        return with_long_names(shared, *partition, record, name);
-    return name;
+    app->file_template.unmarked.push_front({reason, text});
 }
 
 mount_entry *find_mount(struct app *app, char letter)
@@ -81,23 +41,6 @@ mount_entry *find_mount(struct app *app, char letter)
             return &mount;
     }
     return nullptr;
-}
-
-// `tail` is the board path from its separator on.
-std::string convert_path(const std::string &mountpoint, std::string tail)
-{
-    const char separator = tail.empty() ? '/' : tail[0];
-    std::ranges::replace(tail, separator, '/');
-    return mountpoint + tail;
-}
-
-// Names on NTFS may hold back-slashes themselves: only those become '/' that follow an existing directory.
-std::string convert_ntfs_path(std::string mountpoint, const std::string &tail)
-{
-    replace_symbols(mountpoint, '/', '\\');
-    std::string path = mountpoint + tail;
-    replace_backslash(path);
-    return path;
 }
 
 // The row of a directory by its path below the partition, reading what was not read yet; null when there is
@@ -150,23 +93,16 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path,
     const char letter = board_path.empty() ? '\0' : board_path[0];
     mount_entry *mount = find_mount(app, letter);
     if (!mount) {
-        app->missing_files.push_front(board_path);
+        note_unmarked(app, unmarked_reason::missing, board_path);
         trace_log("It is no partition with letter '%c' assigned", letter);
         return -1;
     }
     const auto &roots = file_store_top(store)->children;
-    if (roots.empty()) {
-        trace_log("gtk_tree_model_get_iter_first() failed");
-        return -2;
-    }
     const auto root = std::ranges::find(roots, mount, [](const auto &row) { return row->mount; });
     const std::string tail = board_path.size() > 2 ? board_path.substr(2) : "";
-    const file_system &kind = file_system_of(*mount->partition);
-    if (tail.starts_with('/') && kind.separator != '/')
+    if (tail.starts_with('/') && file_system_of(*mount->partition).separator != '/')
         trace_log("WARNING: wrong path separator");
-    const std::string path = kind.names_in_records == record_names::code_page_866
-                                 ? convert_ntfs_path(mount->mountpoint, tail)
-                                 : convert_path(mount->mountpoint, tail);
+    const std::string path = local_path(*mount->partition, mount->mountpoint, tail);
     // A file that has a row was there when its directory was read. On FAT a row is found without regard to
     // case, which stat() does for Latin letters only.
     if (root != roots.end() &&
@@ -180,10 +116,10 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path,
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
         trace_log("cannot stat() on %s: %s", path.c_str(), std::strerror(errno));
-        app->missing_files.push_front(shown);
+        note_unmarked(app, unmarked_reason::missing, shown);
         return -2;
     }
-    app->hidden_files.push_front(shown);
+    note_unmarked(app, unmarked_reason::hidden, shown);
     return -3;
 }
 
@@ -193,10 +129,9 @@ struct premarking {
     file_store *store;
     std::uint32_t count = 0, next = 0;
     bool unconvertible = false; // a name could not be converted; nothing behind it was looked at
-    lookups shared = {};
+    lookups shared;
 };
 
-// What nobody can name is told like missing files.
 void note_unread(std::uint32_t first, std::uint32_t last, void *user)
 {
     auto &marking = *static_cast<premarking *>(user);
@@ -204,7 +139,7 @@ void note_unread(std::uint32_t first, std::uint32_t last, void *user)
     const owned_gchar text(first == last
                                ? g_strdup_printf(_("Record %u cannot be read"), first + 1)
                                : g_strdup_printf(_("Records %u to %u cannot be read"), first + 1, last + 1));
-    marking.app->missing_files.emplace_front(text.get());
+    note_unmarked(marking.app, unmarked_reason::unread, text.get());
 }
 
 int mark_record(const char *record, void *user)
@@ -212,7 +147,7 @@ int mark_record(const char *record, void *user)
     auto &marking = *static_cast<premarking *>(user);
     if (ending())
         return 1;
-    const std::optional<std::string> name = decode_record(marking.app, marking.shared, record);
+    const std::optional<std::string> name = marking.shared.names.decode(marking.app->disks, record);
     if (!name) {
         marking.unconvertible = true;
         note_unread(marking.next, marking.count - 1, user);
@@ -229,16 +164,17 @@ int mark_record(const char *record, void *user)
 
 int fill_model(struct app *app, file_store *store)
 {
-    app->missing_files.clear();
-    app->hidden_files.clear();
+    app->file_template.unmarked.clear();
     const auto begin = [](std::uint32_t count, void *marking) {
         static_cast<premarking *>(marking)->count = count;
         progress_start(static_cast<premarking *>(marking)->app);
     };
-    premarking marking = {.app = app, .store = store};
+    premarking marking = {.app = app,
+                          .store = store,
+                          .shared = {board_names([app](const auto &work) { progress_wait(app, work); })}};
     const int result = read_file_list(app->pelva_db_path, begin, mark_record, &marking, note_unread);
     progress_stop(app);
-    app->file_template.unreadable =
-        marking.unconvertible || (result != 0 && template_exists(app->pelva_db_path, list_kind::files));
+    if (result != 0 && template_exists(app->pelva_db_path, list_kind::files))
+        note_unmarked(app, unmarked_reason::unread_template, _("The saved template cannot be read."));
     return marking.unconvertible ? -3 : result;
 }

@@ -1,11 +1,13 @@
 #include "infobrowser.h"
 
 #include "app.h"
+#include "common/board_path.h"
 #include "common/disk_notes.h"
 #include "common/iconvert.h"
 #include "common/owned.h"
 #include "display_text.h"
 #include "i18n.h"
+#include "progress.h"
 #include "trace_log.h"
 #include "window_description.h"
 #include "wrapped_label.h"
@@ -27,17 +29,26 @@ owned_gchar version_text(const board_answer &board)
                                        get_package_version(), version.major, version.minor, version.build));
 }
 
-// The start-up settles all of this before; the page must not end one that has not. The directory's name may
-// be any bytes.
-owned_gchar template_paths_text(const struct app &app)
+// The path that the headers of the templates hold, as the board shows it: what is no text of ours is code
+// page 866, as is a letter behind 'Z'. The start-up settles all of this before; the page must not end one
+// that has not.
+std::string board_path_text(struct app *app)
 {
-    const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '?';
-    std::string board_path = app.short_path;
-    if (!board_path.empty() && app.separator != '/')
-        replace_symbols(board_path, '/', app.separator);
+    board_names names([app](const auto &work) { progress_wait(app, work); });
+    const std::optional<std::string> path =
+        app->pelva_db_mt ? names.of_template_directory(*app) : std::nullopt;
+    if (!path)
+        return _("none that the board can read; nothing can be saved");
+    const std::size_t own = is_ext_fs(*app->pelva_db_mt->partition) ? 1 : path->size();
+    return pvl_iconv(path->substr(0, own), "cp866", "utf8").value_or("?") + display_text(path->substr(own));
+}
+
+// The directory's name may be any bytes.
+owned_gchar template_paths_text(struct app *app)
+{
     return owned_gchar(
-        g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %c:%s"), os_name,
-                        display_text(app.pelva_db_path).c_str(), letter, display_text(board_path).c_str()));
+        g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %s"), os_name,
+                        display_text(app->pelva_db_path).c_str(), board_path_text(app).c_str()));
 }
 
 // Which disks the pages do not show, or not in full.
@@ -80,7 +91,7 @@ int infobrowser_init(struct app *app)
         trace_log("* Failed");
         return 1;
     }
-    gtk_label_set_text(GTK_LABEL(label), template_paths_text(*app).get());
+    gtk_label_set_text(GTK_LABEL(label), template_paths_text(app).get());
     wrap_anywhere(GTK_LABEL(label));
     show_disk_notes(*app);
     return 1;

@@ -8,6 +8,7 @@
 #include "filebrowser.h"
 #include "i18n.h"
 #include "infobrowser.h"
+#include "notice_bar.h"
 #include "report.h"
 #include "start_questions.h"
 #include "trace_log.h"
@@ -140,18 +141,25 @@ void show_page_of(GtkWidget *view)
             gtk_notebook_set_current_page(pages, page);
 }
 
-// A template whose missing entries the user chose to keep is written only for changes of its own. Each save
-// clears its own flag; one that could not be written keeps it, and its page tells why.
+// A template with entries that the tree does not show is written only for changes of its own. Each save
+// clears its own flag; one that could not be written, or that the user did not want after all, keeps it.
 void save_both(struct app *app)
 {
-    if (files_changed || !app->file_template.kept)
-        on_files_save_clicked(nullptr, app);
-    if (sectors_changed || !app->sector_template.kept)
-        on_sectors_save_clicked(nullptr, app);
+    for (const list_kind kind : {list_kind::files, list_kind::sectors})
+        if (changes_of(kind) || template_of(*app, kind).unmarked.empty())
+            save_template(app, kind, false);
     if (files_changed != sectors_changed)
         show_page_of(files_changed ? app->filebrowser : app->diskbrowser);
     else if (files_changed && !gtk_widget_get_mapped(app->diskbrowser))
         show_page_of(app->filebrowser);
+}
+
+// The bar that says so goes with the window.
+void tell_left_out(const struct app *app)
+{
+    const notice &said = app->file_template.notices[static_cast<std::size_t>(notice_subject::left_out)];
+    if (!said.text.empty())
+        dialog_ok_list(app->window, _("Warning"), said.text.c_str(), "%s", lines_of(said.names).c_str());
 }
 
 bool keeps_running(int response)
@@ -199,6 +207,8 @@ int confirm_save_changes(struct app *app)
                                               _("In data model were changes made. Save it before exiting?"));
     if (response == GTK_RESPONSE_YES) {
         save_both(app);
+        if (!files_changed && !sectors_changed)
+            tell_left_out(app);
     } else if (response == GTK_RESPONSE_NO) {
         files_changed = 0;
         sectors_changed = 0;

@@ -26,15 +26,15 @@ std::string names_of(const saved_template &state)
 {
     std::string lines;
     for (const notice &said : state.notices)
-        for (const std::string &name : said.names)
-            lines += display_text(name) + "\n";
+        lines += lines_of(said.names);
     return lines;
 }
 
 template<list_kind page> void list_names(GtkInfoBar *, gint, struct app *app)
 {
     const saved_template &state = template_of(*app, page);
-    dialog_ok_list(app->window, _("Files"), text_of(state).c_str(), "%s", names_of(state).c_str());
+    dialog_ok_list(app->window, page == list_kind::files ? _("Files") : _("Sectors"), text_of(state).c_str(),
+                   "%s", names_of(state).c_str());
 }
 
 GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text, bool has_names)
@@ -52,7 +52,9 @@ GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text, bo
     gtk_box_pack_start(content, image, FALSE, FALSE, 0);
     gtk_box_pack_start(content, label, TRUE, TRUE, 0);
     if (has_names)
-        gtk_info_bar_add_button(GTK_INFO_BAR(bar), _("_List the files"), GTK_RESPONSE_OK);
+        gtk_info_bar_add_button(GTK_INFO_BAR(bar),
+                                page == list_kind::files ? _("_List the files") : _("_List the sectors"),
+                                GTK_RESPONSE_OK);
     g_signal_connect(bar, "response",
                      page == list_kind::files ? G_CALLBACK(list_names<list_kind::files>)
                                               : G_CALLBACK(list_names<list_kind::sectors>),
@@ -87,6 +89,14 @@ void update_bar(struct app *app, list_kind page)
 }
 
 } // namespace
+
+std::string lines_of(const std::list<std::string> &names)
+{
+    std::string lines;
+    for (const std::string &name : names)
+        lines += display_text(name) + "\n";
+    return lines;
+}
 
 void set_notice(struct app *app, list_kind page, notice_subject subject, const std::string &text,
                 std::list<std::string> names)

@@ -12,6 +12,9 @@
 void set_notice(struct app *app, list_kind page, notice_subject subject, const std::string &text,
                 std::list<std::string> names = {});
 
+// As dialogs show them: a line for each name.
+[[nodiscard]] std::string lines_of(const std::list<std::string> &names);
+
 // The bar above the tree that this view shows; null when there is none.
 [[nodiscard]] GtkWidget *notice_bar(GtkWidget *view);
 

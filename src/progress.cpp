@@ -1,8 +1,10 @@
 #include "progress.h"
 
 #include "app.h"
+#include "common/background.h"
 #include "common/process.h"
 
+#include <atomic>
 #include <ctime>
 #include <gtk/gtk.h>
 #include <utility>
@@ -176,4 +178,18 @@ void progress_run_main_loop(struct app *app)
         g_main_context_iteration(nullptr, FALSE);
     serve_all_events();
     last_turn = now_in_microseconds();
+}
+
+void progress_wait(struct app *app, const std::function<void()> &work)
+{
+    std::atomic<bool> done = false;
+    background thread([&] {
+        work();
+        done = true;
+    });
+    while (thread.has_begun() && !done) {
+        progress_run_main_loop(app);
+        g_usleep(1000);
+    }
+    thread.finish();
 }

@@ -1,6 +1,8 @@
 // The progress window: a modal window with a pulsing bar, shown while an operation lasts longer than 100 ms.
 #pragma once
 
+#include <functional>
+
 struct app;
 
 // Bracket a long operation. They do not nest: a second start changes nothing, one stop ends it. What was
@@ -27,6 +29,11 @@ private:
 // happens outside of one, nor while the process is ending (common/process.h): it always returns, and the
 // operation looks for that itself.
 void progress_run_main_loop(struct app *app);
+
+// Does what may have to wait for a disk in a thread, and returns when it is done. Meanwhile the main loop
+// runs as above; outside of an operation it stands still. The work must touch nothing that the main loop
+// does.
+void progress_wait(struct app *app, const std::function<void()> &work);
 
 // The timers: after 100 ms, and every 200 ms from then on.
 int progress_show(void *app);

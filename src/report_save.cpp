@@ -6,6 +6,7 @@
 #include "dialogs.h"
 #include "display_text.h"
 #include "i18n.h"
+#include "notice_bar.h"
 #include "report.h"
 #include "rtf_export.h"
 #include "trace_log.h"
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <gtk/gtk.h>
+#include <list>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -65,6 +67,17 @@ void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
 {
     dialog_ok(parent, _("Error"), _("Cannot write file «%s»: %s"), shown_name(path).c_str(),
               g_strerror(reason));
+}
+
+// The document can hold no more than its code page.
+void tell_empty_lines(GtkWidget *parent, const std::list<std::string> &names)
+{
+    const owned_gchar text(g_strdup_printf(
+        P_("The name of %u file has characters that the document cannot hold. Its line is empty:",
+           "The names of %u files have characters that the document cannot hold. Their lines are empty:",
+           names.size()),
+        static_cast<unsigned>(names.size())));
+    dialog_ok_list(parent, _("Warning"), text.get(), "%s", lines_of(names).c_str());
 }
 
 // Whether the report may be written under this name. Nothing but an RTF document is ever overwritten. The
@@ -221,9 +234,12 @@ void report_save_clicked(GtkWidget *, struct app *app)
         return;
     const std::optional<std::string> path = choose_name(*app);
     new_file file;
-    if (!path || !open_beside(file, *path)) {
-        if (path)
-            trace_log("Cannot open file for writing: %s", path->c_str());
+    if (!path)
+        return;
+    if (!open_beside(file, *path)) {
+        const int reason = errno;
+        trace_log("Cannot open file for writing: %s", path->c_str());
+        tell_unwritable(app->report, *path, reason);
         return;
     }
     auto report = rtf_begin(file.stream.get());
@@ -232,9 +248,12 @@ void report_save_clicked(GtkWidget *, struct app *app)
         return;
     }
     write_rows(*report, lists);
+    const std::list<std::string> unwritten = std::move(report->unwritten);
     rtf_end(std::move(report));
     if (ending())
         return;
     if (!put_in_place(file))
         tell_unwritable(app->report, *path, errno);
+    else if (!unwritten.empty())
+        tell_empty_lines(app->report, unwritten);
 }

@@ -65,6 +65,8 @@ int rtf_file_line(rtf_report &report, const std::string &name, std::uint64_t siz
     const owned_gchar text =
         re_escape(_("File: %s, file size: %llu"), name.c_str(), static_cast<unsigned long long>(size));
     std::fprintf(report.stream, "%s\\line\n", text.get());
+    if (!*text)
+        report.unwritten.push_back(name);
     report.file_total_size += size;
     ++report.file_count;
     return 0;

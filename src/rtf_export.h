@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <list>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,7 @@ struct rtf_report {
     std::uint64_t sector_total_size = 0;
     std::int32_t file_count = 0;
     std::int32_t sector_count = 0;
+    std::list<std::string> unwritten = {}; // names of files whose lines are empty
 };
 
 // Every operation but rtf_begin and re_escape always returns 0. Failed writes are not noticed here: the
@@ -25,6 +27,7 @@ struct rtf_report {
 [[nodiscard]] std::unique_ptr<rtf_report> rtf_begin(std::FILE *stream);
 
 int rtf_files_begin(rtf_report &report);
+// Also adds the name to `unwritten` when code page 1251 cannot hold it: its line is empty then.
 int rtf_file_line(rtf_report &report, const std::string &name, std::uint64_t size);
 int rtf_files_end(rtf_report &report);
 

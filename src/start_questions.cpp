@@ -8,75 +8,107 @@
 #include "display_text.h"
 #include "i18n.h"
 #include "notice_bar.h"
+#include "template_save.h"
 
 #include <gtk/gtk.h>
 #include <utility>
 
 namespace {
 
-// True for Yes; any other answer keeps the template as it is.
-bool may_drop(struct app *app, saved_template &saved, const char *question, std::list<std::string> &missing)
+using entries = std::list<unmarked_entry>;
+
+// What the start says of the entries of each list.
+struct entry_texts {
+    const char *missing;
+    std::string (*hidden)(std::size_t count);
+};
+
+std::string with_count(const char *format, std::size_t count)
 {
-    std::string list;
-    for (const std::string &entry : std::exchange(missing, {}))
-        list += display_text(entry) + "\n";
-    saved.kept =
-        dialog_yes_no_list(app->window, _("Confirm"), question, _("%s"), list.c_str()) != GTK_RESPONSE_YES;
-    return !saved.kept;
+    const owned_gchar text(g_strdup_printf(format, static_cast<unsigned>(count)));
+    return text.get();
 }
 
 std::string hidden_files_text(std::size_t count)
 {
-    const owned_gchar text(g_strdup_printf(
+    return with_count(
         P_("%u file of the saved template is not shown in the tree. The next save drops it.",
            "%u files of the saved template are not shown in the tree. The next save drops them.", count),
-        static_cast<unsigned>(count)));
-    return text.get();
+        count);
 }
 
-std::string dropped_files_text(std::size_t count)
+std::string hidden_sectors_text(std::size_t count)
 {
-    const owned_gchar text(g_strdup_printf(
-        P_("%u file of the saved template is not shown in the tree. It is no longer in the template.",
-           "%u files of the saved template are not shown in the tree. They are no longer in the template.",
-           count),
-        static_cast<unsigned>(count)));
-    return text.get();
+    return with_count(
+        P_("%u sector of the saved template is not shown in the tree. The next save drops it.",
+           "%u sectors of the saved template are not shown in the tree. The next save drops them.", count),
+        count);
 }
 
-void tell_what_was_not_taken_over(struct app *app, list_kind kind, const std::list<std::string> &hidden)
+entry_texts texts_of(list_kind kind)
 {
-    std::string text = hidden.empty() ? "" : hidden_files_text(hidden.size());
-    if (template_of(*app, kind).unreadable)
-        text += (text.empty() ? "" : "\n") +
-                std::string(_("The saved template cannot be read. The next save replaces it."));
-    set_notice(app, kind, notice_subject::not_taken_over, text, hidden);
+    if (kind == list_kind::files)
+        return {_("The following files are missing. Delete these files from a template?"), hidden_files_text};
+    return {_("The following sectors not found. Delete a sectors from a template?"), hidden_sectors_text};
+}
+
+entries take(entries &from, unmarked_reason reason)
+{
+    entries taken;
+    for (auto at = from.begin(); at != from.end();) {
+        const auto entry = at++;
+        if (entry->reason == reason)
+            taken.splice(taken.end(), from, entry);
+    }
+    return taken;
+}
+
+void tell_what_was_not_taken_over(struct app *app, list_kind kind)
+{
+    std::string text;
+    const auto add = [&text](const std::string &line) { text += (text.empty() ? "" : "\n") + line; };
+    std::list<std::string> names;
+    std::size_t hidden = 0, unread = 0;
+    for (const unmarked_entry &entry : template_of(*app, kind).unmarked) {
+        hidden += entry.reason == unmarked_reason::hidden ? 1 : 0;
+        unread += entry.reason == unmarked_reason::unread ? 1 : 0;
+        if (entry.reason == unmarked_reason::hidden || entry.reason == unmarked_reason::unread)
+            names.push_back(entry.text);
+        if (entry.reason == unmarked_reason::unread_template)
+            add(_("The saved template cannot be read. The next save replaces it."));
+    }
+    if (hidden)
+        add(texts_of(kind).hidden(hidden));
+    if (unread)
+        add(_("Not all of the saved template can be read. The next save drops the rest."));
+    set_notice(app, kind, notice_subject::not_taken_over, text, std::move(names));
+    tell_interrupted_save(app, kind);
+}
+
+void ask_delete_missing(struct app *app, list_kind kind)
+{
+    entries &unmarked = template_of(*app, kind).unmarked;
+    entries missing = take(unmarked, unmarked_reason::missing);
+    const std::string list = list_unmarked(missing);
+    // With Yes these are given up; a save that would drop more asks for that.
+    const bool saved = !missing.empty() &&
+                       dialog_yes_no_list(app->window, _("Confirm"), texts_of(kind).missing, "%s",
+                                          list.c_str()) == GTK_RESPONSE_YES &&
+                       save_template(app, kind, false);
+    if (!saved)
+        unmarked.splice(unmarked.begin(), missing);
 }
 
 } // namespace
 
 void ask_delete_missing_files(struct app *app)
 {
-    if (app->missing_files.empty() ||
-        !may_drop(app, app->file_template,
-                  _("The following files are missing. Delete these files from a template?"),
-                  app->missing_files))
-        return;
-    const std::list<std::string> hidden = app->hidden_files;
-    on_files_save_clicked(nullptr, app);
-    // The save has dropped these, too, before anybody could have seen what the page said of them.
-    if (!hidden.empty() && app->hidden_files.empty())
-        set_notice(app, list_kind::files, notice_subject::not_taken_over, dropped_files_text(hidden.size()),
-                   hidden);
+    ask_delete_missing(app, list_kind::files);
 }
 
 void ask_delete_missing_sectors(struct app *app)
 {
-    if (!app->missing_sectors.empty() &&
-        may_drop(app, app->sector_template,
-                 _("The following sectors not found. Delete a sectors from a template?"),
-                 app->missing_sectors))
-        on_sectors_save_clicked(nullptr, app);
+    ask_delete_missing(app, list_kind::sectors);
 }
 
 void warn_ntfs(struct app *app)
@@ -94,8 +126,8 @@ void warn_ntfs(struct app *app)
 
 void ask_start_questions(struct app *app)
 {
-    tell_what_was_not_taken_over(app, list_kind::files, app->hidden_files);
-    tell_what_was_not_taken_over(app, list_kind::sectors, {});
+    for (const list_kind kind : {list_kind::files, list_kind::sectors})
+        tell_what_was_not_taken_over(app, kind);
     ask_delete_missing_files(app);
     warn_ntfs(app);
     ask_delete_missing_sectors(app);

@@ -1,8 +1,7 @@
 #include "template_save.h"
 
-#include "common/background.h"
+#include "common/board_path.h"
 #include "common/bytes.h"
-#include "common/fat.h"
 #include "common/filesystem.h"
 #include "common/process.h"
 #include "common/template_pair.h"
@@ -18,7 +17,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <list>
 #include <optional>
 #include <vector>
@@ -27,8 +25,8 @@ namespace {
 
 // The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
 std::unique_ptr<template_pair> current;
-// Its lookups on FAT.
-std::optional<fat_lookups> names_on_fat;
+// The names that its records hold.
+std::optional<board_names> current_names;
 
 // The rows that got a record, in the order of the tree.
 std::vector<const file_node *> recorded;
@@ -36,12 +34,15 @@ std::vector<const file_node *> recorded;
 // Ends the save that was begun, and lets the page say why. What was written is removed.
 void give_up(struct app *app)
 {
+    const list_kind kind = current->kind;
     const owned_gchar text(g_strdup_printf(_("The template was not saved: cannot write in %s: %s."),
                                            display_text(app->pelva_db_path).c_str(),
                                            g_strerror(current->error)));
-    const list_kind kind = current->kind;
-    current.reset();
+    const bool interrupted = current->interrupted;
+    progress_wait(app, [] { current.reset(); });
     set_notice(app, kind, notice_subject::not_saved, text.get());
+    if (interrupted)
+        tell_interrupted_save(app, kind);
 }
 
 void tell_failure(struct app *app, list_kind kind)
@@ -79,54 +80,58 @@ void find_left_out(const struct app &app, const file_node &above, std::size_t &n
 }
 
 // The pair is in place: the page says what is not in it, or nothing any more.
-void note_saved(struct app *app, file_store *store)
+void note_saved(struct app *app, list_kind kind, std::list<std::string> left_out)
 {
-    std::list<std::string> names;
-    std::size_t next = 0;
-    find_left_out(*app, *file_store_top(store), next, names);
-    app->hidden_files.clear();
-    app->file_template.unreadable = app->file_template.kept = false;
-    clear_notices(app, list_kind::files);
-    if (names.empty())
+    changes_of(kind) = 0;
+    template_of(*app, kind).unmarked.clear();
+    clear_notices(app, kind);
+    if (left_out.empty())
         return;
     const owned_gchar text(g_strdup_printf(
         P_("%u marked file has no name that the board can read. It is not in the template.",
            "%u marked files have no name that the board can read. They are not in the template.",
-           names.size()),
-        static_cast<unsigned>(names.size())));
-    set_notice(app, list_kind::files, notice_subject::left_out, text.get(), std::move(names));
+           left_out.size()),
+        static_cast<unsigned>(left_out.size())));
+    set_notice(app, kind, notice_subject::left_out, text.get(), std::move(left_out));
 }
 
-// The template directory's path on its partition, with the firmware's separator and none at the end.
-std::string path_on_partition(const struct app *app)
+// The template directory as the headers name it, with a separator at its end. Nothing when the user was told
+// that the board could not find it.
+std::optional<std::string> directory_in_headers(struct app *app, list_kind kind)
 {
-    std::string path = app->short_path;
-    path.erase(path.find_last_not_of('/') + 1);
-    std::ranges::replace(path, '/', app->separator);
-    return path;
+    const char *reason = _("The partition of the template directory has no drive letter for the board.");
+    std::optional<std::string> directory;
+    if (app->pelva_db_mt->letter) {
+        reason = _("The path of the template directory has no name that the board can read.");
+        directory = current_names->of_template_directory(*app);
+    }
+    if (directory) {
+        reason = _("The path of the template directory is too long for the board.");
+        if (template_name_path(*directory += app->separator, kind))
+            return directory;
+    }
+    trace_log("* Failed");
+    progress_stop(app);
+    dialog_ok(app->window, _("Error"), "%s", reason);
+    return std::nullopt;
 }
 
 bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
 {
     trace_log("Enter");
-    const char letter = app->pelva_db_mt->letter;
-    const std::string path = path_on_partition(app);
-    const std::string directory = std::string{letter, ':'} + path + app->separator;
-    if (!template_name_path(directory, kind)) {
-        trace_log("* Failed");
-        dialog_ok(app->window, _("Error"), "%s",
-                  _("The path of the template directory is too long for the board."));
+    current_names.emplace([app](const auto &work) { progress_wait(app, work); });
+    const std::optional<std::string> directory = directory_in_headers(app, kind);
+    if (!directory)
         return false;
-    }
-    current = open_template_pair(app->pelva_db_path, kind);
+    progress_wait(app, [&] { current = open_template_pair(app->pelva_db_path, kind); });
     if (current->error) {
         trace_log("* Failed");
         give_up(app);
         return false;
     }
-    trace_log("%s check templates location: %c:%s", kind == list_kind::files ? "File" : "Sector", letter,
-              path.c_str());
-    if (!write_template_headers(*current, directory, count)) {
+    trace_log("%s check templates location: %.*s", kind == list_kind::files ? "File" : "Sector",
+              static_cast<int>(directory->size()) - 1, directory->c_str());
+    if (!write_template_headers(*current, *directory, count)) {
         trace_log("Cannot write file headers");
         trace_log("Failed");
         give_up(app);
@@ -136,7 +141,6 @@ bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
     recorded.clear();
     app->fsnon = current->nam.get();
     app->fsncv = current->chk.get();
-    names_on_fat.emplace();
     trace_log("* Success");
     return true;
 }
@@ -152,53 +156,22 @@ bool write_to_pair(byte_span record)
     return false;
 }
 
-// A back-slash in a name, which only a damaged volume has, would make two components of it.
-bool holds_separator(const file_node &row)
+// Whether the board would take a name on the way to the file for two.
+bool is_ambiguous(const file_node &row)
 {
     const file_node *at = &row;
-    while (!at->is_root() && at->name.find('\\') == std::string::npos)
+    while (!at->is_root() && !holds_separator(*row.mount->partition, at->name))
         at = at->parent;
     return !at->is_root();
-}
-
-// The file at `path_buf` by its short names: "D:\EFI\BOOT\GRUBX64.EFI".
-std::optional<std::string> short_name_text(const struct app *app, const file_node &row)
-{
-    const part &p = *row.mount->partition;
-    constexpr std::size_t drive_prefix = 3; // letter, colon, back-slash
-    trace_log("fs = %s, start convert filename to sfn-path:, path_buf = %s", p.fs_type->c_str(),
-              app->path_buf);
-    const std::string path = app->path_buf;
-    std::optional<std::string> names;
-    if (!holds_separator(row))
-        names =
-            names_on_fat->find(partition_name(p), path.substr(drive_prefix), fat_direction::long_to_short);
-    if (!names) {
-        trace_log("Get sfn-path error!");
-        return std::nullopt;
-    }
-    return path.substr(0, drive_prefix) + *names;
-}
-
-std::optional<std::string> code_page_text(const struct app *app)
-{
-    // Not the letter: behind 'Z' it is a character code and no text.
-    const owned_gchar text(g_convert(app->path_buf + 1, -1, "CP866", "UTF-8", nullptr, nullptr, nullptr));
-    if (!text) {
-        trace_log("Cannot convert filename to codepage 866: %s", app->path_buf);
-        trace_log("* Failed");
-        return std::nullopt;
-    }
-    return app->path_buf[0] + std::string(text.get());
 }
 
 // The file at `path_buf` as the firmware names it on its kind of file system.
 std::optional<std::string> record_text(const struct app *app, const file_node &row)
 {
-    const part &p = *row.mount->partition;
-    if (is_ext_fs(p))
-        return app->path_buf;
-    return is_fat_fs(p) ? short_name_text(app, row) : code_page_text(app);
+    if (!is_ambiguous(row))
+        return current_names->of_file(*row.mount->partition, app->path_buf);
+    trace_log("The board would read two names in one: %s", app->path_buf);
+    return std::nullopt;
 }
 
 void refuse_long_name(struct app *app, file_store *store, file_node *row)
@@ -213,6 +186,21 @@ void refuse_long_name(struct app *app, file_store *store, file_node *row)
 }
 
 } // namespace
+
+void tell_interrupted_save(struct app *app, list_kind kind)
+{
+    std::string files;
+    for (const std::string &name : interrupted_save(app->pelva_db_path, kind))
+        files += (files.empty() ? "" : ", ") + name;
+    if (files.empty())
+        return;
+    const owned_gchar text(
+        g_strdup_printf(_("A save was interrupted, and what it left cannot be put right. Nothing is saved "
+                          "while these files lie "
+                          "in %s: %s. Move them to another place; they may hold the last whole template."),
+                        display_text(app->pelva_db_path).c_str(), files.c_str()));
+    set_notice(app, kind, notice_subject::not_saved, text.get());
+}
 
 bool file_save_init(struct app *app)
 {
@@ -250,6 +238,7 @@ void save_file(struct app *app, file_store *store, file_node *row)
 
 void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *)
 {
+    progress_run_main_loop(app);
     trace_log("* Enter");
     trace_log("Saving sector: %u", sector);
     trace_log("Sector path: %s", app->path_buf);
@@ -259,48 +248,31 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     (void)write_to_pair(bytes);
 }
 
-// Bringing a large template to the disk takes its time.
-static bool replace_in_background(struct app *app)
-{
-    bool replaced = false;
-    std::atomic<bool> done = false;
-    background work([&] {
-        replaced = replace_template(*current);
-        done = true;
-    });
-    while (work.has_begun() && !done) {
-        progress_run_main_loop(app);
-        g_usleep(1000);
-    }
-    work.finish();
-    return replaced;
-}
-
 bool save_done(struct app *app)
 {
     // Spelled so for the text of the message.
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
-    names_on_fat.reset();
+    current_names.reset();
+    bool replaced = false;
     // The walk that wrote it may have been left early.
-    if (ending())
-        current.reset();
-    else if (replace_in_background(app)) {
-        current.reset();
-        return true;
-    } else
-        give_up(app);
-    return false;
+    if (!ending()) {
+        progress_wait(app, [&] { replaced = replace_template(*current); });
+        if (!replaced)
+            give_up(app);
+    }
+    progress_wait(app, [] { current.reset(); });
+    return replaced;
 }
 
-void save_file_template(struct app *app, file_store *store)
+bool save_file_template(struct app *app, file_store *store)
 {
-    if (!file_save_init(app))
-        return;
     // The main loop runs in between; whatever it does, the rows stay.
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
-    progress_start(app);
+    const progress_scope progress(app);
+    if (!file_save_init(app))
+        return false;
     for (const auto &top : file_store_top(store)->children) {
         if (!top->mount || top->not_loaded)
             continue;
@@ -311,20 +283,22 @@ void save_file_template(struct app *app, file_store *store)
         begin_path(app, {top->mount->letter, ':'});
         walk_file_rows(app, store, *top, save_file, file_system_of(*top->mount->partition).separator);
     }
-    const bool saved = save_done(app);
-    progress_stop(app);
-    if (!saved) {
+    if (!save_done(app)) {
         tell_failure(app, list_kind::files);
-        return;
+        return false;
     }
-    files_changed = 0;
-    note_saved(app, store);
+    std::list<std::string> left_out;
+    std::size_t next = 0;
+    find_left_out(*app, *file_store_top(store), next, left_out);
+    note_saved(app, list_kind::files, std::move(left_out));
+    return true;
 }
 
-void save_sector_template(struct app *app, GtkTreeModel *disks)
+bool save_sector_template(struct app *app, GtkTreeModel *disks)
 {
+    const progress_scope progress(app);
     if (!sector_save_init(app))
-        return;
+        return false;
     GtkTreeIter top;
     for (gboolean more = gtk_tree_model_get_iter_first(disks, &top); more;
          more = gtk_tree_model_iter_next(disks, &top)) {
@@ -336,9 +310,8 @@ void save_sector_template(struct app *app, GtkTreeModel *disks)
     }
     if (!save_done(app)) {
         tell_failure(app, list_kind::sectors);
-        return;
+        return false;
     }
-    sectors_changed = 0;
-    app->sector_template.unreadable = app->sector_template.kept = false;
-    clear_notices(app, list_kind::sectors);
+    note_saved(app, list_kind::sectors, {});
+    return true;
 }

@@ -20,6 +20,10 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
 // Completes the pair that was begun and puts it in place. False when the pair in use is still the old one.
 [[nodiscard]] bool save_done(struct app *app);
 
-// The whole of one save; clears the change flag when it succeeds.
-void save_file_template(struct app *app, file_store *store);
-void save_sector_template(struct app *app, GtkTreeModel *disks);
+// The whole of one save, and whether it succeeded: then the change flag is clear, and the saved template is
+// what the tree shows.
+bool save_file_template(struct app *app, file_store *store);
+bool save_sector_template(struct app *app, GtkTreeModel *disks);
+
+// Lets the page say which files an interrupted save has left that could not be put right, if there are any.
+void tell_interrupted_save(struct app *app, list_kind kind);

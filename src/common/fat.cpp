@@ -20,6 +20,7 @@ constexpr std::size_t most_directories_remembered = 128;
 // The rest of the way to a file: what is still to be found, and what was found so far.
 struct address {
     fat_direction direction;
+    bool wants_directory; // at the end of the path
     std::list<address_part> parts;
     std::string path;
 };
@@ -82,13 +83,13 @@ std::optional<matched_entry> find_entry(const fat_index &directory, const addres
     return matched_entry{*std::move(name), found->is_directory, found->first_cluster};
 }
 
-// Finds the next part and moves it to the path. Nothing for a directory in the last place or a file before
-// it.
+// Finds the next part and moves it to the path. Nothing for what is no directory before the last place, or
+// not what is wanted there.
 std::optional<matched_entry> take_next_part(const fat_index &directory, address &to)
 {
     std::optional<matched_entry> found = find_entry(directory, to.parts.front(), to.direction);
     to.parts.pop_front();
-    if (!found || found->is_directory == to.parts.empty())
+    if (!found || found->is_directory != (!to.parts.empty() || to.wants_directory))
         return std::nullopt;
     join_strings(to.path, to.direction == fat_direction::long_to_short ? '\\' : '/', found->name);
     if (to.path.size() > longest_path) {
@@ -187,6 +188,17 @@ fat_lookups::~fat_lookups() = default;
 std::optional<std::string> fat_lookups::find(const std::string &partition, const std::string &path,
                                              fat_direction direction)
 {
+    return find_entry(partition, path, direction, false);
+}
+
+std::optional<std::string> fat_lookups::find_directory(const std::string &partition, const std::string &path)
+{
+    return find_entry(partition, path, fat_direction::long_to_short, true);
+}
+
+std::optional<std::string> fat_lookups::find_entry(const std::string &partition, const std::string &path,
+                                                   fat_direction direction, bool wants_directory)
+{
     trace_log("Trying find %s on /dev/%s", path.c_str(), partition.c_str());
     fat_volume *volume = memory_->volume_of(partition);
     if (!volume)
@@ -196,7 +208,8 @@ std::optional<std::string> fat_lookups::find(const std::string &partition, const
         trace_log("Parser filename error");
         return std::nullopt;
     }
-    address to = {.direction = direction, .parts = *std::move(parts), .path = {}};
+    address to = {
+        .direction = direction, .wants_directory = wants_directory, .parts = *std::move(parts), .path = {}};
     const fat_geometry &geometry = volume->geometry;
     trace_log("File system is %s", geometry.fat32 ? "FAT32" : "FAT16");
     std::optional<std::string> result =

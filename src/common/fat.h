@@ -33,7 +33,14 @@ public:
     [[nodiscard]] std::optional<std::string> find(const std::string &partition, const std::string &path,
                                                   fat_direction direction);
 
+    // The same for a directory, long to short.
+    [[nodiscard]] std::optional<std::string> find_directory(const std::string &partition,
+                                                            const std::string &path);
+
 private:
+    [[nodiscard]] std::optional<std::string> find_entry(const std::string &partition, const std::string &path,
+                                                        fat_direction direction, bool wants_directory);
+
     struct memory;
     std::unique_ptr<memory> memory_;
 };

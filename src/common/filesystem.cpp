@@ -1,10 +1,14 @@
 #include "common/filesystem.h"
 
+#include "common/owned.h"
 #include "trace_log.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <magic.h>
 #include <memory>
@@ -67,6 +71,13 @@ std::uint32_t check_fs_type(const std::string &path)
         }
     }
     return 0;
+}
+
+void sync_file_system(const std::string &directory)
+{
+    const owned_fd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || syncfs(fd.get()) != 0)
+        trace_log("Cannot sync the file system of %s: %s", directory.c_str(), std::strerror(errno));
 }
 
 bool check_mime_type(const std::string &path, const std::string &expected)

@@ -33,6 +33,9 @@ struct file_system {
 // any other, and when the path cannot be queried.
 [[nodiscard]] std::uint32_t check_fs_type(const std::string &path);
 
+// Brings what was written to the directory's file system to its disk. A failure is traced.
+void sync_file_system(const std::string &directory);
+
 // Whether libmagic's MIME description of the file contains the expected text (such as "text/rtf").
 [[nodiscard]] bool check_mime_type(const std::string &path, const std::string &expected);
 

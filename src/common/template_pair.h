@@ -11,6 +11,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 // A pair being written. Dropping it before it has replaced the pair in use removes what was written.
 struct template_pair {
@@ -27,6 +28,7 @@ struct template_pair {
     std::uint32_t records = 0; // records written so far
     int error = 0;             // errno of the first failure: the pair can no longer replace anything
     bool leave_to_recovery = false;
+    bool interrupted = false; // what an earlier save left is in the way: interrupted_save
 };
 
 // Creates both new files. When one of them cannot be created, which is traced, the pair's `error` says why.
@@ -43,6 +45,10 @@ struct template_pair {
 // Completes the pair and lets it take the place of the one in use. False when anything failed, on disk or
 // before: the pair in use is then the old one. The pair is of no more use but for its `error`.
 [[nodiscard]] bool replace_template(template_pair &pair);
+
+// The names of what an interrupted save has left beside the pair and the recovery could not put right; none when
+// nothing lies there.
+[[nodiscard]] std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind);
 
 // Clears up after saves that a crash or power cut interrupted, for both lists. To be called at start, before
 // a template is read. Afterwards each pair is the old one or the new one, and nothing of ours lies beside it.
