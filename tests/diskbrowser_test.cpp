@@ -6,7 +6,7 @@
 #include "start_questions.h"
 #include "template_bytes.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sstream>
 
 namespace {
@@ -78,8 +78,9 @@ TEST(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_them)
         make_disk("sdc", 0x82, {"logical 5 4294967295 ext3"}),
         // A record holds the low byte of the number.
         make_disk("md0", 0x183, {"primary 1 2048 ext3", "extended 2 7"})};
-    app.mounts.emplace_back().letter = 'C';
-    app.pelva_db_mt = &app.mounts.back();
+    app.pelva_db_mt = &app.mounts.emplace_back();
+    app.pelva_db_mt->letter = 'C';
+    app.pelva_db_mt->partition = &app.disks.front().parts.front();
     app.pelva_db_path = directory.path();
     app.short_path = "";
     app.separator = '/';
@@ -103,10 +104,26 @@ TEST(diskbrowser, shows_the_sectors_that_the_board_can_check_and_marks_them)
               "D /dev/md0 <1\n s Master boot record @0\n S Boot Sector (/dev/md0p1, ext3) @2048\n"
               " e Extended partition (/dev/md0p2) <0\n  s Secondary MBR @7\n");
     EXPECT_EQ(windows.label("total_sectors_size"), "1024 bytes");
-    answered_dialogs user({GTK_RESPONSE_YES});
-    ask_delete_missing_sectors(&app);
-    EXPECT_EQ(user.text, "Confirm: The following sectors not found. Delete a sectors from a template?\n"
-                         "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n");
+    const std::string missing =
+                          "Confirm: The following sectors not found. Delete a sectors from a template?\n"
+                          "0x85 : 63\n0x80 : 100000\n0x81 : -2\n\n",
+                      hidden = "/dev/sda : 2050\n/dev/sda : 10900\n/dev/sda : 99999\n";
+    for (const int answer : {GTK_RESPONSE_NO, GTK_RESPONSE_YES}) {
+        answered_dialogs user({GTK_RESPONSE_OK, answer, answer}); // first the warning of the NTFS partition
+        ask_start_questions(&app);
+        const bool yes = answer == GTK_RESPONSE_YES;
+        EXPECT_EQ(
+            app.sector_template.notices[0].text,
+            yes ? ""
+                : "3 sectors of the saved template are not shown in the tree. The next save drops them.");
+        EXPECT_THAT(user.text,
+                    testing::EndsWith(!yes ? missing
+                                           : missing +
+                                                 "Confirm: Do you really want to overwrite existing "
+                                                 "template?\n\nThese entries of the saved template "
+                                                 "are not marked and will be gone:\n" +
+                                                 hidden + "\n"));
+    }
     EXPECT_EQ(read_pair(directory.path(), "bootsect"),
               pair_of(1, "C:/bootsect.nam", {record(0x80, 5000), record(0x83, 2048)}));
 

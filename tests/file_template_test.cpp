@@ -10,9 +10,23 @@
 #include "tree_support.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
+#include <atomic>
+#include <gmock/gmock.h>
 #include <list>
 #include <sys/mount.h>
+
+// What happens while something is synced: the disk is slow, or the driver writes what it still held.
+static std::function<void()> at_sync;
+
+extern "C" int syncfs(int) noexcept // NOLINT
+{
+    return at_sync ? at_sync() : void(), 0;
+}
+
+extern "C" int fsync(int) // NOLINT
+{
+    return at_sync ? at_sync() : void(), 0;
+}
 
 namespace {
 
@@ -37,6 +51,19 @@ struct file_template : testing::Test {
         files_changed = sectors_changed = 1;
     }
 
+    ~file_template() override { at_sync = nullptr; }
+
+    // The volume is on its device only after a sync.
+    void hold_volume_back() const
+    {
+        const fs::path device = partition->host.path() / "dev/sda1", held = partition->host.path() / "held";
+        fs::rename(device, held);
+        at_sync = [=] {
+            if (fs::exists(held))
+                fs::rename(held, device);
+        };
+    }
+
     void write_files(const texts &names) const
     {
         for (const std::string &name : names)
@@ -55,6 +82,15 @@ struct file_template : testing::Test {
     }
 
     pair_bytes saved() const { return read_pair(app->pelva_db_path); }
+
+    texts unmarked(unmarked_reason reason) const
+    {
+        texts found;
+        for (const unmarked_entry &entry : app->file_template.unmarked)
+            if (entry.reason == reason)
+                found.push_back(entry.text);
+        return found;
+    }
 
     int premark(const pair_bytes &pair) const
     {
@@ -90,29 +126,98 @@ struct file_template : testing::Test {
 
 TEST_F(file_template, names_files_as_the_firmware_knows_them)
 {
-    const std::tuple<const char *, std::vector<std::string>, const char *> cases[] = {
-        {"ext4", {"C:/Dir/Long name.txt", "C:/Dir/plain.txt", "C:/Dir/Ф", "C:/Dir/\xFF\n"}, ""},
-        {"fat32", {"C:\\DIR\\LONGNA~1.TXT", "C:\\DIR\\PLAIN.TXT"}, "/Dir/Ф /Dir/\xFF\n "},
-        {"ntfs", {"\x84:\\Dir\\Long name.txt", "\x84:\\Dir\\plain.txt", "\x84:\\Dir\\\x94"}, "/Dir/\xFF\n "}};
+    const std::tuple<std::string, std::vector<std::string>, const char *> cases[] = {
+        {"ext4",
+         {"C:/Dir/Long name.txt", "C:/Dir/a\\b", "C:/Dir/plain.txt", "C:/Dir/Ф", "C:/Dir/\xFF\n"},
+         ""},
+        {"fat32", {"C:\\DIR\\LONGNA~1.TXT", "C:\\DIR\\PLAIN.TXT"}, "/Dir/a\\b /Dir/Ф /Dir/\xFF\n "},
+        {"ntfs",
+         {"\x84:\\Dir\\Long name.txt", "\x84:\\Dir\\plain.txt", "\x84:\\Dir\\\x94"},
+         "/Dir/a\\b /Dir/\xFF\n "}};
     for (const auto &[fs_type, records, unnamed] : cases) {
         use_partition(fs_type);
         write_files({"Dir/Long name.txt", "Dir/plain.txt"});
         partition->make_volume();
-        write_files({"Dir/\xFF\n", "Dir/Ф"});
+        write_files({"Dir/\xFF\n", "Dir/a\\b", "Dir/Ф"});
         mark_all();
+        hold_volume_back();
         app->mounts.front().letter = app->disks.front().parts.front().letter = records.front()[0];
         app->separator = records.front()[2];
+        app->short_path = fs_type == "fat32" ? "/Dir" : "/boot";
         save_file_template(app, partition->store);
-        std::string name_file = "C:/boot/pelva/bootfile.nam";
+        std::string name_file = "C:" + app->short_path + "/bootfile.nam";
         name_file[0] = records.front()[0];
         std::ranges::replace(name_file, '/', app->separator);
         EXPECT_EQ(saved(), pair_of(2, name_file, records));
-        EXPECT_EQ(std::tuple(files_changed, app->total_files_selected), std::tuple(0, 4U)) << fs_type;
+        EXPECT_EQ(std::tuple(files_changed, app->total_files_selected), std::tuple(0, 5U)) << fs_type;
         EXPECT_EQ(left_out(), unnamed) << fs_type;
         mark_recursive(app, partition->store, partition->root(), 0);
+        hold_volume_back();
         EXPECT_EQ(premark(saved()), 0);
         EXPECT_EQ(app->total_files_selected, records.size()) << "marked again";
     }
+}
+
+TEST_F(file_template, names_its_directory_as_the_firmware_does_or_is_refused)
+{
+    const std::string no_name = "The path of the template directory has no name that the board can read.",
+                      no_letter =
+                          "The partition of the template directory has no drive letter for the board.";
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"ext4", "/Шаблоны", "C:/Шаблоны/"},
+        {"ntfs", "/Шаблоны", "C:\\\x98\xA0\xA1\xAB\xAE\xAD\xEB\\"},
+        {"ntfs", "/a\\b", no_name},
+        {"ntfs", "/\xFF", no_name},
+        {"fat32", "", "C:\\"},
+        {"fat32", "/pelva", "C:\\pelva\\"},
+        {"fat32", "/Templates/Cfg", "C:\\TEMPLA~1\\Cfg\\"},
+        {"fat32", "/Шаблоны платы", "C:\\SHORT\\"}, // as mtools says
+        {"fat32", "/pelva/file", no_name},
+        {"fat32", "/gone", no_name},
+        {"fat32", "/pelva", no_letter}};
+    for (const auto &[fs_type, path, named] : cases) {
+        use_partition(fs_type);
+        write_files({"pelva/file", "Templates/Cfg/file", "Шаблоны платы/file"});
+        partition->make_volume();
+        std::string expected = named;
+        if (const std::size_t at = named.find("SHORT"); at != named.npos) {
+            const std::string image = partition->host.path() / "dev/sda1";
+            const std::string name = run_tool("LC_ALL=C.UTF-8 mshortname -i " + image + " '::" + path + "'");
+            expected.replace(at, 5, name, 3, name.find('\n') - 3);
+        }
+        app->short_path = path;
+        app->separator = fs_type == "ext4" ? '/' : '\\';
+        app->mounts.front().letter = named == no_letter ? '\0' : 'C';
+        answered_dialogs dialogs({GTK_RESPONSE_OK});
+        save_file_template(app, partition->store);
+        const bool refused = named == no_letter || named == no_name;
+        EXPECT_EQ(dialogs.text, refused ? "Error: " + named + "\n" : "");
+        EXPECT_EQ(saved(), refused ? pair_bytes() : pair_of(2, expected + "bootfile.nam", {}));
+        EXPECT_EQ(files_changed, refused);
+    }
+}
+
+TEST_F(file_template, window_answers_while_a_disk_is_slow)
+{
+    partition->show();
+    app->disks.front().drive_number = 0x80;
+    ASSERT_TRUE(diskbrowser_init(app));
+    std::atomic<bool> shown = false;
+    at_sync = [&shown] {
+        for (int i = 0; i < 6000 && !shown; ++i) // waits for as long as it may take
+            usleep(10000);
+    };
+    const auto look = [&] { shown = shown || gtk_widget_get_visible(app->progress_window); };
+    const guint timer = g_timeout_add(
+        10, [](gpointer work) -> gboolean { return (*static_cast<decltype(look) *>(work))(), TRUE; },
+        const_cast<void *>(static_cast<const void *>(&look)));
+    for (const auto handler : {on_files_save_clicked, on_sectors_save_clicked}) {
+        shown = false;
+        handler(nullptr, app);
+        EXPECT_TRUE(shown);
+        EXPECT_FALSE(gtk_widget_get_visible(app->progress_window));
+    }
+    g_source_remove(timer);
 }
 
 TEST_F(file_template, leaves_out_and_refuses_what_is_too_long_without_loss)
@@ -145,6 +250,8 @@ TEST_F(file_template, leaves_out_and_refuses_what_is_too_long_without_loss)
     save_file_template(app, partition->store);
     EXPECT_EQ(std::ranges::count(left_out(), ' '), 2);
     EXPECT_EQ(saved().nam, whole.nam);
+    mount_entry elsewhere = app->mounts.front();
+    app->pelva_db_mt = &elsewhere;
     app->mounts.front().letter = 0;
     save_file_template(app, partition->store);
     EXPECT_EQ(std::ranges::count(left_out(), ' '), 3);
@@ -162,8 +269,8 @@ TEST_F(file_template, marks_what_exists_and_lists_what_does_not)
                             "C:", "C:/a/b/link", "C:/a/b/../b/f", "C:/a//b/f", "C:/", "", "C:/a/b/f"}),
               0);
     EXPECT_EQ(marked(*partition->root()), "/a/b/f /a/b/g /a/\xff\n ");
-    EXPECT_EQ(app->missing_files, (texts{"", "Z:\\Ф", top + "/gone"}));
-    EXPECT_EQ(app->hidden_files.size(), 6U);
+    EXPECT_EQ(unmarked(unmarked_reason::missing), (texts{"", "Z:\\Ф", top + "/gone"}));
+    EXPECT_EQ(unmarked(unmarked_reason::hidden).size(), 6U);
     EXPECT_EQ(app->total_files_size, 3U);
     EXPECT_EQ(partition->row("a/b")->marked_files, 2);
     EXPECT_TRUE(partition->row("other")->not_loaded);
@@ -171,7 +278,7 @@ TEST_F(file_template, marks_what_exists_and_lists_what_does_not)
     // Where this run has mounted the partition says nothing to anybody.
     app->mounts.front().mountpoint += "/tmp/tarnel1";
     EXPECT_EQ(mark_records({"C:/gone"}), 0);
-    EXPECT_EQ(app->missing_files, texts{"C:/gone"});
+    EXPECT_EQ(unmarked(unmarked_reason::missing), texts{"C:/gone"});
 }
 
 TEST_F(file_template, tells_what_a_damaged_pair_does_not_give)
@@ -181,18 +288,19 @@ TEST_F(file_template, tells_what_a_damaged_pair_does_not_give)
     pair.nam.pop_back();
     EXPECT_EQ(premark(pair), 0);
     EXPECT_EQ(app->total_files_selected, 1U);
-    EXPECT_EQ(app->missing_files, texts{"Record 2 cannot be read"});
+    EXPECT_EQ(unmarked(unmarked_reason::unread), texts{"Record 2 cannot be read"});
     pair.nam[0x113] = '\x40';
     EXPECT_EQ(premark(pair), 0);
-    EXPECT_EQ(app->missing_files, texts{"Records 2 to 1073741826 cannot be read"});
-    EXPECT_FALSE(app->file_template.unreadable);
+    EXPECT_EQ(app->file_template.unmarked.size(), 1U);
+    EXPECT_EQ(unmarked(unmarked_reason::unread), texts{"Records 2 to 1073741826 cannot be read"});
     pair.chk.clear();
     EXPECT_EQ(premark(pair), -2);
-    EXPECT_TRUE(app->file_template.unreadable);
+    EXPECT_EQ(unmarked(unmarked_reason::unread_template).size(), 1U);
     for (const std::string name : {"nam", "chk"}) {
         fs::remove(partition->host.path() / ("boot/bootfile." + name));
         EXPECT_EQ(fill_model(app, partition->store), -1);
-        EXPECT_EQ(app->file_template.unreadable, name == "nam"); // half of a template is still there
+        // Half of a template is still there.
+        EXPECT_EQ(unmarked(unmarked_reason::unread_template).size(), name == "nam" ? 1U : 0U);
     }
 }
 
@@ -201,7 +309,8 @@ TEST_F(file_template, missing_files_are_asked_about_and_those_without_a_row_list
     write_files({"here"});
     fs::create_symlink("here", top + "/li\nnk");
     mark_records({"C:/first\xff", "C:/here", "C:/li\nnk", "C:/sec\nond"});
-    answered_dialogs user({GTK_RESPONSE_NO, GTK_RESPONSE_OK, GTK_RESPONSE_YES});
+    constexpr int yes = GTK_RESPONSE_YES, no = GTK_RESPONSE_NO;
+    answered_dialogs user({no, GTK_RESPONSE_OK, yes, no, yes, yes});
     partition->show();
     EXPECT_EQ(user.text, "Confirm: The following files are missing. Delete these files from a template?\n" +
                              top + "/sec\u240Aond\n" + top + "/first\uFFFD\n\n");
@@ -215,10 +324,16 @@ TEST_F(file_template, missing_files_are_asked_about_and_those_without_a_row_list
     EXPECT_EQ(gtk_label_get_text(GTK_LABEL(content->next->data)), hidden + "The next save drops it.");
     gtk_info_bar_response(bar, GTK_RESPONSE_OK);
     EXPECT_EQ(user.text, "Files: " + hidden + "The next save drops it.\n" + top + "/li\u240Ank\n\n");
-    app->missing_files = {"gone"};
-    ask_delete_missing_files(app);
-    EXPECT_EQ(app->file_template.notices[0].text, hidden + "It is no longer in the template.");
-    save_file_template(app, partition->store);
+    // Who gives up what is missing has not given up the rest.
+    const std::string rest =
+        "Confirm: Do you really want to overwrite existing template?\n\nThese entries of "
+        "the saved template are not marked and will be gone:\n";
+    for (const std::size_t left : {3, 0}) {
+        ask_delete_missing_files(app);
+        EXPECT_THAT(user.text, testing::EndsWith(rest + top + "/li\u240Ank\n\n"));
+        EXPECT_EQ(app->file_template.unmarked.size(), left);
+        EXPECT_EQ(saved().nam.size(), 1024U + 256 * (left + 1));
+    }
     EXPECT_EQ(notice_bar(app->filebrowser), nullptr);
 }
 

@@ -17,14 +17,14 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
                 "{ __builtin_memcpy(version, \"\\x03\\xff\\x34\\x12\", 4); return STATUS; }\n",
         none = "Hardware absent                  ";
     const struct {
-        std::string source;               // of the board's library
-        std::string firmware, shown_path; // the latter that of the templates to the firmware
+        std::string source;                        // of the board's library
+        std::string firmware, fs_type, shown_path; // the latter that of the templates to the firmware
     } cases[] = {
-        {"", none, "D:/\uFFFDpelva/cfg"},
-        {board, none, "D:\\\uFFFDpelva\\cfg"},
-        {board, "BIOS board version: 3.255.4660", "D:/\uFFFDpelva/cfg"},
+        {"", none, "ext4", "C:/\uFFFDпуть/cfg"},
+        {board, none, "ntfs", "none that the board can read; nothing can be saved"},
+        {board, "BIOS board version: 3.255.4660", "ntfs", "Д:\\путь\\cfg"},
     };
-    for (const auto &[source, firmware, shown_path] : cases) {
+    for (const auto &[source, firmware, fs_type, shown_path] : cases) {
         const scratch_directory root;
         const replaced_host host(root.path());
         // The one before, cut off in its data: whoever calls it crashes, and the next is asked.
@@ -37,11 +37,14 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         struct app app;
         app.xml = windows.xml;
         app.board = hear_board(ask_board());
-        app.mounts.emplace_back().letter = 'D';
-        app.pelva_db_mt = &app.mounts.back();
-        app.separator = shown_path[2];
+        part partition;
+        partition.fs_type = fs_type;
+        app.pelva_db_mt = &app.mounts.emplace_back();
+        app.pelva_db_mt->partition = &partition;
+        app.pelva_db_mt->letter = fs_type == "ntfs" ? '\x84' : 'C';
+        app.separator = fs_type == "ntfs" ? '\\' : '/';
         app.pelva_db_path = "/boot/\xFFpelva/cfg";
-        app.short_path = "/\xFFpelva/cfg";
+        app.short_path = shown_path[0] == '\xD0' ? "/путь/cfg" : "/\xFFпуть/cfg";
         const bool has_card = !source.empty();
         if (has_card)
             app.disk_notes = {{"mmcblk0", disk_note_reason::mmc}};

@@ -15,48 +15,74 @@ namespace fs = std::filesystem;
 TEST(main_window, asks_before_it_closes_over_unsaved_marks)
 {
     gtk_init(nullptr, nullptr);
-    browsed_partition partition;
+    browsed_partition partition("ntfs");
     struct app &app = partition.app;
+    partition.files.write("a\\b", "");
     partition.host.write(window_description_file + 1, content_of(description_file()));
     prepare_gui(&app);
     ASSERT_EQ(app_init_gui(&app), 0);
     const fs::path directory = app.pelva_db_path;
     fs::create_directory(directory);
-    const struct {          // NOLINT: in the order of reading
-        int files, sectors; // flags
-        int response;       // of the user; 0 when nothing may be asked
+    constexpr int yes = GTK_RESPONSE_YES, no = GTK_RESPONSE_NO, cancel = GTK_RESPONSE_CANCEL,
+                  escape = GTK_RESPONSE_DELETE_EVENT, ok = GTK_RESPONSE_OK;
+    const std::string drops =
+                          "Confirm: Do you really want to overwrite existing template?\n\n"
+                          "These entries of the saved template are not marked and will be gone:\ngone\n\n",
+                      left_out =
+                          "Warning: 1 marked file has no name that the board can read. It is not in the "
+                          "template.\n" +
+                          partition.files.path().string() + "/a\\b\n\n";
+    const struct {            // NOLINT: in the order of reading
+        int files, sectors;   // flags
+        std::string unmarked; // the lists that hold an entry which the tree does not show
+        std::vector<int> responses;
         bool stays;
-        bool kept;         // missing entries, by the user's choice
-        std::string saves; // the files that are there afterwards
+        std::string saves;     // the files that are there afterwards
+        std::string asks = {}; // behind the first question
     } cases[] = {
-        {0, 0, 0, false, false, ""},
-        {1, 0, GTK_RESPONSE_CANCEL, true, false, ""},
-        {0, 1, GTK_RESPONSE_DELETE_EVENT, true, false, ""},
-        {1, 1, GTK_RESPONSE_NO, false, false, ""},
-        {1, 0, GTK_RESPONSE_YES, true, false, ""}, // nothing can be written
-        {0, 1, GTK_RESPONSE_YES, true, false, ""},
-        {0, 1, GTK_RESPONSE_YES, false, true, "bootsect"},
-        {1, 0, GTK_RESPONSE_YES, false, true, "bootfile"},
-        {1, 0, GTK_RESPONSE_YES, false, false, "bootfilebootsect"},
+        {0, 0, "", {}, false, ""},
+        {1, 0, "", {cancel}, true, ""},
+        {0, 1, "", {escape}, true, ""},
+        {1, 1, "", {no}, false, ""},
+        {1, 0, "", {yes}, true, ""}, // nothing can be written
+        {0, 1, "", {yes}, true, ""},
+        {0, 1, "f", {yes}, false, "bootsect"},
+        {1, 0, "s", {yes}, false, "bootfile"},
+        {1, 0, "fs", {yes, no}, true, "", drops},
+        {0, 1, "fs", {yes, escape}, true, "", drops},
+        {0, 1, "fs", {yes, yes}, false, "bootsect", drops},
+        {1, 1, "s", {yes, no}, true, "bootfile", drops},
+        {1, 1, "fs", {yes, yes, yes}, false, "bootfilebootsect", drops + drops},
+        {1, 0, "", {yes}, false, "bootfilebootsect"},
+        {0, 1, "", {yes, ok}, false, "bootfilebootsect", left_out},
     };
     GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
     for (const auto &c : cases) {
-        const bool fails = c.stays && c.response == GTK_RESPONSE_YES;
+        const bool fails = c.stays && c.responses == std::vector{yes}, asked = !c.responses.empty();
         app.pelva_db_path = directory.string() + (fails ? "/gone" : "");
         files_changed = c.files;
         sectors_changed = c.sectors;
-        app.file_template.kept = app.sector_template.kept = c.kept;
+        for (const list_kind kind : {list_kind::files, list_kind::sectors}) {
+            template_of(app, kind).unmarked.clear();
+            if (c.unmarked.find(kind == list_kind::files ? 'f' : 's') != std::string::npos)
+                template_of(app, kind).unmarked.push_back({unmarked_reason::hidden, "gone"});
+        }
+        mark_recursive(&app, filebrowser_store(&app),
+                       file_store_top(filebrowser_store(&app))->children[0].get(), c.asks == left_out);
         gtk_notebook_set_current_page(pages, 2);
-        answered_dialogs user({c.response});
+        answered_dialogs user(c.responses);
         EXPECT_EQ(delete_event(app.window, nullptr, &app), c.stays);
-        EXPECT_EQ(user.count, c.response ? 1 : 0);
+        EXPECT_EQ(user.text,
+                  !asked ? ""
+                         : "Confirm: In data model were changes made. Save it before exiting?\n" + c.asks);
         EXPECT_EQ(files_changed | sectors_changed, c.stays);
         std::string saved;
         for (const std::string name : {"bootfile", "bootsect"})
             saved += fs::remove(directory / (name + ".nam")) ? name : "";
         EXPECT_EQ(saved, c.saves);
         // Where nothing could be written the page says why.
-        EXPECT_EQ(gtk_notebook_get_current_page(pages), fails ? c.sectors : 2);
+        const bool leads = c.stays && c.responses.front() == yes;
+        EXPECT_EQ(gtk_notebook_get_current_page(pages), leads ? c.sectors : 2);
         EXPECT_EQ(notice_bar(c.sectors ? app.diskbrowser : app.filebrowser) != nullptr, fails);
     }
     // A window that is destroyed ends the main loop.

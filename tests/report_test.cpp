@@ -101,9 +101,14 @@ TEST_F(report, shows_totals_and_overwrites_only_a_report_only_after_yes_and_only
     fs::create_symlink("nowhere.rtf", scratch.path() / "dangling.rtf");
     fs::create_symlink("old.rtf", link);
     fs::permissions(old, fs::perms::owner_read);
+    EXPECT_EQ(save_as({"/proc/new.rtf"}, {GTK_RESPONSE_OK}),
+              "Error: Cannot write file «new.rtf»: No such file or directory\n");
     EXPECT_EQ(save_as({scratch.path() / "dangling.rtf", link}, {GTK_RESPONSE_OK, GTK_RESPONSE_YES}),
               "Error: Cannot write file «dangling.rtf»: No such file or directory\n"
-              "Warning: File «link.rtf» already exists. Rewrite it?\n");
+              "Warning: File «link.rtf» already exists. Rewrite it?\n"
+              "Warning: The names of 2 files have characters that the document cannot hold. Their lines are "
+              "empty:\nmd0p0:/\uFFFD/" +
+                  std::string(260, 'w') + "\nmd0p0:\\\uFFFD\\" + std::string(260, 'w') + "\n\n");
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_EQ(fs::status(old).permissions(), fs::perms::owner_read);
     // A name that code page 1251 does not have leaves its line empty.
