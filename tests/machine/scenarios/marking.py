@@ -62,14 +62,16 @@ def demonstration():
     assert "\nFile: sda3:\\\\" + "\\\\".join(LOADER) + ", file size: 7\\line\n" in report, report
     records = [(drive, int(shell(f"cat /sys/class/block/{name}/start 2>/dev/null || echo 0")))  # a disk has none
                for drive, names in enumerate(DRIVES, 0x80) for name in names.split()]
-    check_sectors(TEMPLATES, records, "C:/boot/pelva/")
+    check_sectors(TEMPLATES, records, b"C:/boot/pelva/")
     shell(f"cp /root/report.rtf {TEMPLATES}/* {OUT}; tarnel-list {TEMPLATES} >{OUT}/listing.txt")
 
 
 def failed_saves():
     """A save onto a full or a read-only file system leaves the old template, and the marks unsaved"""
-    shell(SMALL_VOLUME)
-    tool = Tool(PELVADB=PELVA)
+    directory = "/mnt/fat/Шаблоны платы"
+    shell(f"{SMALL_VOLUME}; mkdir '{directory}'")
+    told = b"E:\\" + templates.short_names("/mnt/fat", "Шаблоны платы") + b"\\"
+    tool = Tool(PELVADB=directory)
     tool.start()
     tool.push("tab_sectors")
     save(tool, "sectors")
@@ -81,9 +83,9 @@ def failed_saves():
         if fault == FILL_UP:
             tool.answer("Error", "Cannot write the sector template. The previous template stays in use.", "OK")
         shell(undo)
-        check_sectors(PELVA, [], "E:\\pelva\\")
-        check_equal(sorted(os.listdir(PELVA)), ["bootsect.chk", "bootsect.nam"], "files after a save that failed")
+        check_sectors(directory, [], told)
+        check_equal(sorted(os.listdir(directory)), ["bootsect.chk", "bootsect.nam"], "files after a save that failed")
     tool.close()
     tool.answer("Confirm", "In data model were changes made. Save it before exiting?", "Yes")
     tool.wait_end()
-    check_sectors(PELVA, [(0x80, 0)], "E:\\pelva\\")
+    check_sectors(directory, [(0x80, 0)], told)

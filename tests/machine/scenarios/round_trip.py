@@ -103,5 +103,5 @@ def round_trip():
     names = saved[0][0][0]
     records = [names[start:start + 256].split(b"\0")[0] for start in range(1024, len(names), 256)]
     check_equal(sorted(records), sorted({name for name, _ in files} - {None}), "records")
-    check_equal(saved[0][0], templates.expected(templates.FILES, records, "C:/boot/pelva/"), "file template")
+    check_equal(saved[0][0], templates.expected(templates.FILES, records, b"C:/boot/pelva/"), "file template")
     assert saved[1] == saved[0], "the second pairs differ from the first"

@@ -32,6 +32,8 @@ for path in marking.MARKED:
 tool.picture("out/files")
 tool.push("files_default")
 answer(tool, "Confirm", "default_question")
+tool.push("files_save")
+answer(tool, "Confirm", "save_question")
 tool.push("tab_sectors")
 tool.mark("/dev/sdb", tree="diskbrowser")
 tool.expand("/dev/sda", tree="diskbrowser")
@@ -54,8 +56,8 @@ restore()
 
 shell(marking.SMALL_VOLUME)
 for kind, records in ((templates.FILES, [b"C:/boot/grub/removed.cfg", b"C:/etc/hostname", b"E:\\LOST.TXT"]),
-                      (templates.SECTORS, [(0x80, 0), (0x80, 999999999), (0x85, 63)])):
-    for content, suffix in zip(templates.expected(kind, records, "E:\\pelva\\"), ("nam", "chk")):
+                      (templates.SECTORS, [(0x80, 0), (0x80, 10240), (0x80, 999999999), (0x85, 63)])):
+    for content, suffix in zip(templates.expected(kind, records, b"E:\\pelva\\"), ("nam", "chk")):
         pathlib.Path(marking.PELVA, f"{templates.NAMES[kind]}.{suffix}").write_bytes(content)
 shell("mv /sbin/mount.ntfs-3g /sbin/mount.away")
 tool = Tool(PELVADB=marking.PELVA)
@@ -63,7 +65,8 @@ for title, name in (("Confirm", "missing_files"), ("Warning", "no_ntfs"), ("Conf
                     ("Warning", "no_board")):
     answer(tool, title, name)
 tool.push("tab_sectors")
+tool.picture("out/hidden_sectors")
 shell(marking.FILL_UP)
 tool.push("sectors_save")
-answer(tool, "Confirm", "save_question", "Return")
+answer(tool, "Confirm", "drops_question", "Return")
 answer(tool, "Error", "failed_save")

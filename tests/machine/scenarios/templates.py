@@ -21,10 +21,10 @@ def header(magic, kind, count, tail):
 
 
 def expected(kind, records, directory):
-    """Both files of a pair; directory is the template directory as the firmware names it, with its separator."""
+    """Both files of a pair; directory is the template directory as the firmware names it, with its separator; bytes."""
     records = [struct.pack("256s", record) if kind == FILES else struct.pack("<BI", *record) for record in records]
     check = header(b"SNCV", kind, len(records), {0x118: 7, 0x11C: 1, 0x120: 3, 0x124: 1, 0x1A8: 1})
-    path = f"{directory}{NAMES[kind]}.nam".encode()
+    path = directory + f"{NAMES[kind]}.nam".encode()
     check[0x128:0x128 + len(path)] = path
     return (bytes(header(b"SNON", kind, len(records), {0x11C: 0xFF})) + b"".join(records),
             bytes(check) + bytes(4 * len(records)))
