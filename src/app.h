@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 
 typedef struct _GtkWidget GtkWidget;
@@ -85,6 +86,7 @@ struct app : environment {
 
     std::FILE *fsnon = nullptr; // name and check file: both open while a template is written,
     std::FILE *fsncv = nullptr; // both null otherwise
+    std::shared_ptr<struct template_save> saving; // and the rest of what writing it needs
 };
 
 inline saved_template &template_of(struct app &app, list_kind kind)

@@ -127,28 +127,23 @@ private:
     std::vector<widest_text> widest_; // of each column
 };
 
-// The lists that the tree walks are filling; the walks hand nothing but `app` and the row through.
-refilled_list *filled_files = nullptr;
-refilled_list *filled_sectors = nullptr;
-
-void file_callback(struct app *app, file_store *, file_node *row)
+void add_file(refilled_list &list, const struct app &app, const file_node &row)
 {
     trace_log("* Enter");
-    trace_log("Saving file: %s", app->path_buf);
-    filled_files->make_room(file_report_path, display_text(app->path_buf));
-    filled_files->make_room(file_report_size, std::to_string(row->size));
-    gtk_list_store_insert_with_values(filled_files->store(), nullptr, G_MAXINT, file_report_path,
-                                      app->path_buf, file_report_size, guint64{row->size}, -1);
+    trace_log("Saving file: %s", app.path_buf);
+    list.make_room(file_report_path, display_text(app.path_buf));
+    list.make_room(file_report_size, std::to_string(row.size));
+    gtk_list_store_insert_with_values(list.store(), nullptr, G_MAXINT, file_report_path, app.path_buf,
+                                      file_report_size, guint64{row.size}, -1);
     trace_log("* Success");
 }
 
-void sector_callback(struct app *app, std::uint32_t, disk *, GtkTreeIter *)
+void add_sector(refilled_list &list, const struct app &app)
 {
     trace_log("* Enter");
-    trace_log("%s", app->path_buf);
-    filled_sectors->make_room(sector_report_path, display_text(app->path_buf));
-    gtk_list_store_insert_with_values(filled_sectors->store(), nullptr, G_MAXINT, sector_report_path,
-                                      app->path_buf, -1);
+    trace_log("%s", app.path_buf);
+    list.make_room(sector_report_path, display_text(app.path_buf));
+    gtk_list_store_insert_with_values(list.store(), nullptr, G_MAXINT, sector_report_path, app.path_buf, -1);
     trace_log("* Success");
 }
 
@@ -156,22 +151,21 @@ void fill_file_report(struct app *app)
 {
     file_store *tree = FILE_STORE(gtk_tree_view_get_model(GTK_TREE_VIEW(app->filebrowser)));
     refilled_list list(app->file_report);
-    filled_files = &list;
+    const auto add = [&](auto &&, auto &&, const file_node *row) { add_file(list, *app, *row); };
     for (const auto &root : file_store_top(tree)->children) {
         if (!root->mount || root->not_loaded)
             continue;
         const part &partition = *root->mount->partition;
         begin_path(app, partition_name(partition) + ":");
-        walk_file_rows(app, tree, *root, file_callback, file_system_of(partition).separator);
+        walk_file_rows(app, tree, *root, add, file_system_of(partition).separator);
     }
-    filled_files = nullptr;
 }
 
 void fill_sector_report(struct app *app)
 {
     GtkTreeModel *tree = gtk_tree_view_get_model(GTK_TREE_VIEW(app->diskbrowser));
     refilled_list list(app->sector_report);
-    filled_sectors = &list;
+    const auto add = [&](auto &&...) { add_sector(list, *app); };
     GtkTreeIter top;
     for (gboolean more = gtk_tree_model_get_iter_first(tree, &top); more;
          more = gtk_tree_model_iter_next(tree, &top)) {
@@ -181,9 +175,8 @@ void fill_sector_report(struct app *app)
         if (!disk || !gtk_tree_model_iter_children(tree, &first, &top))
             continue;
         begin_path(app, disk->name + ":");
-        walk_sector_rows(app, tree, &first, sector_callback);
+        walk_sector_rows(app, tree, &first, add);
     }
-    filled_sectors = nullptr;
 }
 
 void set_header(struct app *app, const char *name, const char *format, std::uint32_t count,

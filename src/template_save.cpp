@@ -21,25 +21,33 @@
 #include <optional>
 #include <vector>
 
+// A save that is going on.
+struct template_save {
+    explicit template_save(struct app *app) : names([app](const auto &work) { progress_wait(app, work); }) {}
+
+    std::unique_ptr<template_pair> pair;
+    board_names names;
+    std::vector<const file_node *> recorded; // the rows that got a record, in the order of the tree
+};
+
 namespace {
 
-// The pair whose streams `fsnon` and `fsncv` are. Only one save runs at a time.
-std::unique_ptr<template_pair> current;
-// The names that its records hold.
-std::optional<board_names> current_names;
-
-// The rows that got a record, in the order of the tree.
-std::vector<const file_node *> recorded;
+// What was written and has not taken its place is removed.
+void drop(struct app *app)
+{
+    progress_wait(app, [app] { app->saving->pair.reset(); });
+    app->saving.reset();
+}
 
 // Ends the save that was begun, and lets the page say why. What was written is removed.
 void give_up(struct app *app)
 {
-    const list_kind kind = current->kind;
+    const template_pair &pair = *app->saving->pair;
+    const list_kind kind = pair.kind;
     const owned_gchar text(g_strdup_printf(_("The template was not saved: cannot write in %s: %s."),
-                                           display_text(app->pelva_db_path).c_str(),
-                                           g_strerror(current->error)));
-    const bool interrupted = current->interrupted;
-    progress_wait(app, [] { current.reset(); });
+                                           display_text(app->pelva_db_path).c_str(), g_strerror(pair.error)));
+    const bool interrupted = pair.interrupted;
+    drop(app);
     set_notice(app, kind, notice_subject::not_saved, text.get());
     if (interrupted)
         tell_interrupted_save(app, kind);
@@ -64,14 +72,15 @@ std::string place_of(const struct app &app, const file_node &file)
     return partition_name(*file.mount->partition) + ":" + path.substr(mountpoint.size());
 }
 
-// Adds the marked files below a row that got no record, whatever the reason. `next` is the first of
-// `recorded` that may still come.
-void find_left_out(const struct app &app, const file_node &above, std::size_t &next,
+// Adds the marked files below a row that got no record, whatever the reason. `recorded` are the rows with
+// one, in their order; `next` is the first of them that may still come.
+void find_left_out(const struct app &app, const file_node &above,
+                   const std::vector<const file_node *> &recorded, std::size_t &next,
                    std::list<std::string> &names)
 {
     for (const auto &row : above.children) {
         if (row->is_dir())
-            find_left_out(app, *row, next, names);
+            find_left_out(app, *row, recorded, next, names);
         else if (row->marked && next < recorded.size() && recorded[next] == row.get())
             ++next;
         else if (row->marked)
@@ -103,7 +112,7 @@ std::optional<std::string> directory_in_headers(struct app *app, list_kind kind)
     std::optional<std::string> directory;
     if (app->pelva_db_mt->letter) {
         reason = _("The path of the template directory has no name that the board can read.");
-        directory = current_names->of_template_directory(*app);
+        directory = app->saving->names.of_template_directory(*app);
     }
     if (directory) {
         reason = _("The path of the template directory is too long for the board.");
@@ -111,6 +120,7 @@ std::optional<std::string> directory_in_headers(struct app *app, list_kind kind)
             return directory;
     }
     trace_log("* Failed");
+    app->saving.reset();
     progress_stop(app);
     dialog_ok(app->window, _("Error"), "%s", reason);
     return std::nullopt;
@@ -119,35 +129,35 @@ std::optional<std::string> directory_in_headers(struct app *app, list_kind kind)
 bool begin_pair(struct app *app, list_kind kind, std::uint32_t count)
 {
     trace_log("Enter");
-    current_names.emplace([app](const auto &work) { progress_wait(app, work); });
+    app->saving = std::make_shared<template_save>(app);
     const std::optional<std::string> directory = directory_in_headers(app, kind);
     if (!directory)
         return false;
-    progress_wait(app, [&] { current = open_template_pair(app->pelva_db_path, kind); });
-    if (current->error) {
+    progress_wait(app, [&] { app->saving->pair = open_template_pair(app->pelva_db_path, kind); });
+    template_pair &pair = *app->saving->pair;
+    if (pair.error) {
         trace_log("* Failed");
         give_up(app);
         return false;
     }
     trace_log("%s check templates location: %.*s", kind == list_kind::files ? "File" : "Sector",
               static_cast<int>(directory->size()) - 1, directory->c_str());
-    if (!write_template_headers(*current, *directory, count)) {
+    if (!write_template_headers(pair, *directory, count)) {
         trace_log("Cannot write file headers");
         trace_log("Failed");
         give_up(app);
         tell_failure(app, kind);
         return false;
     }
-    recorded.clear();
-    app->fsnon = current->nam.get();
-    app->fsncv = current->chk.get();
+    app->fsnon = pair.nam.get();
+    app->fsncv = pair.chk.get();
     trace_log("* Success");
     return true;
 }
 
-bool write_to_pair(byte_span record)
+bool write_to_pair(const struct app *app, byte_span record)
 {
-    if (write_template_record(*current, record)) {
+    if (write_template_record(*app->saving->pair, record)) {
         trace_log("* Success");
         return true;
     }
@@ -169,7 +179,7 @@ bool is_ambiguous(const file_node &row)
 std::optional<std::string> record_text(const struct app *app, const file_node &row)
 {
     if (!is_ambiguous(row))
-        return current_names->of_file(*row.mount->partition, app->path_buf);
+        return app->saving->names.of_file(*row.mount->partition, app->path_buf);
     trace_log("The board would read two names in one: %s", app->path_buf);
     return std::nullopt;
 }
@@ -232,8 +242,8 @@ void save_file(struct app *app, file_store *store, file_node *row)
     std::ranges::copy(*text, record.begin());
     // Spelled so, like every trace text that looks wrong: whoever searches traces looks for it as it stands.
     trace_log("Write file %s in themplates", text->c_str());
-    if (write_to_pair(record))
-        recorded.push_back(row);
+    if (write_to_pair(app, record))
+        app->saving->recorded.push_back(row);
 }
 
 void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter *)
@@ -245,7 +255,7 @@ void save_sector(struct app *app, std::uint32_t sector, disk *disk, GtkTreeIter 
     const sector_record record = make_sector_record(disk->drive_number, sector);
     std::array<std::uint8_t, sizeof(record)> bytes{record.drive_number};
     std::ranges::copy(record.little_endian, bytes.begin() + 1);
-    (void)write_to_pair(bytes);
+    (void)write_to_pair(app, bytes);
 }
 
 bool save_done(struct app *app)
@@ -254,15 +264,14 @@ bool save_done(struct app *app)
     g_assert(app->fsnon != ((void *)0)); // NOLINT
     g_assert(app->fsncv != ((void *)0)); // NOLINT
     app->fsnon = app->fsncv = nullptr;
-    current_names.reset();
     bool replaced = false;
     // The walk that wrote it may have been left early.
-    if (!ending()) {
-        progress_wait(app, [&] { replaced = replace_template(*current); });
-        if (!replaced)
-            give_up(app);
-    }
-    progress_wait(app, [] { current.reset(); });
+    if (!ending())
+        progress_wait(app, [&] { replaced = replace_template(*app->saving->pair); });
+    if (replaced || ending())
+        drop(app);
+    else
+        give_up(app);
     return replaced;
 }
 
@@ -283,13 +292,14 @@ bool save_file_template(struct app *app, file_store *store)
         begin_path(app, {top->mount->letter, ':'});
         walk_file_rows(app, store, *top, save_file, file_system_of(*top->mount->partition).separator);
     }
+    const std::shared_ptr<template_save> saved = app->saving;
     if (!save_done(app)) {
         tell_failure(app, list_kind::files);
         return false;
     }
     std::list<std::string> left_out;
     std::size_t next = 0;
-    find_left_out(*app, *file_store_top(store), next, left_out);
+    find_left_out(*app, *file_store_top(store), saved->recorded, next, left_out);
     note_saved(app, list_kind::files, std::move(left_out));
     return true;
 }

@@ -3,8 +3,11 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 std::int32_t trace_enabled = 0;
+
+static thread_local std::string *kept = nullptr;
 
 int(trace_log)(const char *format, ...)
 {
@@ -13,8 +16,27 @@ int(trace_log)(const char *format, ...)
     const int error = errno; // which the caller may not have looked at yet
     va_list arguments;
     va_start(arguments, format);
-    const int written = std::vfprintf(stderr, format, arguments);
+    int written = 0;
+    char *text = nullptr;
+    if (!kept)
+        written = std::vfprintf(stderr, format, arguments);
+    else if ((written = vasprintf(&text, format, arguments)) >= 0)
+        kept->append(text);
     va_end(arguments);
+    std::free(text);
     errno = error;
     return written < 0 ? 0 : written;
+}
+
+void keep_trace(std::string *lines)
+{
+    kept = lines;
+}
+
+void trace_kept(const std::string &lines)
+{
+    if (kept)
+        kept->append(lines);
+    else
+        std::fwrite(lines.data(), 1, lines.size(), stderr);
 }

@@ -35,7 +35,7 @@ void begin_path(struct app *app, const std::string &text)
     pop_to(app, app->path_buf + length);
 }
 
-void walk_file_rows(struct app *app, file_store *store, const file_node &above, file_visitor visit,
+void walk_file_rows(struct app *app, file_store *store, const file_node &above, const file_visitor &visit,
                     char separator)
 {
     for (const auto &row : above.children) {
@@ -54,7 +54,8 @@ void walk_file_rows(struct app *app, file_store *store, const file_node &above, 
     }
 }
 
-void walk_sector_rows(struct app *app, GtkTreeModel *model, const GtkTreeIter *first, sector_visitor visit)
+void walk_sector_rows(struct app *app, GtkTreeModel *model, const GtkTreeIter *first,
+                      const sector_visitor &visit)
 {
     GtkTreeIter row = *first;
     do {
