@@ -1,6 +1,7 @@
 // The start, and the commands that it runs: they come to their end, and what they leave behind can be ended.
 #include "common/misc.h"
 
+#include "common/background.h"
 #include "common/environment.h"
 #include "common/host.h"
 #include "support.h"
@@ -76,6 +77,27 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_THAT(start(directory),
                 MatchesRegex("1No disks[^\n]*\n[^\n]*nvme0n1 .NVMe., sdb .removable.\\.\n"));
+}
+
+TEST(background, keeps_what_it_traces_until_it_is_finished)
+{
+    trace_enabled = 1;
+    internal::CaptureStderr();
+    {
+        background first([] {
+            background inner([] { trace_log("inner"); });
+            trace_log("first");
+            inner.finish();
+        });
+        const background second([] { trace_log("second"); }); // finished by its end
+        EXPECT_TRUE(first.has_begun());
+        trace_log("here");
+        first.finish();
+        trace_log("finished");
+    }
+    trace_enabled = 0;
+    EXPECT_THAT(internal::GetCapturedStderr(), MatchesRegex("[^\n]* here\n[^\n]* first\n[^\n]* inner\n[^\n]* "
+                                                            "finished\n[^\n]* second\n"));
 }
 
 TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
