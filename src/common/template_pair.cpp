@@ -2,6 +2,7 @@
 
 #include "trace_log.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -313,6 +314,7 @@ std::unique_ptr<template_pair> open_template_pair(const std::string &directory, 
     const auto [nam, chk] = names_of(kind);
     // A save that could not be taken back may have left half of the pair in use here.
     if (!pair->directory || (pair->error = recover(pair->directory.get(), kind)) != 0) {
+        pair->interrupted = pair->error != 0;
         (void)failed(*pair);
         pair->leave_to_recovery = true;
         trace_log("Cannot open file for writing: %s/%s", directory.c_str(), nam.c_str());
@@ -355,4 +357,17 @@ void recover_templates(const std::string &directory)
     for (const list_kind kind : {list_kind::files, list_kind::sectors})
         if (const int error = recover(opened.get(), kind))
             trace_log("The save stays interrupted until the next start: %s", std::strerror(error));
+}
+
+std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind)
+{
+    std::vector<std::string> names;
+    const owned_fd opened = open_template_directory(directory);
+    struct stat status = {};
+    for (const std::string &name : names_of(kind))
+        for (const std::string &beside : {new_name(name), old_name(name)})
+            if (opened && exists(opened.get(), beside, &status))
+                names.push_back(beside);
+    std::ranges::sort(names);
+    return names;
 }

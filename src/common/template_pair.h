@@ -11,6 +11,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 // A pair being written. Dropping it before it has replaced the pair in use removes what was written.
 struct template_pair {
@@ -26,6 +27,7 @@ struct template_pair {
     std::uint32_t claimed = 0; // record count in the headers
     std::uint32_t records = 0; // records written so far
     int error = 0;             // errno of the first failure: the pair can no longer replace anything
+    bool interrupted = false;  // `error` is that of putting an earlier save right: see interrupted_save
     bool leave_to_recovery = false;
 };
 
@@ -48,3 +50,7 @@ struct template_pair {
 // a template is read. Afterwards each pair is the old one or the new one, and nothing of ours lies beside it.
 // What cannot be put right stays as it is, for the next start.
 void recover_templates(const std::string &directory);
+
+// The names, sorted and without the directory, of what lies beside the pair because an interrupted save could
+// not be put right. Nothing when all is in order; not to be called while a pair of this kind is open.
+[[nodiscard]] std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind);
