@@ -28,7 +28,8 @@ struct template_pair {
     std::uint32_t records = 0; // records written so far
     int error = 0;             // errno of the first failure: the pair can no longer replace anything
     bool interrupted = false;  // `error` is that of putting an earlier save right: see interrupted_save
-    bool leave_to_recovery = false;
+    bool remains = false;      // nothing of an earlier save is whole: it lies there until this pair is in use
+    bool leave_beside = false; // what lies beside the pair in use is left to the recovery
 };
 
 // Creates both new files. When one of them cannot be created, which is traced, the pair's `error` says why.
