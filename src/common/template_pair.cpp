@@ -381,8 +381,22 @@ bool look_at(int directory, const std::string &name, predecessor &before)
     return !S_ISREG(status.st_mode) || before.file || traced_failure("open", name);
 }
 
-bool take_back(changes &made, const file_names &used, const std::array<predecessor, 2> &before)
+// Where a whole pair was replaced, .old comes back. It must be whole once more if its removal was what
+// failed.
+bool bring_back_old(changes &made, list_kind kind, const std::array<predecessor, 2> &before)
 {
+    const file_names old = beside(kind, ".old");
+    struct stat status = {};
+    for (std::size_t i = 0; i < old.size(); ++i)
+        if (!exists(made.directory, old[i], &status) && !copy_file(made.directory, before[i].file, old[i]))
+            return false;
+    return settle(made) && place(made, old, names_of(kind));
+}
+
+// Where nothing whole was replaced, the new pair still lies beside what comes back here.
+bool bring_back_remains(changes &made, list_kind kind, const std::array<predecessor, 2> &before)
+{
+    const file_names used = names_of(kind);
     for (const std::string &name : used)
         if (!remove_file(made, name))
             return false;
@@ -426,7 +440,7 @@ bool replace_files(template_pair &pair)
         return true;
     }
     (void)failed(pair);
-    pair.leave_beside = begun && !take_back(made, used, before);
+    pair.leave_beside = begun && !(whole ? bring_back_old : bring_back_remains)(made, pair.kind, before);
     return false;
 }
 
