@@ -122,10 +122,19 @@ bool rename_file(changes &made, const std::string &from, const std::string &to)
                               traced_failure("rename", from));
 }
 
+owned_fd open_directory(int beside, const std::string &path)
+{
+    return owned_fd(openat(beside, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Until the parent is synced, FAT counts the clusters of a new directory among what belongs to the parent.
 bool sync_directory(int directory)
 {
+    const owned_fd parent = open_directory(directory, "..");
     // Some file systems have nothing to bring to the disk for a directory and say so with EINVAL.
-    return fsync(directory) == 0 || errno == EINVAL || traced_failure("sync", "the template directory");
+    return (parent && (fsync(parent.get()) == 0 || errno == EINVAL) &&
+            (fsync(directory) == 0 || errno == EINVAL)) ||
+           traced_failure("sync", "the template directory");
 }
 
 // Brings everything to the disk. The directory comes last because syncfs does not empty the disk's own cache
@@ -444,11 +453,6 @@ bool replace_files(template_pair &pair)
     return false;
 }
 
-owned_fd open_template_directory(const std::string &path)
-{
-    return owned_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
 } // namespace
 
 template_pair::template_pair(std::string directory_path, list_kind list, owned_fd opened)
@@ -467,7 +471,7 @@ template_pair::~template_pair()
 
 std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind)
 {
-    auto pair = std::make_unique<template_pair>(directory, kind, open_template_directory(directory));
+    auto pair = std::make_unique<template_pair>(directory, kind, open_directory(AT_FDCWD, directory));
     const auto [nam, chk] = names_of(kind);
     // A save that could not be taken back may have left half of the pair in use here.
     if (!pair->directory || (pair->error = recover(pair->directory.get(), kind, pair->remains)) != 0) {
@@ -509,7 +513,7 @@ bool replace_template(template_pair &pair)
 
 void recover_templates(const std::string &directory)
 {
-    const owned_fd opened = open_template_directory(directory);
+    const owned_fd opened = open_directory(AT_FDCWD, directory);
     if (!opened)
         return;
     for (const list_kind kind : {list_kind::files, list_kind::sectors}) {
@@ -522,7 +526,7 @@ void recover_templates(const std::string &directory)
 std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind)
 {
     std::vector<std::string> names;
-    const owned_fd opened = open_template_directory(directory);
+    const owned_fd opened = open_directory(AT_FDCWD, directory);
     struct stat status = {};
     for (const char *suffix : suffixes)
         for (const std::string &name : beside(kind, suffix))
