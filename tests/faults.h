@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
@@ -34,7 +35,7 @@ struct faulty_run {
     bool crashed = false;   // ended by a signal that was not planned
     int result = -1;        // what the work returned, 0 to 255
     int calls = 0;          // system calls on files and processes
-    std::set<ino_t> synced; // files whose fsync succeeded
+    std::set<ino_t> synced; // files that were brought to the disk
 };
 
 // Not those of memory, signals, time and the process's own end: a failure of these is no disk's doing.
@@ -48,9 +49,15 @@ inline bool is_countable(unsigned long long call)
     return std::ranges::find(others, call) == std::end(others);
 }
 
-// `without_links`: the file system knows no hard links.
-inline faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan,
-                                  bool without_links = false)
+inline void note_synced(faulty_run &run, const std::string &file)
+{
+    struct stat status = {};
+    if (stat(file.c_str(), &status) == 0)
+        run.synced.insert(status.st_ino);
+}
+
+// Nothing is really synced: a busy disk would take its time, and is not cut from its power.
+inline faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -60,6 +67,7 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
     }
     faulty_run run;
     int status = 0, signal = 0, error = 0;
+    unsigned long long sync = 0;
     waitpid(child, &status, 0);
     ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
     for (bool inside = false; ptrace(PTRACE_SYSCALL, child, nullptr, signal) == 0;) {
@@ -72,7 +80,9 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
             continue;
         inside = !inside;
         if (inside) {
-            error = without_links && registers.orig_rax == SYS_linkat ? EPERM : 0;
+            error = 0;
+            sync =
+                registers.orig_rax == SYS_fsync || registers.orig_rax == SYS_syncfs ? registers.orig_rax : 0;
             const bool counts = is_countable(registers.orig_rax);
             run.calls += counts ? 1 : 0;
             for (const auto &[call, what, with] : plan) {
@@ -86,17 +96,21 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
                     waitpid(child, &status, 0);
             }
             // A failing close has closed all the same; any other call becomes one that does not exist.
-            if (error && registers.orig_rax != SYS_close)
+            if ((error && registers.orig_rax != SYS_close) || sync)
                 registers.orig_rax = ~0ULL;
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
         } else if (error) {
             registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
-        } else if (registers.orig_rax == SYS_fsync && registers.rax == 0) {
-            struct stat synced = {};
-            const std::string files = "/proc/" + std::to_string(child) + "/fd/";
-            stat((files + std::to_string(registers.rdi)).c_str(), &synced);
-            run.synced.insert(synced.st_ino);
+        } else if (sync) {
+            registers.rax = 0;
+            ptrace(PTRACE_SETREGS, child, nullptr, &registers);
+            const std::string file =
+                "/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi);
+            note_synced(run, file);
+            if (sync == SYS_syncfs)
+                for (const auto &entry : std::filesystem::directory_iterator(file))
+                    note_synced(run, entry.path());
         }
     }
     run.result = run.survived ? WEXITSTATUS(status) : -1;

@@ -27,8 +27,9 @@ struct template_pair {
     std::uint32_t claimed = 0; // record count in the headers
     std::uint32_t records = 0; // records written so far
     int error = 0;             // errno of the first failure: the pair can no longer replace anything
-    bool leave_to_recovery = false;
-    bool interrupted = false; // what an earlier save left is in the way: interrupted_save
+    bool interrupted = false;  // `error` is that of putting an earlier save right: see interrupted_save
+    bool remains = false;      // nothing of an earlier save is whole: it lies there until this pair is in use
+    bool leave_beside = false; // what lies beside the pair in use is left to the recovery
 };
 
 // Creates both new files. When one of them cannot be created, which is traced, the pair's `error` says why.
@@ -46,11 +47,11 @@ struct template_pair {
 // before: the pair in use is then the old one. The pair is of no more use but for its `error`.
 [[nodiscard]] bool replace_template(template_pair &pair);
 
-// The names of what an interrupted save has left beside the pair and the recovery could not put right; none when
-// nothing lies there.
-[[nodiscard]] std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind);
-
 // Clears up after saves that a crash or power cut interrupted, for both lists. To be called at start, before
 // a template is read. Afterwards each pair is the old one or the new one, and nothing of ours lies beside it.
 // What cannot be put right stays as it is, for the next start.
 void recover_templates(const std::string &directory);
+
+// The names, sorted and without the directory, of what lies beside the pair because an interrupted save could
+// not be put right. Nothing when all is in order; not to be called while a pair of this kind is open.
+[[nodiscard]] std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind);
