@@ -248,7 +248,7 @@ struct recovering : testing::Test {
         const bool whole = holds(files, state::old_one) || holds(files, state::new_one);
         for (int cut = whole && with_cuts ? 0 : -1; !HasFailure(); ++cut) {
             lay_out(files);
-            const auto before = found();
+            const auto before = whole ? std::map<std::string, std::string>() : found();
             changes_left = cut;
             recover_templates(scratch.path());
             const bool all = cut < 0 || changes_left > 0;
@@ -277,12 +277,12 @@ TEST_F(recovering, brings_back_what_is_whole_and_else_removes_nothing)
             files[i] = static_cast<state>(number >> 2 * i & 3);
         hard_links = std::popcount(number) % 2 == 0;
         next = std::popcount(number * 0x9E3779B9) % 2 == 0;
-        recover(files, number % 13 == 0);
+        recover(files, number % 31 == 0);
         // Where both saves have as many records, the headers do not tell what belongs together, but .old
         // does.
         old_pair = pair_of_old(new_records.size());
         if (files[2] == files[3] && files[2] >= state::old_one)
-            recover(files, number % 13 == 0);
+            recover(files, number % 31 == 0);
         old_pair = pair_of_old(2);
     }
 }

@@ -149,6 +149,13 @@ bool settle(changes &made)
     return true;
 }
 
+// The same for what was removed or renamed, of which FAT must not keep a file's new entry without losing the
+// old one. Elsewhere it takes syncfs: without a journal the directory's own sync may leave entries behind.
+bool settle_entries(changes &made)
+{
+    return sync_directory(made.directory) && settle(made);
+}
+
 // The check file first: a name file alone is no template.
 bool remove_beside(changes &made, list_kind kind, const char *suffix)
 {
@@ -159,7 +166,7 @@ bool remove_beside(changes &made, list_kind kind, const char *suffix)
 bool remove_all_beside(changes &made, list_kind kind)
 {
     return std::ranges::all_of(suffixes, [&](auto suffix) { return remove_beside(made, kind, suffix); }) &&
-           sync_directory(made.directory);
+           settle_entries(made);
 }
 
 // A new, empty file that is not reached through anything that lay there before, with the permissions of a
@@ -198,7 +205,7 @@ owned_file create_stream(template_pair &pair, const std::string &name, const std
     } else {
         // What lies under this name in spite of the recovery has never been a template.
         changes made{directory, {}};
-        if (remove_file(made, new_name) && (made.held.empty() || sync_directory(directory)))
+        if (remove_file(made, new_name) && (made.held.empty() || settle_entries(made)))
             fd = create_file(directory, new_name, S_ISREG(status.st_mode) ? status.st_mode : 0644);
     }
     owned_file stream(fd ? fdopen(fd.get(), "wb+") : nullptr);
@@ -257,7 +264,7 @@ bool place(changes &made, const file_names &from, const file_names &to)
     for (std::size_t i = 0; i < to.size(); ++i)
         if (from[i] != to[i] && !remove_file(made, to[i]))
             return false;
-    if (!sync_directory(made.directory))
+    if (!settle_entries(made))
         return false;
     for (std::size_t i = 0; i < to.size(); ++i)
         if (from[i] != to[i] && !second_name(made.directory, from[i], to[i]))
@@ -409,7 +416,7 @@ bool bring_back_remains(changes &made, list_kind kind, const std::array<predeces
     for (const std::string &name : used)
         if (!remove_file(made, name))
             return false;
-    if (!sync_directory(made.directory))
+    if (!settle_entries(made))
         return false;
     for (std::size_t i = 0; i < used.size(); ++i)
         if (before[i].existed && !copy_file(made.directory, before[i].file, used[i]))
@@ -422,7 +429,7 @@ bool bring_back_remains(changes &made, list_kind kind, const std::array<predeces
 bool rename_over(changes &made, list_kind kind, const file_names &from, const file_names &used, bool &begun)
 {
     begun = rename_file(made, from[0], used[0]);
-    return begun && rename_file(made, from[1], used[1]) && sync_directory(made.directory) && settle(made) &&
+    return begun && rename_file(made, from[1], used[1]) && settle_entries(made) &&
            remove_all_beside(made, kind);
 }
 
@@ -466,7 +473,7 @@ template_pair::~template_pair()
         return;
     changes made{directory.get(), {}};
     if (remove_beside(made, kind, own_suffix(*this)) && (remains || remove_beside(made, kind, ".old")))
-        (void)sync_directory(directory.get());
+        (void)settle_entries(made);
 }
 
 std::unique_ptr<template_pair> open_template_pair(const std::string &directory, list_kind kind)
