@@ -20,9 +20,9 @@ struct file_system {
     std::array<std::string_view, 3> names{}; // libparted's; none for what the firmware cannot read
     std::array<known_magic, 3> magics{};
     record_names names_in_records = record_names::code_page_866;
-    char separator = '\\';            // in the firmware's paths
-    const char *mount_type = nullptr; // null for the name itself
-    const char *mount_options = "";
+    char separator = '\\';               // in the firmware's paths
+    const char *mount_type = nullptr;    // null for the name itself
+    const char *mount_options = "";      // behind those of every mount
     const char *mount_package = nullptr; // what may be missing when it cannot be mounted; null for nothing
 };
 

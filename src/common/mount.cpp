@@ -4,12 +4,14 @@
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/mktmpdir.h"
+#include "common/owned.h"
 #include "common/process.h"
 #include "trace_log.h"
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
@@ -62,12 +64,31 @@ std::vector<std::string> cleanup_places()
     return only_own && !own.empty() ? std::vector<std::string>{"/tmp/tarnel*"} : own;
 }
 
-std::string mount_command(const disk &d, const part &p, const std::string &directory)
+// Whether nobody has the device, as the kernel itself sees it: mounts count that no table of ours shows.
+// False when it cannot be opened.
+bool is_free(const std::string &device)
 {
+    return static_cast<bool>(owned_fd(open(host_path(device).c_str(), O_RDONLY | O_EXCL | O_CLOEXEC)));
+}
+
+// Mounts for reading: a volume that is mounted for writing says so in sectors which the board checks, and
+// what lies on a foreign one starts no program and opens no device. Returns the status of the command.
+int mount_at(const disk &d, const part &p, const std::string &directory)
+{
+    constexpr int failed = 32; // of mount(8)
     const file_system &kind = file_system_of(p);
     const std::string type = kind.mount_type ? kind.mount_type : *p.fs_type;
     const std::string device = "/dev/" + d.name + partition_separator(d.name) + std::to_string(p.index);
-    return "mount -t " + type + " " + device + " " + directory + " " + kind.mount_options;
+    const std::string command = "mount -t " + type + " " + device + " " + directory + " -o ";
+    const std::string options = std::string("nosuid,nodev,noexec") + kind.mount_options;
+    const int status = run_command(command + "ro," + options);
+    // It is mounted for writing already, where we do not see it or see but a part of it: the kernel keeps one
+    // state for all its mounts.
+    if (status == failed && !is_free(device)) {
+        trace_log("Mounting %s beside what is mounted already", device.c_str());
+        return run_command(command + options);
+    }
+    return status;
 }
 
 // Mounts the partition below the temporary directory and sets its `mount_point`. Returns whether it did.
@@ -91,7 +112,7 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
     }
     trace_log("Try to mount partition /dev/%s%d to mountpoint %s", p.device.c_str(), p.index,
               directory.c_str());
-    if (run_command(mount_command(d, p, directory)) != 0) {
+    if (mount_at(d, p, directory) != 0) {
         // A mount that was killed half-way may stand all the same.
         if (rmdir(directory.c_str()) != 0 && errno == EBUSY && run_command("umount " + directory) == 0)
             rmdir(directory.c_str());

@@ -6,6 +6,7 @@ import pathlib
 import re
 import signal
 
+from marking import save, take_default_sectors
 from robot import AS_USER, LOCK, MOUNTS, TEMPLATES, Tool, check_equal, output, shell, wait
 
 # What the firmware of this machine would see: the system disk first, arrays before disks, members and the stick hidden.
@@ -45,6 +46,39 @@ def killed():
     check_mounted("mounts after a kill")
     tool.close()
     tool.wait_end()
+
+
+def changes_nothing():
+    """What is clean keeps every byte, over a session and a kill, and mounts stay; a disk may want the kernel to panic"""
+    def state():
+        shell("sync; echo 3 >/proc/sys/vm/drop_caches")  # a partition's cache is not that of its disk
+        return shell("sha256sum /dev/sd[acdef] /dev/md0; grep ' /mnt/' /proc/mounts").splitlines()
+
+    # One mounted for writing, one so that it shows no more than a part; one with an orphan that cannot be.
+    shell("cp /dev/sdg /run/sdg; echo 64,8M,83 | sfdisk -q /dev/sdg; mke2fs -q -t ext4 -e panic /dev/sdg1; "
+          "debugfs -w -R 'set_super_value last_orphan 9' /dev/sdg1 2>&1; mkdir -p /mnt/fat /mnt/whole /mnt/part; "
+          "mount /dev/md0p2 /mnt/fat; mount /dev/sda1 /mnt/whole; mount --bind /mnt/whole/EFI /mnt/part; umount /mnt/whole")
+    before = state()
+    tool = Tool()
+    tool.start()
+    mounts = dict(re.findall(r"/dev/(\S+) /tmp/tarnel\S+ \S+ (\w+,nosuid,nodev,noexec),", MOUNTS.read_text()))
+    ours = MOUNTED.keys() - {"md0p2"} | {"sdg1"}
+    check_equal(mounts, {name: f"{'rw' if name == 'sda1' else 'ro'},nosuid,nodev,noexec" for name in ours}, "mounts")
+    for name in sorted(ours | {"md0p2"}):
+        tool.mark(f"/dev/{name}")
+    save(tool, "files")
+    take_default_sectors(tool)
+    save(tool, "sectors")
+    tool.close()
+    tool.wait_end()
+    assert os.path.getsize(f"{TEMPLATES}/bootfile.nam") > 7000 * 256, "not all of it was saved"
+    check_equal(state(), before, "disks and mounts after a session")
+    tool = Tool()
+    tool.start()
+    tool.process.kill()
+    tool.process.wait()
+    check_equal(state(), before, "disks and mounts after a kill")
+    shell("umount /tmp/tarnel*/*; cp /run/sdg /dev/sdg; blockdev --rereadpt /dev/sdg")
 
 
 def signalled():
