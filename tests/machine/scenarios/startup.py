@@ -61,17 +61,21 @@ def changes_nothing():
     before = state()
     tool = Tool()
     tool.start()
-    mounts = dict(re.findall(r"/dev/(\S+) /tmp/tarnel\S+ \S+ (\w+,nosuid,nodev,noexec),", MOUNTS.read_text()))
-    ours = MOUNTED.keys() - {"md0p2"} | {"sdg1"}
-    check_equal(mounts, {name: f"{'rw' if name == 'sda1' else 'ro'},nosuid,nodev,noexec" for name in ours}, "mounts")
-    for name in sorted(ours | {"md0p2"}):
-        tool.mark(f"/dev/{name}")
-    save(tool, "files")
+    mounts = dict(re.findall(r"/dev/(\S+) /tmp/tarnel\S+ \S+ (\w+),nosuid,nodev,noexec,", MOUNTS.read_text()))
+    ours = MOUNTED.keys() - {"md0p2"}
+    check_equal(mounts, dict.fromkeys(ours, "ro") | {"sda1": "rw"}, "mounts")
     take_default_sectors(tool)
     save(tool, "sectors")
+    tool.push("tab_files")
+    for name in sorted(ours | {"md0p2"}):
+        tool.mark(f"/dev/{name}")
+        wait(lambda: output("err").count("mark_recursive] * Enter") == output("err").count("mark_recursive] * Success"), name)
+    save(tool, "files")
+    wait(lambda: "save_file_template] * Success" in output("err"), "the end of the save")
     tool.close()
     tool.wait_end()
     assert os.path.getsize(f"{TEMPLATES}/bootfile.nam") > 7000 * 256, "not all of it was saved"
+    assert b"\x84\x40\0\0\0" in pathlib.Path(f"{TEMPLATES}/bootsect.nam").read_bytes(), "no boot sector of sdg1"
     check_equal(state(), before, "disks and mounts after a session")
     tool = Tool()
     tool.start()
