@@ -75,7 +75,7 @@ bool check_mime_type(const std::string &path, const std::string &expected)
 {
     trace_log("* Enter");
     bool answer = false;
-    const owned_magic cookie(magic_open(MAGIC_MIME));
+    const owned_magic cookie(magic_open(MAGIC_MIME | MAGIC_SYMLINK));
     if (cookie && magic_load(cookie.get(), nullptr) == 0) {
         // Null when the file cannot be read.
         const char *description = magic_file(cookie.get(), path.c_str());

@@ -33,7 +33,8 @@ struct file_system {
 // any other, and when the path cannot be queried.
 [[nodiscard]] std::uint32_t check_fs_type(const std::string &path);
 
-// Whether libmagic's MIME description of the file contains the expected text (such as "text/rtf").
+// Whether libmagic's MIME description of the file contains the expected text (such as "text/rtf"). Links are
+// followed, so that "/proc/self/fd/9" is what the descriptor was opened for.
 [[nodiscard]] bool check_mime_type(const std::string &path, const std::string &expected);
 
 // False when a directory prefix of the absolute path is a symbolic link. The last component is not examined.
