@@ -1,8 +1,11 @@
 #include "common/mount.h"
 
 #include "common/environment.h"
+#include "common/mktmpdir.h"
 #include "support.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <regex>
 #include <sstream>
@@ -68,6 +71,24 @@ TEST(mount, follows_the_kernel)
     const auto above = mount_data_find(odd);
     EXPECT_TRUE(above && above->directory == "/tmp");
     EXPECT_FALSE(find_mountpoint_for_device(device)) << "seen through a bind mount of a part only";
+}
+
+TEST(mount, makes_a_directory_of_its_own_where_all_names_are_taken)
+{
+    const private_tmp here;
+    if (!here.works)
+        GTEST_SKIP() << "needs the right to mount in a namespace of its own";
+    const auto now = static_cast<unsigned>(std::time(nullptr));
+    for (unsigned second = now; second < now + 3600; second++) {
+        std::srand(second);
+        for (int i = 0; i < 10; i++)
+            mkdir(tmpdir_name().c_str(), 0755);
+    }
+    const std::optional<std::string> made = mktmpdir();
+    ASSERT_TRUE(made && is_own_directory(*made, 077));
+    fs::create_directory(*made + "/sda1");
+    umount_rm_tmpdir();
+    EXPECT_FALSE(fs::exists(*made)) << "the next start would not have found it";
 }
 
 TEST(mount, mounts_lists_and_undoes)
