@@ -3,11 +3,13 @@
 
 #include "common/environment.h"
 #include "common/host.h"
+#include "common/lock_file.h"
 #include "support.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -78,6 +80,36 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_THAT(start(directory),
                 MatchesRegex("1No disks[^\n]*\n[^\n]*nvme0n1 .NVMe., sdb .removable.\\.\n"));
+}
+
+TEST(lock_file, is_root_s_own_whatever_others_put_in_its_place)
+{
+    const scratch_directory scratch;
+    const std::string lock = scratch.path() / "lock";
+    scratch.write("other", "");
+    // Commands that put something there, and whether it goes and a file is made.
+    const std::pair<std::string, bool> cases[] = {
+        {":", true},
+        {"ln -s other lock", true},
+        {"ln -s none lock", true},
+        {"mkfifo lock", true},
+        {"touch lock; chmod 606 lock", true},
+        {"touch lock; chown 1:1 lock || :", true},
+        {"mkdir lock", false},
+    };
+    for (const auto &[command, opens] : cases) {
+        run_tool("cd " + scratch.path().string() + "; rm -rf lock; " + command);
+        const owned_fd file = open_lock_file(lock);
+        struct stat opened = {}, named = {};
+        EXPECT_EQ(static_cast<bool>(file), opens) << command;
+        if (!file)
+            continue;
+        EXPECT_TRUE(fstat(file.get(), &opened) == 0 && lstat(lock.c_str(), &named) == 0);
+        EXPECT_EQ(opened.st_ino, named.st_ino) << command;
+        EXPECT_EQ(opened.st_mode, S_IFREG | 0600U) << command;
+        EXPECT_EQ(opened.st_uid, geteuid()) << command;
+    }
+    EXPECT_FALSE(fs::exists(scratch.path() / "none"));
 }
 
 TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
