@@ -1,8 +1,12 @@
 #include "trace_log.h"
 
+#include "common/owned.h"
+#include "common/visible_text.h"
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 
 std::int32_t trace_enabled = 0;
 
@@ -13,8 +17,14 @@ int(trace_log)(const char *format, ...)
     const int error = errno; // which the caller may not have looked at yet
     va_list arguments;
     va_start(arguments, format);
-    const int written = std::vfprintf(stderr, format, arguments);
+    const owned_gchar text(g_strdup_vprintf(format, arguments));
     va_end(arguments);
+    // Names of files and disks may hold what moves a terminal, or looks like another line.
+    std::string_view line = text.get();
+    const bool is_whole = std::string_view(format).ends_with('\n') && line.ends_with('\n');
+    line.remove_suffix(is_whole ? 1 : 0);
+    const std::string shown = visible_text(line, text_form::listing) + (is_whole ? "\n" : "");
+    const std::size_t written = std::fwrite(shown.data(), 1, shown.size(), stderr);
     errno = error;
-    return written < 0 ? 0 : written;
+    return static_cast<int>(written);
 }

@@ -6,7 +6,8 @@
 // 1 when the environment variable TRACE_PELVA is exactly "1". Read once at start-up; 0 before that.
 extern std::int32_t trace_enabled;
 
-// Writes the formatted text, and nothing else, to standard error while `trace_enabled` is non-zero.
+// Writes the formatted text, and nothing else, to standard error while `trace_enabled` is non-zero; what is
+// no printable text but for the format's own end of line reads like <U+001B> or <0xFF>, as in other listings.
 // Returns the number of characters written, 0 when tracing is off or nobody reads. Leaves errno alone.
 int trace_log(const char *format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -93,7 +93,7 @@ TEST_F(machine, disk_list_changes_nothing)
         listed += "   8        0  16384 " + std::string(name) + "\n";
     }
     listed += " 7 0 9 loop0\n 259 1 9 nvme0n1p1 more\n 65 161 9 sdaa1\n 9 0 99999999999 md0p1\n"
-              " 8 64 9 sde\n 8 176 9 sdl\n";
+              " 9 9 9 md_\"$(id)\"\n 8 64 9 sde\n 8 176 9 sdl\n";
     root.write("proc/mdstat",
                "md0 : active raid1 sdl[1](F) sdb1[0]\r\n      9 blocks\n\nmd3 : inactive sda[0]\n"
                "md1 : active (auto-read-only) raid1 sde[2](S)");
@@ -126,8 +126,9 @@ TEST_F(machine, disk_list_changes_nothing)
                           "84 sdg gpt 6442450944*512: 1F2048+4294967296 2K4294969344+2048\n"
                           "85 sdh 32768*512:\n86 sdi 32768*512:\n87 sdj 32768*512:\n88 sdk 32768*512:\n");
     run_tool("! find " + root.path().string() + "/dev/sd* -newermt 2001-01-02 | grep .");
+    EXPECT_THAT(commands.commands, Each(Not(HasSubstr("$("))));
     EXPECT_THAT(describe_disk_notes(notes),
-                AllOf(HasSubstr("opened: sdd."), HasSubstr(": sdj."),
+                AllOf(HasSubstr("opened: md_\"$(id)\", sdd."), HasSubstr(": sdj."),
                       HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
                                 "sdaa (behind sdz), vda, sdc (removable).")));
 }

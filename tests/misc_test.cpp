@@ -4,6 +4,7 @@
 #include "common/environment.h"
 #include "common/host.h"
 #include "common/lock_file.h"
+#include "common/process.h"
 #include "support.h"
 
 #include <csignal>
@@ -114,6 +115,10 @@ TEST(lock_file, is_root_s_own_whatever_others_put_in_its_place)
 
 TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
 {
+    const scratch_directory scratch;
+    fs::permissions(scratch.write("lsblk", "#!/bin/sh\nexit 99"), fs::perms::owner_all);
+    setenv("PATH", scratch.path().c_str(), 1);
+    settle_process();
     setpgid(0, 0); // the shell's parent leads the group that the terminal's signals go to
     for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
         std::signal(number, SIG_IGN);
@@ -122,6 +127,7 @@ TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
         {"[ $(grep -cE '^Sig(Ign|Blk):.*0000000$' /proc/self/status) = 2 ]", 0},
         {"read answer", 1},
         {"kill -KILL $$", -1},
+        {"lsblk --version >/dev/null", 0},
     };
     for (const auto &[command, status] : cases)
         EXPECT_EQ(run_command(command), status) << command;
