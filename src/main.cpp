@@ -1,6 +1,7 @@
 // Entry only: the order in which the program comes up, and its exit statuses.
 #include "app.h"
 #include "common/host.h"
+#include "common/lock_file.h"
 #include "common/misc.h"
 #include "common/owned.h"
 #include "common/process.h"
@@ -14,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <gtk/gtk.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -68,8 +68,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "%s\n", _("Only root can run this program"));
         return EXIT_FAILURE;
     }
-    // Closed on exec: a file system daemon started by mount must not keep the lock after us.
-    owned_fd lock(open(lock_file, O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    owned_fd lock = open_lock_file(lock_file);
     if (!lock) {
         std::fprintf(stderr, _("Cannot open the lock file %s: %s\n"), lock_file, std::strerror(errno));
         return EXIT_FAILURE;

@@ -1,6 +1,5 @@
 // Saving the report: the file chooser with its questions, and the document.
 #include "app.h"
-#include "common/filesystem.h"
 #include "common/owned.h"
 #include "common/process.h"
 #include "dialogs.h"
@@ -8,16 +7,16 @@
 #include "i18n.h"
 #include "notice_bar.h"
 #include "report.h"
+#include "report_file.h"
 #include "rtf_export.h"
 #include "trace_log.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <gtk/gtk.h>
 #include <list>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -56,13 +55,6 @@ GtkWidget *make_chooser(const struct app &app)
     return chooser;
 }
 
-// Where the links of an existing path lead; an unresolvable path itself.
-std::string resolved(const std::string &path)
-{
-    const owned_cstring target(realpath(path.c_str(), nullptr));
-    return target ? target.get() : path;
-}
-
 void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
 {
     dialog_ok(parent, _("Error"), _("Cannot write file «%s»: %s"), shown_name(path).c_str(),
@@ -80,30 +72,32 @@ void tell_empty_lines(GtkWidget *parent, const std::list<std::string> &names)
     dialog_ok_list(parent, _("Warning"), text.get(), "%s", lines_of(names).c_str());
 }
 
-// Whether the report may be written under this name. Nothing but an RTF document is ever overwritten. The
-// questions belong to the chooser, not to the window behind it: so they stay above it, and when they go, the
-// window manager gives the focus back to it.
-bool accept_name(GtkWidget *chooser, const std::string &path)
+// Whether the report may be written under this name, and its place if so. Nothing but an RTF document is ever
+// overwritten. The questions belong to the chooser, not to the window behind it: so they stay above it, and
+// when they go, the window manager gives the focus back to it.
+bool accept_name(GtkWidget *chooser, const std::string &path, report_place &place)
 {
     trace_log("Saving report as: %s", path.c_str());
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) {
+    bool is_link = false;
+    if (!find_report_place(place, path, is_link)) {
         if (errno != ENOENT) {
             dialog_ok(chooser, _("Error"), "%s", _("Cannot open file for writing"));
             return false;
         }
-        if (lstat(path.c_str(), &status) != 0)
-            return true;
+        if (!is_link)
+            return true;                        // the directory is missing
         tell_unwritable(chooser, path, ENOENT); // a link that leads nowhere
         return false;
     }
+    if (!place.old_file)
+        return true;
     const std::string name = shown_name(path);
     if (dialog_yes_no(chooser, _("Warning"), _("File «%s» already exists. Rewrite it?"), name.c_str()) !=
         GTK_RESPONSE_YES) {
         trace_log("User has cancelled rewrite file");
         return false;
     }
-    if (!check_mime_type(resolved(path), "text/rtf")) {
+    if (!holds_rtf(place)) {
         dialog_ok(chooser, _("Error"), _("File «%s» is not rtf-document."), name.c_str());
         trace_log("File %s is not rtf-document.", path.c_str());
         return false;
@@ -127,7 +121,7 @@ void close_chooser(GtkWidget *chooser)
 }
 
 // Nothing when the user gives up.
-std::optional<std::string> choose_name(const struct app &app)
+std::optional<std::string> choose_name(const struct app &app, report_place &place)
 {
     GtkWidget *chooser = make_chooser(app);
     std::optional<std::string> accepted;
@@ -137,66 +131,14 @@ std::optional<std::string> choose_name(const struct app &app)
             break;
         }
         const owned_gchar path(gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(chooser)));
+        place = report_place();
         if (!path)
             trace_log("User has't declared file");
-        else if (accept_name(chooser, path.get()))
+        else if (accept_name(chooser, path.get(), place))
             accepted = path.get();
     }
     close_chooser(chooser);
     return accepted;
-}
-
-// A file that becomes visible under its name only when it is complete; dropped before that, it leaves
-// nothing.
-struct new_file {
-    new_file() = default;
-    new_file(const new_file &) = delete;
-    new_file &operator=(const new_file &) = delete;
-    ~new_file()
-    {
-        if (stream)
-            unlink(temporary.c_str());
-    }
-
-    std::string target;
-    std::string temporary;
-    owned_file stream; // null once the file has its name
-};
-
-// Opens a temporary file beside the target. A link is followed, and a file that is there already hands its
-// owner and permissions on.
-bool open_beside(new_file &file, const std::string &path)
-{
-    file.target = resolved(path);
-    file.temporary = file.target.substr(0, file.target.rfind('/') + 1) + ".gtk-tarnel-report-XXXXXX";
-    const int fd = g_mkstemp_full(file.temporary.data(), O_WRONLY | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return false;
-    struct stat old = {};
-    if (stat(file.target.c_str(), &old) == 0 &&
-        (fchown(fd, old.st_uid, old.st_gid) != 0 || fchmod(fd, old.st_mode & 07777) != 0))
-        trace_log("Cannot keep owner and permissions of %s", file.target.c_str());
-    file.stream.reset(fdopen(fd, "wb"));
-    if (!file.stream) {
-        close(fd);
-        unlink(file.temporary.c_str());
-    }
-    return file.stream != nullptr;
-}
-
-// False, with the reason in errno, when not everything has reached the disk.
-bool put_in_place(new_file &file)
-{
-    errno = 0;
-    std::FILE *stream = file.stream.get();
-    if (std::fflush(stream) == 0 && !std::ferror(stream) && fsync(fileno(stream)) == 0 &&
-        std::rename(file.temporary.c_str(), file.target.c_str()) == 0) {
-        file.stream.reset();
-        return true;
-    }
-    if (errno == 0) // an earlier write failed, for a reason that is gone
-        errno = EIO;
-    return false;
 }
 
 void write_rows(rtf_report &report, const report_lists &lists)
@@ -232,11 +174,12 @@ void report_save_clicked(GtkWidget *, struct app *app)
                                 gtk_tree_view_get_model(GTK_TREE_VIEW(app->sector_report))};
     if (!lists.files || !lists.sectors)
         return;
-    const std::optional<std::string> path = choose_name(*app);
-    new_file file;
+    report_place place;
+    const std::optional<std::string> path = choose_name(*app, place);
+    report_file file;
     if (!path)
         return;
-    if (!open_beside(file, *path)) {
+    if (!open_report_file(file, std::move(place))) {
         const int reason = errno;
         trace_log("Cannot open file for writing: %s", path->c_str());
         tell_unwritable(app->report, *path, reason);

@@ -1,9 +1,12 @@
 #include "trace_log.h"
 
+#include "common/owned.h"
+#include "common/visible_text.h"
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
+#include <string>
 
 std::int32_t trace_enabled = 0;
 
@@ -16,16 +19,16 @@ int(trace_log)(const char *format, ...)
     const int error = errno; // which the caller may not have looked at yet
     va_list arguments;
     va_start(arguments, format);
-    int written = 0;
-    char *text = nullptr;
-    if (!kept)
-        written = std::vfprintf(stderr, format, arguments);
-    else if ((written = vasprintf(&text, format, arguments)) >= 0)
-        kept->append(text);
+    const owned_gchar text(g_strdup_vprintf(format, arguments));
     va_end(arguments);
-    std::free(text);
+    // Names of files and disks may hold what moves a terminal, or looks like another line.
+    std::string_view line = text.get();
+    const bool is_whole = std::string_view(format).ends_with('\n') && line.ends_with('\n');
+    line.remove_suffix(is_whole ? 1 : 0);
+    const std::string shown = visible_text(line, text_form::listing) + (is_whole ? "\n" : "");
+    const int written = trace_kept(shown);
     errno = error;
-    return written < 0 ? 0 : written;
+    return written;
 }
 
 void keep_trace(std::string *lines)
@@ -33,10 +36,10 @@ void keep_trace(std::string *lines)
     kept = lines;
 }
 
-void trace_kept(const std::string &lines)
+int trace_kept(const std::string &lines)
 {
-    if (kept)
-        kept->append(lines);
-    else
-        std::fwrite(lines.data(), 1, lines.size(), stderr);
+    if (!kept)
+        return static_cast<int>(std::fwrite(lines.data(), 1, lines.size(), stderr));
+    kept->append(lines);
+    return static_cast<int>(lines.size());
 }

@@ -93,7 +93,7 @@ TEST_F(machine, disk_list_changes_nothing)
         listed += "   8        0  16384 " + std::string(name) + "\n";
     }
     listed += " 7 0 9 loop0\n 259 1 9 nvme0n1p1 more\n 65 161 9 sdaa1\n 9 0 99999999999 md0p1\n"
-              " 8 64 9 sde\n 8 176 9 sdl\n";
+              " 9 9 9 md_\"$(id)\"\n 8 64 9 sde\n 8 176 9 sdl\n";
     root.write("proc/mdstat",
                "md0 : active raid1 sdl[1](F) sdb1[0]\r\n      9 blocks\n\nmd3 : inactive sda[0]\n"
                "md1 : active (auto-read-only) raid1 sde[2](S)");
@@ -126,18 +126,36 @@ TEST_F(machine, disk_list_changes_nothing)
                           "84 sdg gpt 6442450944*512: 1F2048+4294967296 2K4294969344+2048\n"
                           "85 sdh 32768*512:\n86 sdi 32768*512:\n87 sdj 32768*512:\n88 sdk 32768*512:\n");
     run_tool("! find " + root.path().string() + "/dev/sd* -newermt 2001-01-02 | grep .");
+    EXPECT_THAT(commands.commands, Each(Not(HasSubstr("$("))));
     EXPECT_THAT(describe_disk_notes(notes),
-                AllOf(HasSubstr("opened: sdd."), HasSubstr(": sdj."),
+                AllOf(HasSubstr("opened: md_\"$(id)\", sdd."), HasSubstr(": sdj."),
                       HasSubstr(": nvme0n1 (NVMe), mmcblk0 (eMMC or memory card), "
                                 "sdaa (behind sdz), vda, sdc (removable).")));
+}
+
+TEST_F(machine, reader_can_do_nothing_but_read)
+{
+    add_disk("sda");
+    // It ends with a signal when it calls the kernel as a program of another kind.
+    const std::string said = run_tool("env LC_ALL=C LD_PRELOAD=" READER_PROBE " " READ_TABLE " " +
+                                      root.path().string() + "/dev/sda table 3>&1 || :");
+    EXPECT_THAT(said, AllOf(StartsWith("Name:\tread-table\n"), Not(HasSubstr("survived")),
+                            HasSubstr("\nNoNewPrivs:\t1\nSeccomp:\t2\n")));
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has rights to give up";
+    for (const char *line : {"Uid:\t65534\t65534\t65534\t65534\n", "Gid:\t65534\t65534\t65534\t65534\n",
+                             "Groups:\t \n", "CapPrm:\t0000000000000004\n", "CapInh:\t0000000000000000\n",
+                             "CapEff:\t0000000000000004\n", "CapBnd:\t0000000000000000\n"})
+        EXPECT_THAT(said, HasSubstr(line));
 }
 
 TEST_F(machine, of_a_reader_that_fails_only_the_device_is_taken)
 {
     add_disk("sda", "echo 2048,2048,83 | sfdisk -q $D");
+    add_disk("sdb");
     const fs::path reader = root.path() / (table_reader_program + 1);
-    for (const std::string command :
-         {"exec sleep 9", "exec yes >&3", READ_TABLE " \"$@\" 3>&1 | head -c -1 >&3"}) {
+    for (const std::string command : {"exec sleep 9", "exec yes >&3", "exec " READ_TABLE " ${1%a}b $2",
+                                      READ_TABLE " \"$@\" 3>&1 | head -c -1 >&3"}) {
         fs::remove(reader);
         fs::permissions(root.write(table_reader_program + 1, "#!/bin/sh\n" + command), fs::perms::owner_all);
         const partition_table table =
@@ -146,7 +164,7 @@ TEST_F(machine, of_a_reader_that_fails_only_the_device_is_taken)
         EXPECT_TRUE(table.unreadable && table.type.empty() && table.entries.empty()) << command;
     }
     fs::remove(reader);
-    EXPECT_EQ(list(), "80 sda 0*0:\n");
+    EXPECT_EQ(list(), "80 sda 0*0:\n81 sdb 0*0:\n");
 }
 
 TEST_F(machine, damaged_gpt_has_no_entries)

@@ -182,7 +182,9 @@ TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
     trace_enabled = 1; // which must not get in the way of any name
     testing::internal::CaptureStderr();
     gtk_tree_view_expand_row(partition.view(), path_of(partition.store, partition.root()).get(), FALSE);
-    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    const std::string traced = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(traced.find('\x1b'), traced.npos) << "reaches the terminal";
+    EXPECT_NE(traced.find("<U+001B>[31m"), traced.npos);
     trace_enabled = 0;
     EXPECT_EQ(outline(*partition.root()), first + wait + second);
     EXPECT_EQ(partition.row("back\\slash")->size, 10U);

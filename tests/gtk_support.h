@@ -56,6 +56,7 @@ public:
     std::string text;
     int count = 0, width = 0, height = 0;          // the size in pixels is that of the largest
     std::vector<std::filesystem::path> file_names; // what a file chooser is given, before the responses
+    std::function<void()> meanwhile;               // happens while a question is open
 
 private:
     static void collect(GtkWidget *widget, gpointer data)
@@ -100,6 +101,8 @@ private:
         text += gtk_window_get_title(GTK_WINDOW(dialog)) + std::string(": ");
         collect(gtk_dialog_get_content_area(dialog), &text);
         ++count;
+        if (meanwhile)
+            meanwhile();
         file_names.erase(file_names.begin(), file_names.begin() + std::exchange(name_given_, false));
         const int response = responses_.empty() ? GTK_RESPONSE_DELETE_EVENT : responses_.front();
         responses_.erase(responses_.begin(), responses_.begin() + !responses_.empty());

@@ -4,11 +4,14 @@
 #include "common/background.h"
 #include "common/environment.h"
 #include "common/host.h"
+#include "common/lock_file.h"
+#include "common/process.h"
 #include "support.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -64,15 +67,17 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
         EXPECT_EQ(record.short_path + record.separator, expected);
         EXPECT_EQ(record.pelva_db_mt->letter, 'C');
     }
-    EXPECT_EQ(shell.commands.front(), "umount /tmp/tarnel*/sd* 2>/dev/null");
     shell.commands.clear();
     fs::create_directory(here + "/tmp/tarnel2"); // not private, and so foreign, like a link
     fs::create_directory_symlink("tarnel1", here + "/tmp/tarnel3");
+    fs::create_directory(here + "/tmp/tarnel1/md_$(id)");
 
     fs::current_path(here);
     for (const std::string &path : {std::string("tmp"), directory + "/file", here + "/no/pelva"})
         EXPECT_THAT(start(path), AllOf(StartsWith("1"), HasSubstr(path[0] == '/' ? path : '"' + path + '"')));
-    EXPECT_THAT(shell.commands, AllOf(SizeIs(3 * 7), Each(HasSubstr(" /tmp/tarnel1"))));
+    EXPECT_THAT(shell.commands,
+                AllOf(SizeIs(3 * 3), Each(HasSubstr(" /tmp/tarnel1")), Not(Contains(HasSubstr("*")))));
+    EXPECT_THAT(shell.commands, Contains("umount /tmp/tarnel1/sda1 2>/dev/null").Times(3));
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_THAT(start(directory),
@@ -100,8 +105,42 @@ TEST(background, keeps_what_it_traces_until_it_is_finished)
                                                             "finished\n[^\n]* second\n"));
 }
 
+TEST(lock_file, is_root_s_own_whatever_others_put_in_its_place)
+{
+    const scratch_directory scratch;
+    const std::string lock = scratch.path() / "lock";
+    scratch.write("other", "");
+    // Commands that put something there, and whether it goes and a file is made.
+    const std::pair<std::string, bool> cases[] = {
+        {":", true},
+        {"ln -s other lock", true},
+        {"ln -s none lock", true},
+        {"mkfifo lock", true},
+        {"touch lock; chmod 606 lock", true},
+        {"touch lock; chown 1:1 lock || :", true},
+        {"mkdir lock", false},
+    };
+    for (const auto &[command, opens] : cases) {
+        run_tool("cd " + scratch.path().string() + "; rm -rf lock; " + command);
+        const owned_fd file = open_lock_file(lock);
+        struct stat opened = {}, named = {};
+        EXPECT_EQ(static_cast<bool>(file), opens) << command;
+        if (!file)
+            continue;
+        EXPECT_TRUE(fstat(file.get(), &opened) == 0 && lstat(lock.c_str(), &named) == 0);
+        EXPECT_EQ(opened.st_ino, named.st_ino) << command;
+        EXPECT_EQ(opened.st_mode, S_IFREG | 0600U) << command;
+        EXPECT_EQ(opened.st_uid, geteuid()) << command;
+    }
+    EXPECT_FALSE(fs::exists(scratch.path() / "none"));
+}
+
 TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
 {
+    const scratch_directory scratch;
+    fs::permissions(scratch.write("lsblk", "#!/bin/sh\nexit 99"), fs::perms::owner_all);
+    setenv("PATH", scratch.path().c_str(), 1);
+    settle_process();
     setpgid(0, 0); // the shell's parent leads the group that the terminal's signals go to
     for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
         std::signal(number, SIG_IGN);
@@ -110,6 +149,7 @@ TEST(host, commands_start_clean_and_outlive_what_the_terminal_sends)
         {"[ $(grep -cE '^Sig(Ign|Blk):.*0000000$' /proc/self/status) = 2 ]", 0},
         {"read answer", 1},
         {"kill -KILL $$", -1},
+        {"lsblk --version >/dev/null", 0},
     };
     for (const auto &[command, status] : cases)
         EXPECT_EQ(run_command(command), status) << command;

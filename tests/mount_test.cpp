@@ -1,8 +1,11 @@
 #include "common/mount.h"
 
 #include "common/environment.h"
+#include "common/mktmpdir.h"
 #include "support.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <regex>
 #include <sstream>
@@ -70,6 +73,24 @@ TEST(mount, follows_the_kernel)
     EXPECT_FALSE(find_mountpoint_for_device(device)) << "seen through a bind mount of a part only";
 }
 
+TEST(mount, makes_a_directory_of_its_own_where_all_names_are_taken)
+{
+    const private_tmp here;
+    if (!here.works)
+        GTEST_SKIP() << "needs the right to mount in a namespace of its own";
+    const auto now = static_cast<unsigned>(std::time(nullptr));
+    for (unsigned second = now; second < now + 3600; second++) {
+        std::srand(second);
+        for (int i = 0; i < 10; i++)
+            mkdir(tmpdir_name().c_str(), 0755);
+    }
+    const std::optional<std::string> made = mktmpdir();
+    ASSERT_TRUE(made && is_own_directory(*made, 077));
+    fs::create_directory(*made + "/sda1");
+    umount_rm_tmpdir();
+    EXPECT_FALSE(fs::exists(*made)) << "the next start would not have found it";
+}
+
 TEST(mount, mounts_lists_and_undoes)
 {
     environment record;
@@ -103,10 +124,15 @@ TEST(mount, mounts_lists_and_undoes)
     fs::create_directories(dir + "/sda2/busy");
     record.mounts.front().mountpoint = dir.substr(4) + "/sda1";
     umount_partitions(&record);
-    EXPECT_THAT(shell.commands, ElementsAre("mount -t vfat /dev/sda1 " + dir + "/sda1 -o codepage=866,utf8",
-                                            "mount -t ext4 /dev/sda2 " + dir + "/sda2 ",
-                                            "mount -t ntfs-3g /dev/sda3 " + dir + "/sda3 ",
-                                            "mount -t vfat /dev/md0p1 " + dir + "/md0p1 -o codepage=866,utf8",
-                                            "umount " + dir + "/sda2", "umount " + dir + "/md0p1"));
+    std::string ran;
+    for (const std::string &command : shell.commands)
+        ran += std::regex_replace(command, std::regex(dir), "T") + "\n";
+    // What fails is tried once more, as beside a mount for writing, unless nobody has the device.
+    EXPECT_EQ(ran, "mount -t vfat /dev/sda1 T/sda1 -o ro,nosuid,nodev,noexec,codepage=866,utf8\n"
+                   "mount -t ext4 /dev/sda2 T/sda2 -o ro,nosuid,nodev,noexec,errors=remount-ro\n"
+                   "mount -t ntfs-3g /dev/sda3 T/sda3 -o ro,nosuid,nodev,noexec\n"
+                   "mount -t ntfs-3g /dev/sda3 T/sda3 -o nosuid,nodev,noexec\n"
+                   "mount -t vfat /dev/md0p1 T/md0p1 -o ro,nosuid,nodev,noexec,codepage=866,utf8\n"
+                   "umount T/sda2\numount T/md0p1\n");
     EXPECT_EQ(fs::remove_all(dir), 4U) << "the directory, sda1, sda2 and busy; no sda3";
 }

@@ -1,5 +1,6 @@
 // The report window: its rows, and what saving leaves under the chosen name.
 #include "report.h"
+#include "report_file.h"
 
 #include "diskbrowser.h"
 #include "gtk_support.h"
@@ -59,9 +60,11 @@ struct report : testing::Test {
     }
 
     // Presses the save button; the chooser is given one name after the other, the questions the responses.
-    std::string save_as(std::vector<fs::path> names, std::vector<int> responses)
+    std::string save_as(std::vector<fs::path> names, std::vector<int> responses,
+                        std::function<void()> meanwhile = nullptr)
     {
         answered_dialogs user(std::move(responses));
+        user.meanwhile = std::move(meanwhile);
         user.file_names = std::move(names);
         if (__lsan_disable)
             __lsan_disable();
@@ -119,6 +122,23 @@ TEST_F(report, shows_totals_and_overwrites_only_a_report_only_after_yes_and_only
                                "{\\b Total files: 4, total size: 10000000006}\\par\n{\\i Sector list:}\\par\n"
                                "Sector: md0:/Master boot record, sector size: 512\\line\n"
                                "{\\b Total sectors: 1, total size: 512}\\par\n}}\n");
+
+    // Somebody who may write there points the name elsewhere when it has been judged.
+    const fs::path mine = scratch.write("mine.rtf", "{\\rtf1 mine}"), fresh = scratch.path() / "new.rtf";
+    EXPECT_EQ(save_as({old}, {GTK_RESPONSE_YES, GTK_RESPONSE_OK},
+                      [&] { fs::remove(old), fs::create_symlink("mine.rtf", old); }),
+              rewrite_old + "Error: Cannot write file «old.rtf»: File exists\n");
+    bool is_link = false;
+    report_place place, other_place;
+    report_file file;
+    ASSERT_TRUE(find_report_place(place, fresh, is_link) && open_report_file(file, std::move(place)));
+    fs::create_symlink("mine.rtf", fresh);
+    EXPECT_TRUE(!put_in_place(file) && errno == EEXIST);
+    EXPECT_EQ(content_of(mine), "{\\rtf1 mine}");
+    if (geteuid() == 0 && lchown(fresh.c_str(), 1, 1) == 0) {
+        EXPECT_TRUE(!find_report_place(other_place, fresh, is_link) && errno == EACCES) << "a link of his";
+    }
+
     gboolean stays = FALSE;
     g_signal_emit_by_name(app.report, "delete-event", nullptr, &stays);
     EXPECT_TRUE(stays);

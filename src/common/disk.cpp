@@ -8,6 +8,7 @@
 #include "common/owned.h"
 #include "common/partition_table.h"
 #include "common/system_disk.h"
+#include "common/visible_text.h"
 #include "trace_log.h"
 
 #include <algorithm>
@@ -81,7 +82,7 @@ std::vector<std::string> numbered_devices(const std::vector<std::string> &names)
 {
     std::vector<std::string> devices;
     for (const std::string &name : names) {
-        if (!is_disk_name(name))
+        if (!is_device_name(name) || !is_disk_name(name))
             continue;
         trace_log("add device %s", name.c_str());
         std::string device = "/dev/" + name;
@@ -101,11 +102,19 @@ bool is_hardware_disk(const std::string &name)
     return !is_other && access(host_path("/sys/block/" + name + "/device").c_str(), F_OK) == 0;
 }
 
-// The disks of kinds that the firmware does not number.
+// The disks of kinds that the firmware does not number. An array may be called anything, by root: what cannot
+// stand in a path or on a command line is taken for a disk that cannot be opened.
 std::vector<disk_note> note_other_kinds(const std::vector<std::string> &names)
 {
     std::vector<disk_note> notes;
     for (const std::string &name : names) {
+        if (!is_device_name(name)) {
+            const std::string shown = visible_text(name, text_form::listing);
+            trace_log("No name of a disk: %s", shown.c_str());
+            if (is_disk_name(name))
+                notes.push_back({shown, disk_note_reason::cannot_open});
+            continue;
+        }
         const bool is_sd = name.starts_with("sd");
         if ((is_sd && name.size() <= 3) || !is_hardware_disk(name))
             continue;

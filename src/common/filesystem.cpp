@@ -25,12 +25,14 @@ constexpr std::array<file_system, 5> file_systems = {{
      .magics =
          {{{0x137D, "File system: ext"}, {0xEF51, "File system: ext2"}, {0xEF53, "File system: ext2/ext3"}}},
      .names_in_records = record_names::as_they_are,
-     .separator = '/'},
+     .separator = '/',
+     // Whatever the volume says: it may want the machine to stop.
+     .mount_options = ",errors=remount-ro"},
     {.names = {"fat16", "fat32"},
      .magics = {{{0x4006, "File system: fat"}, {0x4D44, "File system: msdos"}}},
      .names_in_records = record_names::short_names,
      .mount_type = "vfat",
-     .mount_options = "-o codepage=866,utf8"},
+     .mount_options = ",codepage=866,utf8"},
     {.names = {"ntfs"},
      .magics = {{{0x5346544E, "File system: ntfs"},
                  {0x7366746E, "File system: ntfs"},   // the kernel's ntfs3
@@ -84,7 +86,7 @@ bool check_mime_type(const std::string &path, const std::string &expected)
 {
     trace_log("* Enter");
     bool answer = false;
-    const owned_magic cookie(magic_open(MAGIC_MIME));
+    const owned_magic cookie(magic_open(MAGIC_MIME | MAGIC_SYMLINK));
     if (cookie && magic_load(cookie.get(), nullptr) == 0) {
         // Null when the file cannot be read.
         const char *description = magic_file(cookie.get(), path.c_str());

@@ -20,9 +20,9 @@ struct file_system {
     std::array<std::string_view, 3> names{}; // libparted's; none for what the firmware cannot read
     std::array<known_magic, 3> magics{};
     record_names names_in_records = record_names::code_page_866;
-    char separator = '\\';            // in the firmware's paths
-    const char *mount_type = nullptr; // null for the name itself
-    const char *mount_options = "";
+    char separator = '\\';               // in the firmware's paths
+    const char *mount_type = nullptr;    // null for the name itself
+    const char *mount_options = "";      // behind those of every mount
     const char *mount_package = nullptr; // what may be missing when it cannot be mounted; null for nothing
 };
 
@@ -36,7 +36,8 @@ struct file_system {
 // Brings what was written to the directory's file system to its disk. A failure is traced.
 void sync_file_system(const std::string &directory);
 
-// Whether libmagic's MIME description of the file contains the expected text (such as "text/rtf").
+// Whether libmagic's MIME description of the file contains the expected text (such as "text/rtf"). Links are
+// followed, so that "/proc/self/fd/9" is what the descriptor was opened for.
 [[nodiscard]] bool check_mime_type(const std::string &path, const std::string &expected);
 
 // False when a directory prefix of the absolute path is a symbolic link. The last component is not examined.

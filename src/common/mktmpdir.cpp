@@ -1,15 +1,35 @@
 #include "common/mktmpdir.h"
 
+#include "common/filesystem.h"
 #include "trace_log.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
+constexpr std::string_view mkdtemp_end = "XXXXXX";
+
+} // namespace
+
 std::string tmpdir_name()
 {
-    return "/tmp/tarnel" + std::to_string(std::rand());
+    return std::string(tmpdir_prefix) + std::to_string(std::rand());
+}
+
+bool is_tmpdir_name(std::string_view path)
+{
+    constexpr std::string_view characters = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    constexpr std::string_view digits = characters.substr(0, 10);
+    if (!has_prefix(path, tmpdir_prefix))
+        return false;
+    const std::string_view end = path.substr(tmpdir_prefix.size());
+    return (!end.empty() && end.find_first_not_of(digits) == end.npos) ||
+           (end.size() == mkdtemp_end.size() && end.find_first_not_of(characters) == end.npos);
 }
 
 std::optional<std::string> mktmpdir()
@@ -26,7 +46,15 @@ std::optional<std::string> mktmpdir()
             return candidate;
         }
     }
-    return std::nullopt;
+    // Somebody has taken them all, for every second of an hour. This name cannot be guessed; the mode is
+    // 0700.
+    std::string name = std::string(tmpdir_prefix).append(mkdtemp_end);
+    if (!mkdtemp(name.data()) || !is_own_directory(name, 077)) {
+        trace_log("Cannot make %s: %s", name.c_str(), std::strerror(errno));
+        return std::nullopt;
+    }
+    trace_log("Directory %s was created", name.c_str());
+    return name;
 }
 
 bool is_own_directory(const std::string &path, mode_t denied)

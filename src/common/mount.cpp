@@ -4,12 +4,13 @@
 #include "common/filesystem.h"
 #include "common/host.h"
 #include "common/mktmpdir.h"
+#include "common/owned.h"
 #include "common/process.h"
 #include "trace_log.h"
 
-#include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <string_view>
 #include <sys/stat.h>
@@ -18,56 +19,69 @@
 
 namespace {
 
-constexpr std::string_view tmpdir_prefix = "/tmp/tarnel";
+namespace fs = std::filesystem;
 
-struct cleanup_step {
-    std::string_view command;
-    std::string_view pattern; // below each temporary directory
-};
+// What an earlier run left in a directory of its own: the directories of partitions. They are told by their
+// names: the daemon of a mount may be gone, and the mount answers nothing.
+std::vector<std::string> left_partitions(const fs::path &directory)
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        const bool is_partition = has_prefix(name, "sd") || has_prefix(name, "hd") || has_prefix(name, "md");
+        if (is_partition && is_device_name(name))
+            names.push_back(name);
+    }
+    return names;
+}
 
-constexpr std::array<cleanup_step, 7> cleanup_steps = {{
-    {"umount ", "/sd*"},
-    {"umount ", "/hd*"},
-    {"umount ", "/md*"},
-    {"rmdir ", "/sd*"},
-    {"rmdir ", "/hd*"},
-    {"rmdir ", "/md*"},
-    {"rmdir ", ""},
-}};
-
-// Where leftovers are looked for, if there are any: by one pattern, unless it would reach into something that
-// is not ours. A link planted there ("/tmp/tarnel1/sda1" pointing at "/boot") would have us unmount what it
-// points at, so then only our own directories are named, one by one.
-std::vector<std::string> cleanup_places()
+// Where an earlier run may have left something. Nothing of others is: what is planted there
+// ("/tmp/tarnel1/sda1" as a link to "/boot") would have us unmount what it leads to. In a directory of our
+// own nobody plants anything.
+std::vector<std::string> left_directories()
 {
     std::vector<std::string> own;
-    bool only_own = true;
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(host_path("/tmp"), error), end; !error && entry != end;
+    for (fs::directory_iterator entry(host_path("/tmp"), error), end; !error && entry != end;
          entry.increment(error)) {
         const std::string path = "/tmp/" + entry->path().filename().string();
         if (!has_prefix(path, tmpdir_prefix))
             continue;
-        const std::string number = path.substr(tmpdir_prefix.size());
-        if (is_own_directory(entry->path().string(), 077) &&
-            number.find_first_not_of("0123456789") == std::string::npos) {
+        if (is_tmpdir_name(path) && is_own_directory(entry->path().string(), 077))
             own.push_back(path);
-        } else {
+        else
             trace_log("%s is not a directory of this program", path.c_str());
-            only_own = false;
-        }
     }
-    if (error && error != std::errc::no_such_file_or_directory)
-        only_own = false;
-    return only_own && !own.empty() ? std::vector<std::string>{"/tmp/tarnel*"} : own;
+    return own;
 }
 
-std::string mount_command(const disk &d, const part &p, const std::string &directory)
+// Whether nobody has the device, as the kernel itself sees it: mounts count that no table of ours shows.
+// False when it cannot be opened.
+bool is_free(const std::string &device)
 {
+    return static_cast<bool>(owned_fd(open(host_path(device).c_str(), O_RDONLY | O_EXCL | O_CLOEXEC)));
+}
+
+// Mounts for reading: a volume that is mounted for writing says so in sectors which the board checks, and
+// what lies on a foreign one starts no program and opens no device. Returns the status of the command.
+int mount_at(const disk &d, const part &p, const std::string &directory)
+{
+    constexpr int failed = 32; // of mount(8)
     const file_system &kind = file_system_of(p);
     const std::string type = kind.mount_type ? kind.mount_type : *p.fs_type;
     const std::string device = "/dev/" + d.name + partition_separator(d.name) + std::to_string(p.index);
-    return "mount -t " + type + " " + device + " " + directory + " " + kind.mount_options;
+    const std::string command = "mount -t " + type + " " + device + " " + directory + " -o ";
+    const std::string options = std::string("nosuid,nodev,noexec") + kind.mount_options;
+    const int status = run_command(command + "ro," + options);
+    // It is mounted for writing already, where we do not see it or see but a part of it: the kernel keeps one
+    // state for all its mounts.
+    if (status == failed && !is_free(device)) {
+        trace_log("Mounting %s beside what is mounted already", device.c_str());
+        return run_command(command + options);
+    }
+    return status;
 }
 
 // Mounts the partition below the temporary directory and sets its `mount_point`. Returns whether it did.
@@ -81,6 +95,7 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
     }
     const std::string directory = tmpdir + "/" + partition_name(p);
     trace_log("Make directory %s", directory.c_str());
+    // Ours, as all of the temporary directory; what is mounted on it brings its own owner and mode.
     if (mkdir(directory.c_str(), 0770) != 0 && errno != EEXIST) {
         trace_log("Cannot make directory %s: %s", directory.c_str(), std::strerror(errno));
         return false;
@@ -91,7 +106,7 @@ bool mount_below(const std::string &tmpdir, const disk &d, part &p)
     }
     trace_log("Try to mount partition /dev/%s%d to mountpoint %s", p.device.c_str(), p.index,
               directory.c_str());
-    if (run_command(mount_command(d, p, directory)) != 0) {
+    if (mount_at(d, p, directory) != 0) {
         // A mount that was killed half-way may stand all the same.
         if (rmdir(directory.c_str()) != 0 && errno == EBUSY && run_command("umount " + directory) == 0)
             rmdir(directory.c_str());
@@ -155,16 +170,20 @@ void remove_directory(const std::string &directory)
 
 } // namespace
 
+// Every path is named: a shell's pattern would be expanded behind all checks.
 void umount_rm_tmpdir()
 {
-    for (const cleanup_step &step : cleanup_steps) {
-        // Looked at again before every command, to leave little time for planting something.
-        for (const std::string &place : cleanup_places()) {
-            std::string command(step.command);
-            command.append(place).append(step.pattern).append(" 2>/dev/null");
-            // Failing is the normal case: there is nothing to clean up.
-            static_cast<void>(run_command(command));
+    // Failing is no rare case: most of what is left is not mounted any more.
+    const auto run = [](const char *command, const std::string &path) {
+        static_cast<void>(run_command(command + path + " 2>/dev/null"));
+    };
+    for (const std::string &directory : left_directories()) {
+        const std::vector<std::string> names = left_partitions(host_path(directory));
+        for (const char *command : {"umount ", "rmdir "}) {
+            for (const std::string &name : names)
+                run(command, directory + "/" + name);
         }
+        run("rmdir ", directory);
     }
 }
 

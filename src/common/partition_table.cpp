@@ -29,15 +29,15 @@ std::string text_of(std::span<const char> field)
     return {field.begin(), std::ranges::find(field, '\0')};
 }
 
-// Adds a record to the table. False when no sane child would have sent it.
+// Adds a record to the table. False when no sane child would have sent it: of another device, say, which it
+// might name to have its own table taken for that one's.
 bool take_device(const table_record &r, partition_table &table)
 {
     std::string path = text_of(r.text);
     if (const std::string root = host_path(""); path.starts_with(root))
         path.erase(0, root.size());
-    if (!is_device_name(base_name(path)) || r.sector_size <= 0 || r.device_length < 0)
+    if (path != table.path || !is_device_name(base_name(path)) || r.sector_size <= 0 || r.device_length < 0)
         return false;
-    table.path = std::move(path);
     table.model = text_of(r.model);
     table.sector_size = r.sector_size;
     table.length = static_cast<std::uint64_t>(r.device_length);
@@ -134,6 +134,8 @@ std::string describe_end(reading state, std::optional<int> status, std::chrono::
         return "the reader sent senseless data";
     if (status && WIFSIGNALED(*status))
         return std::string("the reader was ended by a signal: ") + strsignal(WTERMSIG(*status));
+    if (status && WIFEXITED(*status) && WEXITSTATUS(*status) == reader_unconfined)
+        return "the reader could not give up its rights";
     return "the reader ended before it had finished";
 }
 

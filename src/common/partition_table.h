@@ -1,6 +1,6 @@
 // Reads a disk's partition table with libparted. The library ends or overruns its process on some damaged
-// tables, so it runs in a program of its own with limits on time and memory, which cannot open anything for
-// writing and which hands plain values back.
+// tables, so it runs in a program of its own, as nobody with the right to read, with limits on time and
+// memory, and with no system calls but those of reading; it hands plain values back.
 #pragma once
 
 #include <chrono>
@@ -19,7 +19,7 @@ struct table_entry {
 
 struct partition_table {
     bool openable = true; // false: libparted could not open the device
-    std::string path;     // libparted's name for the device; the name that was asked for when it gave none
+    std::string path;     // of the device, as it was asked for
     std::string model;
     std::int64_t sector_size = 0;                       // logical, in bytes
     std::uint64_t length = 0;                           // whole disk, in logical sectors

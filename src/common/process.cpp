@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ void settle_process()
         fd = open("/dev/null", O_RDWR); // NOLINT: to be inherited
     if (fd > STDERR_FILENO)
         close(fd);
+    setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL); // ignored, it would leave us without the exit status of a command
 }

@@ -2,8 +2,8 @@
 #pragma once
 
 // To be called before anything is opened. Standard streams that are closed become /dev/null, for us and for
-// what we start. A reader of our output that goes away is a failed write and no more. What we start can be
-// waited for, whatever was ignored at start.
+// what we start. Commands are those of the system, whatever PATH was given. A reader of our output that goes
+// away is a failed write and no more. What we start can be waited for, whatever was ignored at start.
 void settle_process();
 
 // Whether SIGINT, SIGTERM or SIGHUP has arrived. It stays so. Whatever takes long looks at it between its

@@ -11,6 +11,7 @@ constexpr const char *table_reader_program = "/usr/libexec/gtk-tarnel/read-table
 constexpr const char *read_whole_table = "table";
 constexpr const char *read_device_only = "device"; // no more than what it is
 constexpr int record_fd = 3;                       // of the reader
+constexpr int reader_unconfined = 3;               // its exit status when it could not give up its rights
 
 // The reader sends the device (or that there is none), the table if one was found, its entries and the end,
 // between them libparted's messages.

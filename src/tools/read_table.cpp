@@ -1,31 +1,16 @@
 // The program that reads one disk with libparted, which ends or overruns its process on some damaged tables.
 // gtk-tarnel starts it; table_record.h says how the two talk.
 #include "common/table_record.h"
+#include "tools/sandbox.h"
 
-#include <algorithm>
 #include <array>
-#include <bit>
-#include <cerrno>
-#include <csignal>
-#include <cstddef>
 #include <cstdio>
-#include <fcntl.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <parted/parted.h>
-#include <poll.h>
 #include <span>
 #include <string_view>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr rlim_t cpu_seconds = 10;
-constexpr rlim_t stack_bytes = 8 << 20;
-constexpr rlim_t memory_bytes = 256 << 20; // beyond what the process has mapped when it starts
 
 void put_text(std::span<char> field, const char *text)
 {
@@ -68,69 +53,6 @@ PedExceptionOption answer(PedException *exception)
             return harmless;
     }
     return options & PED_EXCEPTION_CANCEL ? PED_EXCEPTION_CANCEL : PED_EXCEPTION_UNHANDLED;
-}
-
-// libparted opens disks for reading and writing, and for reading only when that fails; to flush their caches
-// it opens partitions for writing, too. Here this always fails: nothing can be written, and udev, which
-// watches devices for the closing of a writer, does not scan them all again. On a kernel without filters the
-// answers above are what keeps libparted from writing.
-void forbid_opening_for_writing()
-{
-    constexpr std::uint32_t low_half = std::endian::native == std::endian::big ? 4 : 0;
-    constexpr std::uint32_t openat_flags = offsetof(seccomp_data, args[2]) + low_half;
-    std::array<sock_filter, 6> program = {{
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 2),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, openat_flags),
-        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, O_WRONLY | O_RDWR, 1, 0),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EROFS),
-    }};
-    const sock_fprog filter = {program.size(), program.data()};
-    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter);
-}
-
-void limit_resource(__rlimit_resource resource, rlim_t most)
-{
-    rlimit limit{};
-    if (getrlimit(resource, &limit) != 0)
-        return;
-    limit.rlim_max = std::min(limit.rlim_max, most);
-    limit.rlim_cur = std::min(limit.rlim_cur, most);
-    setrlimit(resource, &limit);
-}
-
-rlim_t mapped_bytes()
-{
-    std::FILE *statm = std::fopen("/proc/self/statm", "re");
-    unsigned long long pages = 0;
-    if (statm && std::fscanf(statm, "%llu", &pages) != 1)
-        pages = 0;
-    if (statm)
-        std::fclose(statm);
-    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-}
-
-// A parent that ended before this process asked to end with it has left nobody to read the pipe.
-void end_with_parent()
-{
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    pollfd pipe{record_fd, 0, 0};
-    if (poll(&pipe, 1, 0) != 0)
-        _exit(1);
-}
-
-void confine()
-{
-    end_with_parent();
-    prctl(PR_SET_DUMPABLE, 0); // no core dump, not even to a collecting program
-    limit_resource(RLIMIT_CORE, 0);
-    limit_resource(RLIMIT_CPU, cpu_seconds);
-    limit_resource(RLIMIT_STACK, stack_bytes);
-    if (const rlim_t mapped = mapped_bytes())
-        limit_resource(RLIMIT_AS, mapped + memory_bytes);
-    forbid_opening_for_writing();
 }
 
 void send_device(const PedDevice &device)
@@ -221,7 +143,8 @@ int main(int count, char **arguments)
         std::fprintf(stderr, "This program belongs to gtk-tarnel, which starts it.\n");
         return 2;
     }
-    confine();
+    if (!enter_sandbox())
+        return reader_unconfined;
     records = fdopen(record_fd, "w");
     if (!records || std::setvbuf(records, nullptr, _IOFBF, 1 << 16) != 0)
         return 1;

@@ -6,6 +6,7 @@ import pathlib
 import re
 import signal
 
+from marking import save, take_default_sectors
 from robot import AS_USER, LOCK, MOUNTS, TEMPLATES, Tool, check_equal, output, shell, wait
 
 # What the firmware of this machine would see: the system disk first, arrays before disks, members and the stick hidden.
@@ -20,12 +21,15 @@ def check_mounted(what):
 
 
 def refused():
-    """It says why it does not start: not as root, without its lock file"""
+    """It says why it does not start: not as root, without its lock file; a user's link there is no reason"""
     shell(f"rm -f {LOCK} && mkdir {LOCK}")
     for command, message in ((f"{AS_USER} gtk-tarnel", "Only root can run this program\n"),
                              ("gtk-tarnel", f"Cannot open the lock file {LOCK}: Is a directory\n")):
         Tool(*command.split()).wait_end(1)
         check_equal((output("out"), output("err")), ("", message), "messages")
+    shell(f"rmdir {LOCK}; chmod 1777 /run/lock; {AS_USER} ln -s /root/made {LOCK}")
+    Tool("gtk-tarnel", PELVADB="/no/such/directory").wait_end(1)
+    check_equal((os.path.exists("/root/made"), os.lstat(LOCK).st_mode, os.lstat(LOCK).st_uid), (False, 0o100600, 0), LOCK)
 
 
 def killed():
@@ -45,6 +49,43 @@ def killed():
     check_mounted("mounts after a kill")
     tool.close()
     tool.wait_end()
+
+
+def changes_nothing():
+    """What is clean keeps every byte, over a session and a kill, and mounts stay; a disk may want the kernel to panic"""
+    def state():
+        shell("sync; echo 3 >/proc/sys/vm/drop_caches")  # a partition's cache is not that of its disk
+        return shell("cksum /dev/sd[acdef]; grep ' /mnt/' /proc/mounts").splitlines()
+
+    # One mounted for writing, one so that it shows no more than a part; one with an orphan that cannot be.
+    shell("cp /dev/sdg /run/sdg; echo 64,8M,83 | sfdisk -q /dev/sdg; mke2fs -q -t ext4 -e panic /dev/sdg1; "
+          "debugfs -w -R 'set_super_value last_orphan 9' /dev/sdg1 2>&1; mkdir -p /mnt/fat /mnt/whole /mnt/part; "
+          "mount /dev/md0p2 /mnt/fat; mount /dev/sda1 /mnt/whole; mount --bind /mnt/whole/EFI /mnt/part; umount /mnt/whole")
+    before = state()
+    tool = Tool()
+    tool.start()
+    mounts = dict(re.findall(r"/dev/(\S+) /tmp/tarnel\S+ \S+ (\w+),nosuid,nodev,noexec,", MOUNTS.read_text()))
+    ours = MOUNTED.keys() - {"md0p2"}
+    check_equal(mounts, dict.fromkeys(ours, "ro") | {"sda1": "rw"}, "mounts")
+    take_default_sectors(tool)
+    save(tool, "sectors")
+    tool.push("tab_files")
+    for name in sorted(ours | {"md0p2"}):
+        tool.mark(f"/dev/{name}")
+        wait(lambda: output("err").count("mark_recursive] * Enter") == output("err").count("mark_recursive] * Success"), name)
+    save(tool, "files")
+    wait(lambda: sorted(os.listdir(TEMPLATES))[0] == "bootfile.chk", "the end of the save")  # nothing beside the pairs
+    tool.close()
+    tool.wait_end()
+    assert os.path.getsize(f"{TEMPLATES}/bootfile.nam") > 7000 * 256, "not all of it was saved"
+    assert b"\x84\x40\0\0\0" in pathlib.Path(f"{TEMPLATES}/bootsect.nam").read_bytes(), "no boot sector of sdg1"
+    check_equal(state(), before, "disks and mounts after a session")
+    tool = Tool()
+    tool.start()
+    tool.process.kill()
+    tool.process.wait()
+    check_equal(state(), before, "disks and mounts after a kill")
+    shell("umount /tmp/tarnel*/*; cp /run/sdg /dev/sdg; blockdev --rereadpt /dev/sdg")
 
 
 def signalled():
