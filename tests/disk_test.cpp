@@ -137,8 +137,9 @@ TEST_F(machine, reader_can_do_nothing_but_read)
 {
     add_disk("sda");
     // It ends with a signal when it calls the kernel as a program of another kind.
-    const std::string said = run_tool("env LC_ALL=C LD_PRELOAD=" READER_PROBE " " READ_TABLE " " +
-                                      root.path().string() + "/dev/sda table 3>&1 || :");
+    const std::string said =
+        run_tool("env -i LC_ALL=C PARTED_GPT_APPLE=0 LD_PRELOAD=" READER_PROBE " " READ_TABLE " " +
+                 root.path().string() + "/dev/sda table 3>&1 || :");
     EXPECT_THAT(said, AllOf(StartsWith("Name:\tread-table\n"), Not(HasSubstr("survived")),
                             HasSubstr("\nNoNewPrivs:\t1\nSeccomp:\t2\n")));
     if (geteuid() != 0)

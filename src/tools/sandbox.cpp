@@ -136,6 +136,12 @@ constexpr std::array<unsigned long, 11> harmless_requests = {
     BLKALIGNOFF, BLKROGET,     HDIO_GETGEO, SCSI_IOCTL_GET_IDLUN, BLKGETZONESZ,
 };
 
+constexpr scmp_arg_cmp argument(unsigned number, scmp_compare comparison, scmp_datum_t value,
+                                scmp_datum_t masked = 0)
+{
+    return {number, comparison, value, masked};
+}
+
 bool allow_if(const owned_filter &filter, int call, const scmp_arg_cmp &condition)
 {
     return seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 1, condition) == 0;
@@ -148,12 +154,12 @@ bool allow_opening_for_reading(const owned_filter &filter)
 {
     constexpr unsigned flags = 2; // the argument
     constexpr scmp_datum_t changing = O_ACCMODE | O_CREAT | O_TRUNC | (O_TMPFILE & ~O_DIRECTORY);
-    for (const scmp_datum_t writing : {O_WRONLY, O_RDWR}) {
+    for (const scmp_datum_t writing : {scmp_datum_t{O_WRONLY}, scmp_datum_t{O_RDWR}}) {
         if (seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EROFS), SCMP_SYS(openat), 1,
-                             SCMP_CMP(flags, SCMP_CMP_MASKED_EQ, O_ACCMODE, writing)) != 0)
+                             argument(flags, SCMP_CMP_MASKED_EQ, O_ACCMODE, writing)) != 0)
             return false;
     }
-    return allow_if(filter, SCMP_SYS(openat), SCMP_CMP(flags, SCMP_CMP_MASKED_EQ, changing, 0));
+    return allow_if(filter, SCMP_SYS(openat), argument(flags, SCMP_CMP_MASKED_EQ, changing, 0));
 }
 
 // Any other call fails; one of another ABI of the processor ends the process.
@@ -164,12 +170,12 @@ bool allow_reading_only()
     for (const int call : harmless_calls)
         complete = complete && seccomp_rule_add(filter.get(), SCMP_ACT_ALLOW, call, 0) == 0;
     for (const unsigned long request : harmless_requests)
-        complete = complete && allow_if(filter, SCMP_SYS(ioctl), SCMP_A1(SCMP_CMP_EQ, request));
+        complete = complete && allow_if(filter, SCMP_SYS(ioctl), argument(1, SCMP_CMP_EQ, request));
     for (const int memory : {SCMP_SYS(mmap), SCMP_SYS(mprotect)})
-        complete = complete && allow_if(filter, memory, SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+        complete = complete && allow_if(filter, memory, argument(2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     // What was written by nobody needs no syncing.
-    return complete && allow_if(filter, SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_EQ, F_GETFL)) &&
-           allow_if(filter, SCMP_SYS(write), SCMP_A0(SCMP_CMP_LE, record_fd)) &&
+    return complete && allow_if(filter, SCMP_SYS(fcntl), argument(1, SCMP_CMP_EQ, F_GETFL)) &&
+           allow_if(filter, SCMP_SYS(write), argument(0, SCMP_CMP_LE, record_fd)) &&
            seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(0), SCMP_SYS(fsync), 0) == 0 &&
            seccomp_load(filter.get()) == 0; // which also sees to it that no program gives new privileges
 }
