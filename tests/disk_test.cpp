@@ -65,11 +65,12 @@ TEST_F(machine, system_disk_comes_first)
     // On which lsblk shows "/" (the name of one array begins that of the other), links of /sys, in which $R
     // is the number of the device of "/", and the first disk.
     const std::tuple<std::string, std::string, const char *> cases[] = {
-        {"\"sdb.", "$R=sda/sda1", "sdb"},
+        {"\"sda.", "$R=sdb/sdb1", "sdb"}, // a mapping on sdb is named sda5_crypt
         {"\"md1. \"md127.", "$R=md127 md127/slaves/a=sda/sda1", "md127"},
         {"", "$R=dm-1 dm-1/slaves/a=dm-0 dm-0/slaves/a=sdb/sdb3", "sdb"},
         {"", "$R=dm-0 dm-0/slaves/a=sdb dm-0/slaves/b=sda/sda2", "sda"},
-        {"", "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "md1"},
+        {"\"sdb.", "$R=dm-0 dm-0/slaves/a=dm-0 dm-0/slaves/b=sdc", "sdb"},
+        {"\"sda. \"sdb.", "$R=dm-0", "md1"},
         {"", "dev/block/8:17=sdb/sdb1", has_node ? "sdb" : "md1"},
     };
     for (const auto &[shown_on, links, first] : cases) {
@@ -82,7 +83,9 @@ TEST_F(machine, system_disk_comes_first)
                  "case $to in */*) : >$to/partition;; esac; done");
         EXPECT_EQ(get_disk_list(disks, notes), 0);
         EXPECT_EQ(disks.front().name, first) << links;
+        EXPECT_EQ(notes_warn(notes), disks.front().name == "md1") << links;
     }
+    EXPECT_THAT(commands.commands, SizeIs(has_node ? 8 : 12)) << "asked although /sys tells";
     EXPECT_EQ(commands.commands.front(), "lsblk | grep \"md1.*/$\" 1>/dev/null 2>&1");
 }
 

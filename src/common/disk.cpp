@@ -326,6 +326,10 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
         if (read.is_listed)
             disks.push_back(make_disk(read, drive_number++));
     }
+    if (!system_disk && disks.size() > 1) {
+        for (const disk &d : disks)
+            notes.push_back({d.name, disk_note_reason::any_first});
+    }
     assign_letters(disks);
     return 0;
 }

@@ -21,7 +21,8 @@ struct disk {
     std::list<part> parts;                              // ascending partition number
 };
 
-// Why a disk of the machine is not in the list, or is there without its partitions.
+// What is to be noted of a disk: why it is not in the list, why it is there without its partitions, or what
+// else is not sure.
 enum class disk_note_reason {
     nvme,        // of a kind that the firmware does not number
     mmc,         //
@@ -30,6 +31,7 @@ enum class disk_note_reason {
     removable,   // neither are these numbered
     cannot_open, // would have a number
     unreadable,  // listed and numbered; it seems to have a partition table, but that could not be read
+    any_first,   // one of those of which the system may have been started, and of which nothing tells
 };
 
 struct disk_note {

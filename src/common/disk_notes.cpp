@@ -9,7 +9,7 @@ namespace {
 
 bool is_left_out(const disk_note &note)
 {
-    return note.reason != disk_note_reason::cannot_open && note.reason != disk_note_reason::unreadable;
+    return note.reason < disk_note_reason::cannot_open;
 }
 
 // The kind of a disk that has no number, in words; null when there is no word for it.
@@ -69,6 +69,11 @@ std::string describe_disk_notes(const std::vector<disk_note> &notes)
         _("Could not be opened: %s. Such a disk has no number here, so the numbers of other disks and "
           "the letters of their partitions may be wrong. Do not trust a template before the cause is "
           "found."));
+    text += paragraph(
+        notes, has(disk_note_reason::any_first),
+        _("From which of these disks the system starts could not be found out: %s. The board numbers "
+          "that one first, so the numbers of disks and the letters of partitions may be wrong. Do not "
+          "trust a template before they are known to be right."));
     text +=
         paragraph(notes, is_left_out,
                   _("Not shown, because the board has no number for such disks and cannot check them: %s."));
