@@ -72,6 +72,8 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     for (const std::string &path : {std::string("tmp"), directory + "/file", here + "/no/pelva"})
         EXPECT_THAT(start(path), AllOf(StartsWith("1"), HasSubstr(path[0] == '/' ? path : '"' + path + '"')));
     EXPECT_THAT(shell.commands, AllOf(SizeIs(3 * 7), Each(HasSubstr(" /tmp/tarnel1"))));
+    run_tool("sgdisk -Z $IMAGE; sgdisk -n 1 $IMAGE");
+    EXPECT_THAT(start(directory), ContainsRegex("that the board can read.*\n.*on GPT disks: sda1\\."));
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_THAT(start(directory),

@@ -177,8 +177,8 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 // What reading one disk came to. The list has no disk that cannot be opened or is removable.
 struct disk_contents {
     partition_table table;
-    std::vector<std::uint32_t> supported; // numbers in a GPT
-    std::optional<disk_note_reason> note;
+    std::optional<std::vector<std::uint32_t>> supported; // numbers in a GPT that the firmware can read
+    std::vector<disk_note_reason> notes;
     bool is_listed = false;
 };
 
@@ -188,18 +188,18 @@ void judge_table(disk_contents &read, const std::string &device, bool removable)
     const partition_table &table = read.table;
     if (!table.openable) {
         trace_log_open("Cant open device %s", device.c_str());
-        read.note = removable ? disk_note_reason::removable : disk_note_reason::cannot_open;
+        read.notes = {removable ? disk_note_reason::removable : disk_note_reason::cannot_open};
         return;
     }
     trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
     if (removable) {
         trace_log("Device %s is removable, skipping", table.path.c_str());
-        read.note = disk_note_reason::removable;
+        read.notes = {disk_note_reason::removable};
         return;
     }
     read.is_listed = true;
     if (table.unreadable)
-        read.note = disk_note_reason::unreadable;
+        read.notes = {disk_note_reason::unreadable};
     if (table.failure.empty())
         trace_log("Partition table is : %s", table.type.c_str());
     else
@@ -215,7 +215,9 @@ disk_contents read_contents(const std::string &device, bool removable)
     judge_table(read, device, removable);
     if (read.is_listed && read.table.type == "gpt") {
         read.supported = readGpt(read.table.path);
-        if (read.supported.empty())
+        if (!read.supported)
+            read.notes.push_back(disk_note_reason::unknown_gpt);
+        if (!read.supported || read.supported->empty())
             trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
     }
     return read;
@@ -240,16 +242,30 @@ void move_first(std::list<disk_reading> &readings, const std::optional<std::stri
         readings.splice(readings.begin(), readings, first);
 }
 
-void add_parts(disk &d, const disk_contents &read)
+// Whether the firmware knows the partition. One of a type that it does not know is noted.
+bool is_supported(const disk &d, const disk_contents &read, const table_entry &entry,
+                  std::vector<disk_note> &notes)
+{
+    if (!d.is_gpt || (read.supported &&
+                      std::ranges::binary_search(*read.supported, static_cast<std::uint32_t>(entry.number))))
+        return true;
+    trace_log("Partition: %s%d is not supported, skipping", read.table.path.c_str(), entry.number);
+    if (read.supported)
+        notes.push_back({d.name + partition_separator(d.name) + std::to_string(entry.number),
+                         disk_note_reason::other_type});
+    return false;
+}
+
+void add_parts(disk &d, const disk_contents &read, std::vector<disk_note> &notes)
 {
     const partition_table &table = read.table;
     part_slot slots;
     for (const table_entry &entry : table.entries) {
         const auto number = static_cast<std::uint32_t>(entry.number);
         trace_log("Found partition: %s%d", table.path.c_str(), entry.number);
-        if (d.is_gpt && !std::ranges::binary_search(read.supported, number))
-            trace_log("Partition: %s%d is not supported, skipping", table.path.c_str(), entry.number);
-        else if (number >= slots.size())
+        if (!is_supported(d, read, entry, notes))
+            continue;
+        if (number >= slots.size())
             trace_log("Partition: %s%d is beyond the last number %zu, skipping", table.path.c_str(),
                       entry.number, slots.size() - 1);
         else
@@ -261,7 +277,7 @@ void add_parts(disk &d, const disk_contents &read)
     }
 }
 
-disk make_disk(const disk_contents &read, std::uint32_t drive_number)
+disk make_disk(const disk_contents &read, std::uint32_t drive_number, std::vector<disk_note> &notes)
 {
     const partition_table &table = read.table;
     disk d;
@@ -273,7 +289,7 @@ disk make_disk(const disk_contents &read, std::uint32_t drive_number)
     d.sectors = table.sectors;
     d.sector_size = table.sector_size;
     d.length = table.length;
-    add_parts(d, read);
+    add_parts(d, read, notes);
     return d;
 }
 
@@ -321,10 +337,10 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
     for (disk_reading &reading : readings) {
         reading.work.finish();
         const disk_contents &read = reading.contents;
-        if (read.note)
-            notes.push_back({base_name(read.table.path), *read.note});
+        for (const disk_note_reason reason : read.notes)
+            notes.push_back({base_name(read.table.path), reason});
         if (read.is_listed)
-            disks.push_back(make_disk(read, drive_number++));
+            disks.push_back(make_disk(read, drive_number++, notes));
     }
     if (!system_disk && disks.size() > 1) {
         for (const disk &d : disks)
