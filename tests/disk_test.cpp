@@ -138,10 +138,18 @@ TEST_F(machine, disk_list_changes_nothing)
 TEST_F(machine, notes_what_the_firmware_does_not_see)
 {
     const std::string gpt = "sgdisk -n 1:2048:+1M -t 1:0700 -n 2:: $D";
+    const std::string msdos = "printf '2048,2048\\n,20000,5\\n26000,2000\\n28672,2048\\n,2048\\n,2048\\n' | "
+                              "sfdisk -q $D && printf ";
+    const std::string change = " | dd of=$D bs=1 conv=notrunc seek=";
     // What is done to a disk, and what is said of it.
     const std::pair<std::string, const char *> cases[] = {
         {gpt, "on GPT disks: sda2."},
         {"sgdisk -S 4100 $D && " + gpt, "the partition table (GPT) of: sda. "},
+        {gpt + " && printf X" + change + "528",
+         "of: sda (The primary GPT table is corrupt, "}, // its checksum
+        {msdos + "XX" + change + "$((8192 * 512 + 510))", "table of: sda (Invalid partition table on "},
+        {msdos + "'\\11'" + change + "487", "table of: sda (Can't have overlapping partitions). "},
+        {msdos + "'\\377'" + change + "491", "table of: sda (Can't have a partition outside the disk!). "},
         {"mv $D $D.img && losetup -b 4096 -f --show $D.img >$D.loop && L=$(cat $D.loop) && "
          "mknod $D b $(stat -c '%Hr %Lr' $L) && " +
              gpt,
@@ -153,7 +161,7 @@ TEST_F(machine, notes_what_the_firmware_does_not_see)
             (geteuid() != 0 || access("/dev/loop-control", W_OK) != 0))
             GTEST_SKIP() << "needs loop devices for sectors of 4,096 bytes";
         add_disk("sda", command);
-        EXPECT_THAT(list(), HasSubstr("80 sda gpt ")) << command;
+        EXPECT_THAT(list(), HasSubstr("80 sda ")) << command;
         EXPECT_THAT(describe_disk_notes(notes), HasSubstr(said)) << command;
         EXPECT_EQ(notes_warn(notes), command != gpt);
         run_tool("cd " + root.path().string() +

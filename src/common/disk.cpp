@@ -178,7 +178,7 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 struct disk_contents {
     partition_table table;
     std::optional<std::vector<std::uint32_t>> supported; // numbers in a GPT that the firmware can read
-    std::vector<disk_note_reason> notes;
+    std::vector<disk_note> notes;
     bool is_listed = false;
 };
 
@@ -186,20 +186,23 @@ struct disk_contents {
 void judge_table(disk_contents &read, const std::string &device, bool removable)
 {
     const partition_table &table = read.table;
+    const std::string name = base_name(table.path);
     if (!table.openable) {
         trace_log_open("Cant open device %s", device.c_str());
-        read.notes = {removable ? disk_note_reason::removable : disk_note_reason::cannot_open};
+        read.notes = {{name, removable ? disk_note_reason::removable : disk_note_reason::cannot_open}};
         return;
     }
     trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
     if (removable) {
         trace_log("Device %s is removable, skipping", table.path.c_str());
-        read.notes = {disk_note_reason::removable};
+        read.notes = {{name, disk_note_reason::removable}};
         return;
     }
     read.is_listed = true;
     if (table.unreadable)
-        read.notes = {disk_note_reason::unreadable};
+        read.notes.push_back({name, disk_note_reason::unreadable});
+    if (!table.complaint.empty())
+        read.notes.push_back({name, disk_note_reason::damaged, table.complaint});
     if (table.failure.empty())
         trace_log("Partition table is : %s", table.type.c_str());
     else
@@ -216,7 +219,7 @@ disk_contents read_contents(const std::string &device, bool removable)
     if (read.is_listed && read.table.type == "gpt") {
         read.supported = readGpt(read.table.path);
         if (!read.supported)
-            read.notes.push_back(disk_note_reason::unknown_gpt);
+            read.notes.push_back({base_name(read.table.path), disk_note_reason::unknown_gpt});
         if (!read.supported || read.supported->empty())
             trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
     }
@@ -337,8 +340,7 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
     for (disk_reading &reading : readings) {
         reading.work.finish();
         const disk_contents &read = reading.contents;
-        for (const disk_note_reason reason : read.notes)
-            notes.push_back({base_name(read.table.path), reason});
+        notes.insert(notes.end(), read.notes.begin(), read.notes.end());
         if (read.is_listed)
             disks.push_back(make_disk(read, drive_number++, notes));
     }

@@ -62,6 +62,10 @@ bool take_record(const table_record &r, partition_table &table)
         table.entries.push_back(std::move(entry));
         return r.number >= 0 && r.start >= 0 && r.length >= 0;
     }
+    case record_kind::complaint:
+        if (table.complaint.empty())
+            table.complaint = text_of(r.text);
+        [[fallthrough]];
     case record_kind::message:
         trace_log("libparted on %s: %s", table.path.c_str(), text_of(r.text).c_str());
         return true;

@@ -13,8 +13,8 @@ constexpr const char *read_device_only = "device"; // no more than what it is
 constexpr int record_fd = 3;                       // of the reader
 
 // The reader sends the device (or that there is none), the table if one was found, its entries and the end,
-// between them libparted's messages.
-enum class record_kind : std::uint32_t { device = 1, no_device, table, entry, message, end };
+// between them libparted's messages; of a table that is in order it has no complaint.
+enum class record_kind : std::uint32_t { device = 1, no_device, table, entry, message, complaint, end };
 
 // Both programs are built together, so a record travels as its bytes. A damaged disk may have damaged the
 // reader, though: what it sends is checked.

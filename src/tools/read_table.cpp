@@ -51,12 +51,21 @@ void send_kind(record_kind kind)
     send(r);
 }
 
+// libparted says these of disks that are in order: this process may open nothing for writing, and a disk
+// without any partition table has none. Texts, since nothing else tells its messages apart; in the language
+// "C".
+bool is_usual(std::string_view message)
+{
+    return message.find("has been opened read-only") != message.npos ||
+           message.find("unrecognised disk label") != message.npos;
+}
+
 // Answers what carries on with the data as they are: never "fix", "yes" or "retry". A read error offers to
 // retry or ignore; ignoring it would parse a buffer that was never filled.
 PedExceptionOption answer(PedException *exception)
 {
     table_record r{};
-    r.kind = record_kind::message;
+    r.kind = is_usual(exception->message) ? record_kind::message : record_kind::complaint;
     put_text(r.text, exception->message);
     send(r);
 
