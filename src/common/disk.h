@@ -29,18 +29,19 @@ enum class disk_note_reason {
     other_kind, //
     removable,  // neither are these numbered
     other_type, // a partition of a type that the firmware does not know
-    // What may change the numbers or letters of others.
+    // From here on what calls for a warning: most may change the numbers or letters of others.
     cannot_open, // would have a number
     unreadable,  // listed and numbered; it seems to have a partition table, but that could not be read
     unknown_gpt, // listed; the firmware cannot read its partition table
     damaged,     // listed; libparted complains of the partition table
     any_first,   // one of those of which the system may have been started, and of which nothing tells
+    not_mounted, // a partition that would have been shown
 };
 
 struct disk_note {
     std::string name; // base name, e.g. "nvme0n1", "sda2"
     disk_note_reason reason;
-    std::string detail = {}; // of a damaged table: libparted's complaint, in English
+    std::string detail = {}; // libparted's complaint, in English; file system of what is not mounted
 };
 
 // Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk that the

@@ -86,6 +86,8 @@ std::string describe_disk_notes(const std::vector<disk_note> &notes)
         _("From which of these disks the system starts could not be found out: %s. The board numbers "
           "that one first, so the numbers of disks and the letters of partitions may be wrong. Do not "
           "trust a template before they are known to be right."));
+    text += paragraph(notes, has(disk_note_reason::not_mounted),
+                      _("Could not be mounted: %s. The files there are not shown and cannot be marked."));
     text += paragraph(
         notes, has(disk_note_reason::other_type),
         _("Not shown, because the board knows only partitions of the types Basic Data and EFI System on "
