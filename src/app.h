@@ -24,8 +24,8 @@ inline std::int32_t sectors_changed = 0;
 
 constexpr std::size_t path_buf_size = 1024;
 
-// What a page may have to say of its template (notice_bar.h).
-enum class notice_subject { not_taken_over, left_out, not_saved, count };
+// What a page may have to say of its template, and of what it shows (notice_bar.h).
+enum class notice_subject { not_taken_over, left_out, not_saved, disks, count };
 struct notice {
     std::string text;             // empty: nothing
     std::list<std::string> names; // of the files concerned

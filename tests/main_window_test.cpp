@@ -19,6 +19,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     struct app &app = partition.app;
     partition.host.write(window_description_file + 1, content_of(description_file()));
     prepare_gui(&app);
+    app.disk_notes = {{"sdb", disk_note_reason::unreadable}};
     ASSERT_EQ(app_init_gui(&app), 0);
     const fs::path directory = app.pelva_db_path;
     fs::create_directory(directory);
@@ -40,6 +41,14 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
         {1, 0, GTK_RESPONSE_YES, false, false, "bootfilebootsect"},
     };
     GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
+    for (GtkWidget *const view : {app.filebrowser, app.diskbrowser}) { // both lead to the warning
+        gtk_notebook_set_current_page(pages, 0);
+        clear_notices(&app, view == app.filebrowser ? list_kind::files : list_kind::sectors);
+        gtk_info_bar_response(GTK_INFO_BAR(notice_bar(view)), 1);
+        EXPECT_EQ(gtk_notebook_get_current_page(pages), 2);
+        set_notice(&app, view == app.filebrowser ? list_kind::files : list_kind::sectors,
+                   notice_subject::disks, "");
+    }
     for (const auto &c : cases) {
         const bool fails = c.stays && c.response == GTK_RESPONSE_YES;
         app.pelva_db_path = directory.string() + (fails ? "/gone" : "");
