@@ -182,6 +182,14 @@ TEST_F(machine, of_a_reader_that_fails_only_the_device_is_taken)
         EXPECT_EQ(table.length, command.ends_with("-1 >&3") ? 32768 : 0) << command;
         EXPECT_TRUE(table.unreadable && table.type.empty() && table.entries.empty()) << command;
     }
+    // Behind libparted nobody else reads the disk: here it hangs whoever opens it.
+    fs::remove(reader);
+    fs::permissions(root.write(table_reader_program + 1, "#!/bin/sh\n" READ_TABLE " \"$@\" 3>$1.out;"
+                                                         "rm $1; mkfifo $1; cat $1.out >&3"),
+                    fs::perms::owner_all);
+    listed = "\n\n";
+    add_disk("sda", "sgdisk -n 1::+1M -t 1:0700 $D");
+    EXPECT_EQ(list(), "80 sda gpt 32768*512: 1C2048+2048\n");
     fs::remove(reader);
     EXPECT_EQ(list(), "80 sda 0*0:\n");
 }

@@ -1,7 +1,6 @@
 #include "common/disk.h"
 
 #include "common/background.h"
-#include "common/gpt.h"
 #include "common/host.h"
 #include "common/letters.h"
 #include "common/mount_table.h"
@@ -177,7 +176,6 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 // What reading one disk came to. The list has no disk that cannot be opened or is removable.
 struct disk_contents {
     partition_table table;
-    std::optional<std::vector<std::uint32_t>> supported; // numbers in a GPT that the firmware can read
     std::vector<disk_note> notes;
     bool is_listed = false;
 };
@@ -217,10 +215,10 @@ disk_contents read_contents(const std::string &device, bool removable)
         read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
     judge_table(read, device, removable);
     if (read.is_listed && read.table.type == "gpt") {
-        read.supported = readGpt(read.table.path);
-        if (!read.supported)
+        const auto &supported = read.table.supported;
+        if (!supported)
             read.notes.push_back({base_name(read.table.path), disk_note_reason::unknown_gpt});
-        if (!read.supported || read.supported->empty())
+        if (!supported || supported->empty())
             trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
     }
     return read;
@@ -249,11 +247,12 @@ void move_first(std::list<disk_reading> &readings, const std::optional<std::stri
 bool is_supported(const disk &d, const disk_contents &read, const table_entry &entry,
                   std::vector<disk_note> &notes)
 {
-    if (!d.is_gpt || (read.supported &&
-                      std::ranges::binary_search(*read.supported, static_cast<std::uint32_t>(entry.number))))
+    if (!d.is_gpt ||
+        (read.table.supported &&
+         std::ranges::binary_search(*read.table.supported, static_cast<std::uint32_t>(entry.number))))
         return true;
     trace_log("Partition: %s%d is not supported, skipping", read.table.path.c_str(), entry.number);
-    if (read.supported)
+    if (read.table.supported)
         notes.push_back({d.name + partition_separator(d.name) + std::to_string(entry.number),
                          disk_note_reason::other_type});
     return false;
