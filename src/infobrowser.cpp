@@ -28,17 +28,24 @@ owned_gchar version_text(const board_answer &board)
                                        get_package_version(), version.major, version.minor, version.build));
 }
 
+// Letters run on behind 'Z', up to the character 0xFF: what is no text of its own is shown as <0x80>.
+std::string board_letter(const struct app &app)
+{
+    const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '\0';
+    return letter ? visible_text({&letter, 1}, text_form::listing) : "?";
+}
+
 // The start-up settles all of this before; the page must not end one that has not. The directory's name may
 // be any bytes.
 owned_gchar template_paths_text(const struct app &app)
 {
-    const char letter = app.pelva_db_mt ? app.pelva_db_mt->letter : '?';
     std::string board_path = app.short_path;
     if (!board_path.empty() && app.separator != '/')
         replace_symbols(board_path, '/', app.separator);
     return owned_gchar(
-        g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %c:%s"), os_name,
-                        display_text(app.pelva_db_path).c_str(), letter, display_text(board_path).c_str()));
+        g_strdup_printf(_("Path to templates for Pelva settings:\n OS %s: %s\n BIOS pelva: %s:%s"), os_name,
+                        display_text(app.pelva_db_path).c_str(), board_letter(app).c_str(),
+                        display_text(board_path).c_str()));
 }
 
 // The page is the third: the others must say that there is a warning on it.

@@ -20,7 +20,7 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         std::string source;               // of the board's library
         std::string firmware, shown_path; // the latter that of the templates to the firmware
     } cases[] = {
-        {"", none, "D:/\uFFFDpelva/cfg"},
+        {"", none, "<0x80>:/\uFFFDpelva/cfg"},
         {board, none, "D:\\\uFFFDpelva\\cfg"},
         {board, "BIOS board version: 3.255.4660", "D:/\uFFFDpelva/cfg"},
     };
@@ -37,9 +37,9 @@ TEST(infobrowser, shows_versions_of_whole_libraries_and_where_the_templates_lie)
         struct app app;
         app.xml = windows.xml;
         app.board = hear_board(ask_board());
-        app.mounts.emplace_back().letter = 'D';
+        app.mounts.emplace_back().letter = shown_path[0] == 'D' ? 'D' : '\x80';
         app.pelva_db_mt = &app.mounts.back();
-        app.separator = shown_path[2];
+        app.separator = shown_path[shown_path.find(':') + 1];
         app.pelva_db_path = "/boot/\xFFpelva/cfg";
         app.short_path = "/\xFFpelva/cfg";
         const bool has_card = !source.empty();
