@@ -11,7 +11,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <list>
+#include <map>
 #include <string>
+#include <vector>
 
 typedef struct _GtkWidget GtkWidget;
 typedef struct _GdkPixbuf GdkPixbuf;
@@ -25,7 +27,7 @@ inline std::int32_t sectors_changed = 0;
 constexpr std::size_t path_buf_size = 1024;
 
 // What a page may have to say of its template, and of what it shows (notice_bar.h).
-enum class notice_subject { not_taken_over, left_out, not_saved, disks, count };
+enum class notice_subject { not_taken_over, left_out, not_saved, disks, gaps, count };
 struct notice {
     std::string text;             // empty: nothing
     std::list<std::string> names; // of the files concerned
@@ -38,6 +40,13 @@ struct saved_template {
     std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
 };
 
+// What a directory holds that the tree should show, and does not.
+struct directory_gaps {
+    bool unread = false;               // it could not be read, or not in full
+    bool counted = false;              // a mark went over it, or it was unfolded
+    std::vector<std::string> too_long; // files whose path is too long for the board
+};
+
 struct app : environment {
     board_question asked_board;        // from before the windows are built
     board_answer board;                // from when they need it
@@ -48,8 +57,10 @@ struct app : environment {
     GtkWidget *progressbar = nullptr;
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
-    std::list<std::string> missing_files;   // files of the saved template that were not found, newest first
-    std::list<std::string> hidden_files;    // those that exist, but that the tree does not show, newest first
+    std::list<std::string> missing_files; // files of the saved template that were not found, newest first
+    std::list<std::string> hidden_files;  // those that exist, but that the tree does not show, newest first
+    std::map<std::string, directory_gaps>
+        gaps;                               // of the directories that have some, by their names for the user
     std::list<std::string> missing_sectors; // records that lie on no disk of this machine, as text
     saved_template file_template;
     saved_template sector_template;

@@ -6,6 +6,7 @@
 #include "window_description.h"
 
 #include <gtk/gtk.h>
+#include <utility>
 
 namespace {
 
@@ -130,7 +131,8 @@ GtkWidget *notice_bar(GtkWidget *view)
 void clear_notices(struct app *app, list_kind page)
 {
     saved_template &state = template_of(*app, page);
-    const notice disks = notice_of(state, notice_subject::disks);
+    notice disks = notice_of(state, notice_subject::disks), gaps = notice_of(state, notice_subject::gaps);
     state.notices = {};
-    set_notice(app, page, notice_subject::disks, disks.text);
+    state.notices.at(static_cast<std::size_t>(notice_subject::disks)) = std::move(disks);
+    set_notice(app, page, notice_subject::gaps, gaps.text, std::move(gaps.names));
 }

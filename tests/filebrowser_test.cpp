@@ -1,6 +1,7 @@
 // Loading directories, the lookup of rows, the page itself, and its end by a signal in the middle of things.
 #include "common/process.h"
 #include "display_text.h"
+#include "notice_bar.h"
 #include "template_save.h"
 #include "termination.h"
 #include "trace_log.h"
@@ -8,8 +9,10 @@
 
 #include <atomic>
 #include <csignal>
+#include <dlfcn.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace {
 
@@ -28,6 +31,11 @@ std::string outline(const file_node &row)
     }
     return text;
 }
+
+// Names whose status, and directories whose listing behind so many entries, ends with the error.
+std::map<std::string, int, std::less<>> bad_status;
+int entries_left = -1;
+constexpr const char *not_all = "Not everything here could be read";
 
 // What happens at each status call on a file below the tree, to a disk that is slow.
 std::function<void()> during_status;
@@ -121,9 +129,8 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_ca
     // The board's limit counts from the mount.
     const fs::path deep = std::string(100, 'd'), longest = std::string(255, 'h');
     const std::string at_limit(253 - 102, 'f');
-    for (const fs::path &file :
-         std::vector<fs::path>{"a/b/f", "a/c/f", "b/f", "gone/f", "q/f", deep / at_limit,
-                               deep / ("g" + at_limit), longest / "x"})
+    for (const fs::path &file : std::vector<fs::path>{"a/b/f", "a/c/f", "b/f", "q/f", deep / at_limit,
+                                                      deep / ("g" + at_limit), longest / "x"})
         partition.files.write(file, "");
     fs::create_symlink("f", top + "/a/b/link");
     fs::create_directory_symlink("b", top + "/a/d");
@@ -141,14 +148,65 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_ca
     EXPECT_TRUE(partition.row("a/c")->not_loaded) << "only the directories on the way are read";
     EXPECT_EQ(outline(*partition.loaded(deep)), at_limit);
     EXPECT_EQ(outline(*partition.loaded(longest)), "");
-    fs::rename(top + "/gone", top + "/back");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
-    fs::rename(top + "/back", top + "/gone");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
     partition.host.write("proc/mounts", "proc /proc proc rw 0 0\n");
     look_up(top + "/a/b/f", -3);
     partition.host.write("proc/mounts", "/dev/sda1 " + top + "/q ext4 rw 0 0\n"); // not where the tree reads
     look_up(top + "/a/b/f", -4);
+}
+
+TEST(gaps, are_counted_when_marked_or_unfolded_and_tried_again)
+{
+    browsed_partition partition;
+    const fs::path top = partition.files.path();
+    for (const char *file : {"a/1", "a/2", "a/3/x", "a/4", "b/1", "gone/1", "ok/1"})
+        partition.files.write(file, "");
+    const std::string deep(200, 'd'), tail(60, 't');
+    for (const std::string &file : {deep + "/" + tail + "1", deep + "/" + tail + "2", deep + "/short"})
+        partition.files.write(file, "");
+    partition.show();
+    struct app &app = partition.app;
+    const auto said = [&app]() -> const notice & { return app.file_template.notices.at(4); };
+    const auto unfold = [&](const std::string &name) {
+        const owned_path path =
+            path_of(partition.store, name.empty() ? partition.root() : partition.row(name));
+        gtk_tree_view_collapse_row(partition.view(), path.get());
+        gtk_tree_view_expand_row(partition.view(), path.get(), FALSE);
+        settle();
+        return outline(*(name.empty() ? partition.root() : partition.row(name)));
+    };
+    unfold("");
+    bad_status = {{"2", EIO}, {"3", EACCES}, {"4", ENOENT}};
+    partition.loaded("ok");
+    EXPECT_EQ(said().text, "");
+    fs::rename(top / "gone", top / "away");
+    EXPECT_EQ(unfold("gone"), not_all);
+    EXPECT_EQ(said().text, "1 directory could not be read in full. What is missing there is not marked.");
+    EXPECT_EQ(unfold("a"), "1 " + std::string(not_all));
+    toggle_iter(&app, partition.store, partition.root());
+    EXPECT_EQ(app.total_files_selected, 4U);
+    EXPECT_EQ(said().text, "2 directories could not be read in full, and 2 files have too long a path. "
+                           "They are not marked.");
+    const std::string at = "/dev/sda1: /";
+    EXPECT_EQ(said().names, (std::list<std::string>{at + "a", at + deep + "/" + tail + "1",
+                                                    at + deep + "/" + tail + "2", at + "gone"}));
+    clear_notices(&app, list_kind::files);
+    EXPECT_NE(notice_bar(app.filebrowser), nullptr) << "as true as before";
+
+    // What was read keeps its marks; what can be read now stands in its place.
+    fs::rename(top / "away", top / "gone");
+    EXPECT_EQ(unfold("gone"), "1");
+    EXPECT_EQ(unfold("a"), "1 " + std::string(not_all));
+    bad_status.clear();
+    entries_left = 3;
+    EXPECT_EQ(unfold("a").find(not_all) == std::string::npos, false);
+    entries_left = -1;
+    fs::create_directory(top / "a/0");
+    EXPECT_EQ(unfold("a"), "0" + wait + " 3" + wait + " 1 2 4");
+    EXPECT_EQ(app.total_files_selected, 4U);
+    EXPECT_EQ(said().text, "2 files have too long a path. They are not marked.");
+    toggle_iter(&app, partition.store, partition.root());
+    toggle_iter(&app, partition.store, partition.root());
+    EXPECT_EQ(app.total_files_selected, 8U);
 }
 
 TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
@@ -235,5 +293,23 @@ extern "C" int fstatat(int directory, const char *name, struct stat *status, int
 {
     if (during_status)
         during_status();
+    if (const auto bad = bad_status.find(std::string_view(name)); bad != bad_status.end()) {
+        errno = bad->second;
+        return -1;
+    }
     return static_cast<int>(syscall(SYS_newfstatat, directory, name, status, flags));
+}
+
+// No file system that gives no type with a name is at hand; one that fails half-way neither.
+extern "C" dirent *readdir(DIR *directory)
+{
+    static const auto next = reinterpret_cast<dirent *(*)(DIR *)>(dlsym(RTLD_NEXT, "readdir"));
+    if (entries_left >= 0 && entries_left-- == 0) {
+        errno = EIO;
+        return nullptr;
+    }
+    dirent *entry = next(directory);
+    if (entry)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
 }
