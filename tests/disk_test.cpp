@@ -145,27 +145,24 @@ TEST_F(machine, notes_what_the_firmware_does_not_see)
     const std::pair<std::string, const char *> cases[] = {
         {gpt, "on GPT disks: sda2."},
         {"sgdisk -S 4100 $D && " + gpt, "the partition table (GPT) of: sda. "},
-        {gpt + " && printf X" + change + "528",
-         "of: sda (The primary GPT table is corrupt, "}, // its checksum
+        {gpt + " && printf X" + change + "528", "of: sda (The primary GPT table is corrupt, "},
         {msdos + "XX" + change + "$((8192 * 512 + 510))", "table of: sda (Invalid partition table on "},
         {msdos + "'\\11'" + change + "487", "table of: sda (Can't have overlapping partitions). "},
         {msdos + "'\\377'" + change + "491", "table of: sda (Can't have a partition outside the disk!). "},
-        {"mv $D $D.img && losetup -b 4096 -f --show $D.img >$D.loop && L=$(cat $D.loop) && "
-         "mknod $D b $(stat -c '%Hr %Lr' $L) && " +
+        {"mv $D $D.img && L=$(losetup -b 4096 -f --show $D.img) && echo $L >$D.loop && "
+         "mknod $D b $(stat -c '%Hr %Lr' $L); " +
              gpt,
          "the partition table (GPT) of: sda. "},
     };
     for (const auto &[command, said] : cases) {
         listed = "\n\n";
-        if (command.find("losetup") != command.npos &&
-            (geteuid() != 0 || access("/dev/loop-control", W_OK) != 0))
+        if (command.starts_with("mv") && std::system("losetup -f >/dev/null 2>&1") != 0) // NOLINT
             GTEST_SKIP() << "needs loop devices for sectors of 4,096 bytes";
         add_disk("sda", command);
         EXPECT_THAT(list(), HasSubstr("80 sda ")) << command;
         EXPECT_THAT(describe_disk_notes(notes), HasSubstr(said)) << command;
         EXPECT_EQ(notes_warn(notes), command != gpt);
-        run_tool("cd " + root.path().string() +
-                 "/dev; ! test -e sda.loop || losetup -d $(cat sda.loop); rm sda*");
+        run_tool("cd " + root.path().string() + "/dev; losetup -d $(cat sda.loop); rm sda*");
     }
 }
 

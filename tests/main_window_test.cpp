@@ -41,13 +41,13 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
         {1, 0, GTK_RESPONSE_YES, false, false, "bootfilebootsect"},
     };
     GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
-    for (GtkWidget *const view : {app.filebrowser, app.diskbrowser}) { // both lead to the warning
+    for (const list_kind page : {list_kind::files, list_kind::sectors}) { // both lead to the warning
         gtk_notebook_set_current_page(pages, 0);
-        clear_notices(&app, view == app.filebrowser ? list_kind::files : list_kind::sectors);
-        gtk_info_bar_response(GTK_INFO_BAR(notice_bar(view)), 1);
+        clear_notices(&app, page);
+        gtk_info_bar_response(
+            GTK_INFO_BAR(notice_bar(page == list_kind::files ? app.filebrowser : app.diskbrowser)), 1);
         EXPECT_EQ(gtk_notebook_get_current_page(pages), 2);
-        set_notice(&app, view == app.filebrowser ? list_kind::files : list_kind::sectors,
-                   notice_subject::disks, "");
+        set_notice(&app, page, notice_subject::disks, "");
     }
     for (const auto &c : cases) {
         const bool fails = c.stays && c.response == GTK_RESPONSE_YES;
