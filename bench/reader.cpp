@@ -45,7 +45,7 @@ int main(int count, char **arguments)
     const std::string job = arguments[2];
     const std::string device = std::string("/dev/") + arguments[3];
     if (job == "gpt") {
-        std::printf("%zu\n", readGpt(device).size());
+        std::printf("%zu\n", readGpt(device).value().size());
     } else if (job == "both" && count == 5) {
         std::printf("%d\n", count_files_that_come_back(arguments[3], std::atoi(arguments[4])));
     } else if (count == 5) {

@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 typedef struct _GtkWidget GtkWidget;
 typedef struct _GdkPixbuf GdkPixbuf;
@@ -25,8 +27,8 @@ inline std::int32_t sectors_changed = 0;
 
 constexpr std::size_t path_buf_size = 1024;
 
-// What a page may have to say of its template (notice_bar.h).
-enum class notice_subject { not_taken_over, left_out, not_saved, count };
+// What a page may have to say of its template, and of what it shows (notice_bar.h).
+enum class notice_subject { not_taken_over, left_out, not_saved, disks, gaps, count };
 struct notice {
     std::string text;             // empty: nothing
     std::list<std::string> names; // of the files or sectors concerned
@@ -46,6 +48,13 @@ struct saved_template {
     std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
 };
 
+// What a directory holds that the tree should show, and does not.
+struct directory_gaps {
+    bool unread = false;               // it could not be read, or not in full
+    bool counted = false;              // a mark went over it, or it was unfolded
+    std::vector<std::string> too_long; // files whose path is too long for the board
+};
+
 struct app : environment {
     board_question asked_board;        // from before the windows are built
     board_answer board;                // from when they need it
@@ -56,6 +65,8 @@ struct app : environment {
     GtkWidget *progressbar = nullptr;
     std::uint32_t progress_pending = 0; // 1 while a display of the progress window is requested
 
+    std::map<std::string, directory_gaps>
+        gaps; // of the directories that have some, by their names for the user
     saved_template file_template;
     saved_template sector_template;
 

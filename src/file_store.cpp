@@ -3,6 +3,7 @@
 #include "common/mount.h"
 #include "gtk_owned.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -317,21 +318,30 @@ static file_node *fill_placeholder(file_store *store, file_node *placeholder, fi
     return placeholder;
 }
 
-file_node *file_store_append(file_store *store, file_node *parent, std::unique_ptr<file_node> row)
+file_node *file_store_insert(file_store *store, file_node *parent, std::size_t position,
+                             std::unique_ptr<file_node> row)
 {
-    if (!parent->children.empty() && parent->children.front()->kind == file_kind::placeholder)
-        return fill_placeholder(store, parent->children.front().get(), std::move(*row));
+    auto &children = parent->children;
+    if (!children.empty() && children.front()->kind == file_kind::placeholder)
+        return fill_placeholder(store, children.front().get(), std::move(*row));
     file_node *added = row.get();
     added->parent = parent;
-    added->position = static_cast<std::uint32_t>(parent->children.size());
-    parent->children.push_back(std::move(row));
+    added->position = static_cast<std::uint32_t>(std::min(position, children.size()));
+    const auto place = children.insert(children.begin() + added->position, std::move(row));
+    for (auto later = place + 1; later != children.end(); ++later)
+        (*later)->position++;
     if (is_watched(*parent)) {
         GtkTreeIter iter = file_store_iter(store, added);
         gtk_tree_model_row_inserted(GTK_TREE_MODEL(store), owned_path(path_of(added)).get(), &iter);
     }
-    if (added->position == 0)
+    if (children.size() == 1)
         tell_has_child(store, parent);
     return added;
+}
+
+file_node *file_store_append(file_store *store, file_node *parent, std::unique_ptr<file_node> row)
+{
+    return file_store_insert(store, parent, last_child, std::move(row));
 }
 
 void file_store_remove(file_store *store, file_node *row)

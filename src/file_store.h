@@ -37,7 +37,8 @@ enum class file_kind : std::uint8_t {
     root,        // partition
     directory,   //
     file,        //
-    placeholder, // "Loading, please wait...", the only child of a directory that was not read yet
+    placeholder, // "Loading, please wait...", the only child of a directory that was not read yet; or the
+                 // last of one that could not be read in full
 };
 
 struct file_node {
@@ -50,6 +51,7 @@ struct file_node {
     std::int32_t marked_files = 0;                    // marked files below this row
     file_kind kind = file_kind::top;
     bool not_loaded = false; // directory content not read yet; always set on a placeholder
+    bool has_gaps = false;   // of a directory: some of what it holds has no row (app.h)
     bool marked = false;
     bool change_pending = false; // a row-changed is due
     bool seen = false;           // somebody has asked for the children
@@ -90,8 +92,11 @@ GType file_store_get_type();
 // The row at a tree path; null when there is none.
 [[nodiscard]] file_node *file_store_row_at(file_store *store, GtkTreePath *path);
 
-// Adds a last child; the first takes the place and the address of a placeholder. The row is complete before
-// anybody hears of it.
+// Adds a child before the one at the position, or behind the last; the first takes the place and the address
+// of a placeholder. The row is complete before anybody hears of it.
+constexpr std::size_t last_child = SIZE_MAX;
+file_node *file_store_insert(file_store *store, file_node *parent, std::size_t position,
+                             std::unique_ptr<file_node> row);
 file_node *file_store_append(file_store *store, file_node *parent, std::unique_ptr<file_node> row);
 
 // Removes a row that has no children.

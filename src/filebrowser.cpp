@@ -121,6 +121,7 @@ gboolean on_test_expand_row(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, str
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(filebrowser_store(app))));
     const progress_scope progress(app);
     load_iter(app, held.get(), row);
+    tell_gaps(app);
     if (app->filebrowser)
         make_room_for_children(app, *row);
     return !app->filebrowser; // TRUE: it stays folded
@@ -129,7 +130,7 @@ gboolean on_test_expand_row(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, str
 void on_row_expanded(GtkTreeView *, GtkTreeIter *iter, GtkTreePath *, struct app *app)
 {
     trace_log("Enter *");
-    load_iter(app, filebrowser_store(app), file_store_row(iter));
+    load_directory_content(app, filebrowser_store(app), file_store_row(iter));
     trace_log("Success *");
 }
 

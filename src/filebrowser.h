@@ -8,7 +8,6 @@
 #include "app.h"
 #include "file_store.h"
 
-#include <dirent.h>
 #include <string>
 #include <string_view>
 
@@ -26,19 +25,19 @@ void filebrowser_release(struct app *app);
 // A new store with the partition rows; the caller owns the reference.
 [[nodiscard]] file_store *create_model(struct app *app);
 
-// A directory row with its placeholder child; a partition row when `parent` is the top node.
-file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount);
-file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size);
+// A directory row with its placeholder child; a partition row when `parent` is the top node. It becomes the
+// last child, or the one at the position.
+file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount,
+                      std::size_t position = last_child);
+file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size,
+                       std::size_t position = last_child);
 
-// The selections for scandir among the entries of a directory: by the type that the directory itself gives,
-// links not followed.
-[[nodiscard]] int dir_filter(const dirent *entry);
-[[nodiscard]] int file_filter(const dirent *entry);
-
-// Reads the directory of a row unless that was done before; a failure is traced and leaves the row empty.
-// load_directory_content always returns 0.
-void load_iter(struct app *app, file_store *store, file_node *row);
+// Reads the directory of a row unless that was done before. Always 0: what could not be read is noted.
 int load_directory_content(struct app *app, file_store *store, file_node *row);
+
+// The same for a row that is unfolded or marked, which counts what it leaves out; a directory that could not
+// be read in full is tried again.
+void load_iter(struct app *app, file_store *store, file_node *row);
 
 // Whether the directory lies on a mount of a device other than the given device node.
 [[nodiscard]] bool check_dir_mount(const std::string &directory, const std::string &device);
@@ -52,6 +51,20 @@ int load_directory_content(struct app *app, file_store *store, file_node *row);
 [[nodiscard]] int find_iter_from(struct app *app, file_store *store, std::string_view path, file_node **row);
 [[nodiscard]] int find_iter_go_down(struct app *app, file_store *store, const std::string &name,
                                     file_node **row);
+
+// --- What has no row and should have one ---
+
+// Notes what a directory just read leaves out, in place of what was noted of it before.
+void note_gaps(struct app *app, file_node *directory, directory_gaps gaps);
+
+// Whether the directory was read, but not in full.
+[[nodiscard]] bool is_partly_unread(const struct app &app, const file_node &directory);
+
+// What the directory leaves out is told from now on.
+void count_gaps(struct app *app, const file_node &directory);
+
+// Lets the page say what was counted so far.
+void tell_gaps(struct app *app);
 
 // --- Marks and totals ---
 

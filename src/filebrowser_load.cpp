@@ -34,20 +34,11 @@ constexpr std::size_t worth_a_helper = 500, looked_at_once = 16;
 
 // An entry of a directory, with what sorts it.
 struct listed_entry {
-    owned_dirent entry;
+    std::string name;
     owned_gchar key; // null where the names themselves sort
 
-    const char *sorted_by() const { return key ? key.get() : entry->d_name; }
+    const char *sorted_by() const { return key ? key.get() : name.c_str(); }
 };
-
-// scandir hands its helpers nothing of ours. During an operation no other one begins.
-struct app *reading_for = nullptr;
-
-int choose_entry(const dirent *entry)
-{
-    progress_run_main_loop(reading_for);
-    return !ending() && (dir_filter(entry) || file_filter(entry));
-}
 
 // Whether the C library collates names by their bytes, as it does in the locale "C".
 bool collates_by_bytes()
@@ -66,30 +57,39 @@ owned_gchar collation_key(const char *name, std::vector<char> &buffer)
     return owned_gchar(g_strdup(buffer.data()));
 }
 
-// The entries that the filters choose, in `alphasort` order. None when the directory cannot be read. Reading
-// and sorting a large directory take long by themselves, so the main loop gets its turns in between.
-std::vector<listed_entry> list_directory(struct app *app, const std::string &directory)
+bool is_dot_entry(const dirent &entry)
 {
-    dirent **entries = nullptr;
-    reading_for = app;
-    const int count = scandir(directory.c_str(), &entries, choose_entry, nullptr);
-    if (count < 0) {
+    return std::strcmp(entry.d_name, ".") == 0 || std::strcmp(entry.d_name, "..") == 0;
+}
+
+// The entries of a directory in `alphasort` order. `complete` becomes false when they cannot all be read.
+// Reading and sorting a large directory take long by themselves, so the main loop gets its turns in between.
+std::vector<listed_entry> list_directory(struct app *app, const owned_fd &directory, bool &complete)
+{
+    owned_fd file(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const owned_directory stream(file ? fdopendir(file.get()) : nullptr);
+    std::vector<listed_entry> listed;
+    const bool by_bytes = collates_by_bytes();
+    std::vector<char> buffer(NAME_MAX);
+    if (stream)
+        static_cast<void>(file.release());
+    while (stream && !ending()) {
+        errno = 0;
+        const dirent *entry = readdir(stream.get());
+        if (!entry)
+            break;
+        progress_run_main_loop(app);
+        if (!is_dot_entry(*entry))
+            listed.push_back({entry->d_name, by_bytes ? nullptr : collation_key(entry->d_name, buffer)});
+        errno = 0;
+    }
+    complete = errno == 0;
+    if (!complete) {
         const int reason = errno;
         trace_log("scandir() failed");
         errno = reason;
         std::perror("scandir");
     }
-    std::vector<listed_entry> listed;
-    listed.reserve(static_cast<std::size_t>(std::max(count, 0)));
-    const bool by_bytes = collates_by_bytes();
-    std::vector<char> buffer(NAME_MAX);
-    for (int i = 0; i < count; i++) {
-        progress_run_main_loop(app);
-        const dirent *entry = entries[i];
-        listed.push_back(
-            {owned_dirent(entries[i]), by_bytes ? nullptr : collation_key(entry->d_name, buffer)});
-    }
-    std::free(entries); // NOLINT: scandir allocates with malloc
     std::ranges::stable_sort(listed, [app](const listed_entry &one, const listed_entry &other) {
         progress_run_main_loop(app);
         return std::strcmp(one.sorted_by(), other.sorted_by()) < 0;
@@ -107,6 +107,7 @@ struct directory_source {
     std::set<std::string, std::less<>> mounted; // entries that hold something else
     bool other_device = false;                  // the directory itself is not on the partition
     bool known_fs = false;
+    bool examined = false;         // false: nothing of all this could be learned
     std::size_t prefix_length = 0; // of what precedes a name in a path from the mount directory on
 };
 
@@ -136,37 +137,39 @@ directory_source open_for_rows(const file_node &row)
     directory.mounted = names_mounted_on(directory.path);
     directory.other_device = (row.mount && row.mount->dev != 0 && row.mount->dev != status.st_dev) ||
                              check_dir_mount(directory.path, directory.device);
+    errno = 0;
     directory.known_fs = check_fs_type(directory.path) != 0;
+    directory.examined = directory.known_fs || errno == 0;
     directory.prefix_length = build_path(directory.path, "").size() - mount_length(directory.path);
     return directory;
 }
 
-// Whether the entry belongs to the partition; its status then. Links are not followed. An entry whose whole
-// path the system would refuse is no entry.
-bool get_status(const directory_source &directory, const char *name, struct stat &status)
-{
-    return !directory.other_device && directory.known_fs &&
-           (directory.mounted.empty() || !directory.mounted.contains(name)) &&
-           directory.path.size() + 1 + std::strlen(name) < PATH_MAX &&
-           fstatat(directory.file.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           status.st_dev == directory.dev;
-}
+// What an entry is to the tree. What is left out is no part of the partition, or nothing that the board
+// checks.
+enum class entry_kind : std::uint8_t { left_out, directory, file, too_long, unread };
 
-bool shows_directory(const directory_source &directory, const char *name)
+// Links are not followed. The size is that of a file.
+entry_kind look_at(const directory_source &directory, const std::string &name, std::uint64_t &size)
 {
-    struct stat status;
     trace_log("Directory: %s", build_path(directory.path, name).c_str());
     trace_log("cur_dev = %s", directory.device.c_str());
-    return get_status(directory, name, status) && S_ISDIR(status.st_mode);
-}
-
-bool shows_file(const directory_source &directory, const char *name, struct stat &status)
-{
-    if (!get_status(directory, name, status))
-        return false;
-    const std::size_t length = directory.prefix_length + std::strlen(name);
+    struct stat status;
+    if (directory.other_device || !directory.known_fs || directory.mounted.contains(name))
+        return entry_kind::left_out;
+    if (fstatat(directory.file.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? entry_kind::left_out : entry_kind::unread;
+    // The system refuses longer paths.
+    const bool can_be_opened = directory.path.size() + 1 + name.size() < PATH_MAX;
+    if (status.st_dev != directory.dev)
+        return entry_kind::left_out;
+    if (S_ISDIR(status.st_mode))
+        return can_be_opened ? entry_kind::directory : entry_kind::unread;
+    if (!S_ISREG(status.st_mode))
+        return entry_kind::left_out;
+    const std::size_t length = directory.prefix_length + name.size();
     trace_log("Template file name lenght: %d", static_cast<int>(length));
-    return length <= longest_relative_path && S_ISREG(status.st_mode);
+    size = static_cast<std::uint64_t>(status.st_size);
+    return can_be_opened && length <= longest_relative_path ? entry_kind::file : entry_kind::too_long;
 }
 
 // A row to be. The rows of a directory are made when all are known, so that nobody sees some of them move
@@ -176,36 +179,24 @@ struct found_entry {
     std::uint64_t size = 0; // bytes; of a file
 };
 
-std::vector<found_entry> find_directories(struct app *app, const directory_source &directory,
-                                          const std::vector<listed_entry> &listed)
-{
-    std::vector<found_entry> found;
-    for (const listed_entry &listing : listed) {
-        if (ending())
-            break;
-        const dirent &entry = *listing.entry;
-        if (entry.d_type == DT_DIR && shows_directory(directory, entry.d_name))
-            found.push_back({entry.d_name});
-        progress_run_main_loop(app);
-    }
-    return found;
-}
+struct directory_content {
+    std::vector<found_entry> directories, files;
+    directory_gaps gaps;
+};
 
-// Asks for the status of every entry; in a large directory two threads share that.
-std::vector<found_entry> find_files(struct app *app, const directory_source &directory,
-                                    const std::vector<listed_entry> &listed)
+// Asks for the status of every entry, which alone tells what it is: not every file system gives a type with
+// the name. In a large directory two threads share that.
+directory_content look_at_all(struct app *app, const directory_source &directory,
+                              std::vector<listed_entry> listed)
 {
     trace_log("Loading file list...");
-    std::vector<std::optional<std::uint64_t>> sizes(listed.size()); // of those that are shown
+    std::vector<std::pair<entry_kind, std::uint64_t>> seen(listed.size());
     std::atomic<std::size_t> next = 0;
     const auto look = [&](struct app *turns) {
         for (std::size_t first; (first = next.fetch_add(looked_at_once)) < listed.size();) {
             const std::size_t last = std::min(first + looked_at_once, listed.size());
             for (std::size_t i = first; i < last && !ending(); i++) {
-                struct stat status;
-                const dirent &entry = *listed[i].entry;
-                if (entry.d_type != DT_DIR && shows_file(directory, entry.d_name, status))
-                    sizes[i] = static_cast<std::uint64_t>(status.st_size);
+                seen[i].first = look_at(directory, listed[i].name, seen[i].second);
                 if (turns)
                     progress_run_main_loop(turns);
             }
@@ -217,17 +208,30 @@ std::vector<found_entry> find_files(struct app *app, const directory_source &dir
     look(app);
     if (helper)
         helper->finish();
-    std::vector<found_entry> found;
+    directory_content content;
     for (std::size_t i = 0; i < listed.size(); i++) {
-        if (const auto &size = sizes[i])
-            found.push_back({listed[i].entry->d_name, *size});
+        const auto &[kind, size] = seen[i];
+        if (kind == entry_kind::directory)
+            content.directories.push_back({std::move(listed[i].name)});
+        else if (kind == entry_kind::file)
+            content.files.push_back({std::move(listed[i].name), size});
+        else if (kind == entry_kind::too_long)
+            content.gaps.too_long.push_back(std::move(listed[i].name));
+        else if (kind == entry_kind::unread)
+            content.gaps.unread = true;
     }
-    return found;
+    return content;
 }
 
-bool is_dot_entry(const dirent *entry)
+directory_content read_content(struct app *app, const file_node &row)
 {
-    return std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0;
+    const directory_source directory = open_for_rows(row);
+    trace_log("Loading directory list...");
+    bool complete = false;
+    std::vector<listed_entry> listed = list_directory(app, directory.file, complete);
+    directory_content content = look_at_all(app, directory, std::move(listed));
+    content.gaps.unread = content.gaps.unread || !complete || !directory.examined;
+    return content;
 }
 
 // Device number of a device node; 0 when there is no such node. A mount may name a link to it, such as
@@ -261,6 +265,67 @@ std::unique_ptr<file_node> make_row(file_kind kind, std::string name, mount_entr
     return row;
 }
 
+void add_placeholder(file_store *store, file_node *directory, const char *text)
+{
+    auto placeholder = make_row(file_kind::placeholder, text, nullptr);
+    placeholder->not_loaded = true;
+    file_store_append(store, directory, std::move(placeholder));
+}
+
+bool ends_with_placeholder(const file_node &row)
+{
+    return !row.children.empty() && row.children.back()->kind == file_kind::placeholder;
+}
+
+// Adds the rows that are not there yet. At the first time none is; when a directory that could not be read in
+// full was read again, most are, and keep their places and marks.
+void add_rows(struct app *app, file_store *store, file_node *row, directory_content &content)
+{
+    const auto &children = row->children;
+    std::set<std::string_view> known;
+    for (const auto &child : children)
+        if (child->kind != file_kind::placeholder)
+            known.insert(child->name);
+    std::size_t at = 0;
+    const auto add = [&](std::vector<found_entry> &found, bool are_files, const auto &append) {
+        for (found_entry &entry : found) {
+            progress_run_main_loop(app);
+            if (known.contains(entry.name))
+                continue;
+            const auto precedes = [&](const file_node &child) {
+                return child.kind != file_kind::placeholder &&
+                       (child.is_dir() == are_files
+                            ? are_files
+                            : std::strcoll(child.name.c_str(), entry.name.c_str()) < 0);
+            };
+            while (!known.empty() && at < children.size() && precedes(*children[at]))
+                at++;
+            append(entry, known.empty() ? children.size() : at);
+        }
+    };
+    add(content.directories, false, [&](found_entry &entry, std::size_t position) {
+        append_dir(store, row, std::move(entry.name), row->mount, position);
+    });
+    add(content.files, true, [&](found_entry &entry, std::size_t position) {
+        append_file(store, row, std::move(entry.name), entry.size, position);
+    });
+}
+
+// Reads the directory of a row, which may have been read before, though not in full.
+void read_rows(struct app *app, file_store *store, file_node *row)
+{
+    row->not_loaded = false;
+    file_store_changed(store, row);
+    directory_content content = read_content(app, *row);
+    row->children.reserve(1 + content.directories.size() + content.files.size());
+    add_rows(app, store, row, content);
+    if (!content.gaps.unread && ends_with_placeholder(*row))
+        file_store_remove(store, row->children.back().get());
+    else if (content.gaps.unread && (!ends_with_placeholder(*row) || row->children.size() == 1))
+        add_placeholder(store, row, _("Not everything here could be read"));
+    note_gaps(app, row, std::move(content.gaps));
+}
+
 } // namespace
 
 file_store *create_model(struct app *app)
@@ -277,40 +342,33 @@ file_store *create_model(struct app *app)
     return store;
 }
 
-file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount)
+file_node *append_dir(file_store *store, file_node *parent, std::string name, mount_entry *mount,
+                      std::size_t position)
 {
     const file_kind kind = parent->kind == file_kind::top ? file_kind::root : file_kind::directory;
     auto row = make_row(kind, std::move(name), mount);
     row->not_loaded = true;
-    file_node *added = file_store_append(store, parent, std::move(row));
-    auto placeholder = make_row(file_kind::placeholder, _("Loading, please wait..."), nullptr);
-    placeholder->not_loaded = true;
-    file_store_append(store, added, std::move(placeholder));
+    file_node *added = file_store_insert(store, parent, position, std::move(row));
+    add_placeholder(store, added, _("Loading, please wait..."));
     return added;
 }
 
-file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size)
+file_node *append_file(file_store *store, file_node *parent, std::string name, std::uint64_t size,
+                       std::size_t position)
 {
     auto row = make_row(file_kind::file, std::move(name), parent->mount);
     row->size = size;
-    return file_store_append(store, parent, std::move(row));
-}
-
-int dir_filter(const dirent *entry)
-{
-    trace_log("dir_filter: %s", entry->d_name);
-    return !is_dot_entry(entry) && entry->d_type == DT_DIR;
-}
-
-int file_filter(const dirent *entry)
-{
-    return !is_dot_entry(entry) && entry->d_type != DT_DIR;
+    return file_store_insert(store, parent, position, std::move(row));
 }
 
 void load_iter(struct app *app, file_store *store, file_node *row)
 {
     trace_log("* Enter");
-    load_directory_content(app, store, row);
+    if (is_partly_unread(*app, *row))
+        read_rows(app, store, row); // again
+    else
+        load_directory_content(app, store, row);
+    count_gaps(app, *row);
     trace_log("* Success");
 }
 
@@ -318,26 +376,8 @@ int load_directory_content(struct app *app, file_store *store, file_node *row)
 {
     trace_log("* Enter");
     trace_log("Loading directory content: %s", full_path(*row).c_str());
-    if (!row->not_loaded || !row->is_dir())
-        return 0;
-    row->not_loaded = false; // before reading: a directory that fails is not tried again
-    file_store_changed(store, row);
-    const directory_source directory = open_for_rows(*row);
-    trace_log("Loading directory list...");
-    const std::vector<listed_entry> listed = list_directory(app, directory.path);
-    std::vector<found_entry> directories = find_directories(app, directory, listed);
-    std::vector<found_entry> files = find_files(app, directory, listed);
-    row->children.reserve(1 + directories.size() + files.size());
-    for (found_entry &found : directories) {
-        append_dir(store, row, std::move(found.name), row->mount);
-        progress_run_main_loop(app);
-    }
-    for (found_entry &found : files) {
-        append_file(store, row, std::move(found.name), found.size);
-        progress_run_main_loop(app);
-    }
-    if (directories.empty() && files.empty() && !row->children.empty())
-        file_store_remove(store, row->children.front().get()); // the placeholder
+    if (row->not_loaded && row->is_dir())
+        read_rows(app, store, row);
     return 0;
 }
 

@@ -92,6 +92,7 @@ bool toggle_iter(struct app *app, file_store *store, file_node *row)
     const owned_object<file_store> held(static_cast<file_store *>(g_object_ref(store)));
     const progress_scope progress(app);
     mark_recursive(app, store, row, !row->marked);
+    tell_gaps(app);
     return false;
 }
 

@@ -7,6 +7,7 @@
 #include "common/owned.h"
 #include "display_text.h"
 #include "i18n.h"
+#include "notice_bar.h"
 #include "progress.h"
 #include "trace_log.h"
 #include "window_description.h"
@@ -51,8 +52,18 @@ owned_gchar template_paths_text(struct app *app)
                         display_text(app->pelva_db_path).c_str(), board_path_text(app).c_str()));
 }
 
+// The page is the third: the others must say that there is a warning on it.
+void warn_on_other_pages(struct app *app)
+{
+    for (const list_kind page : {list_kind::files, list_kind::sectors})
+        set_notice(
+            app, page, notice_subject::disks,
+            _("There are warnings about the disks of this computer: not everything may be shown here, and "
+              "numbers and letters may be wrong."));
+}
+
 // Which disks the pages do not show, or not in full.
-void show_disk_notes(const struct app &app)
+void show_disk_notes(struct app &app)
 {
     GtkWidget *label = described_widget(app.xml, "disk_notes");
     GtkWidget *frame = described_widget(app.xml, "info_disks");
@@ -61,9 +72,11 @@ void show_disk_notes(const struct app &app)
     if (!label || !frame || !image || text.empty())
         return;
     gtk_label_set_text(GTK_LABEL(label), text.c_str());
-    if (notes_warn(app.disk_notes))
-        gtk_image_set_from_stock(GTK_IMAGE(image), GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_DND);
     gtk_widget_show(frame);
+    if (!notes_warn(app.disk_notes))
+        return;
+    gtk_image_set_from_stock(GTK_IMAGE(image), GTK_STOCK_DIALOG_WARNING, GTK_ICON_SIZE_DND);
+    warn_on_other_pages(&app);
 }
 
 } // namespace

@@ -3,8 +3,10 @@
 #include "dialogs.h"
 #include "display_text.h"
 #include "i18n.h"
+#include "window_description.h"
 
 #include <gtk/gtk.h>
+#include <utility>
 
 namespace {
 
@@ -12,11 +14,17 @@ constexpr const char *bar_key = "notice-bar"; // the bar, as data of the box tha
 constexpr int space = 8;
 constexpr int text_width = 560; // pixels; with the button beside it no wider than the page's hint
 
-std::string text_of(const saved_template &state)
+const notice &notice_of(const saved_template &state, notice_subject subject)
+{
+    return state.notices.at(static_cast<std::size_t>(subject));
+}
+
+// All that is said, or what names go with.
+std::string text_of(const saved_template &state, bool only_with_names = false)
 {
     std::string text;
     for (const notice &said : state.notices) {
-        if (!said.text.empty())
+        if (!said.text.empty() && !(only_with_names && said.names.empty()))
             text += (text.empty() ? "" : "\n") + said.text;
     }
     return text;
@@ -30,15 +38,33 @@ std::string names_of(const saved_template &state)
     return lines;
 }
 
-template<list_kind page> void list_names(GtkInfoBar *, gint, struct app *app)
+constexpr gint show_information = 1; // a response; the other button's is GTK's "OK"
+
+// Turns to the page with the notes on disks.
+void show_disk_notes(struct app *app, GtkInfoBar *bar)
 {
-    const saved_template &state = template_of(*app, page);
-    dialog_ok_list(app->window, page == list_kind::files ? _("Files") : _("Sectors"), text_of(state).c_str(),
-                   "%s", names_of(state).c_str());
+    GtkNotebook *pages = GTK_NOTEBOOK(gtk_widget_get_ancestor(GTK_WIDGET(bar), GTK_TYPE_NOTEBOOK));
+    GtkWidget *page = described_widget(app->xml, "info_disks");
+    while (page && gtk_notebook_page_num(pages, page) < 0)
+        page = gtk_widget_get_parent(page);
+    if (page)
+        gtk_notebook_set_current_page(pages, gtk_notebook_page_num(pages, page));
 }
 
-GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text, bool has_names)
+template<list_kind page> void on_response(GtkInfoBar *bar, gint response, struct app *app)
 {
+    if (response == show_information) {
+        show_disk_notes(app, bar);
+        return;
+    }
+    const saved_template &state = template_of(*app, page);
+    dialog_ok_list(app->window, page == list_kind::files ? _("Files") : _("Sectors"),
+                   text_of(state, true).c_str(), "%s", names_of(state).c_str());
+}
+
+GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text)
+{
+    const saved_template &state = template_of(*app, page);
     GtkWidget *bar = gtk_info_bar_new();
     gtk_info_bar_set_message_type(GTK_INFO_BAR(bar), GTK_MESSAGE_WARNING);
     GtkBox *content = GTK_BOX(gtk_info_bar_get_content_area(GTK_INFO_BAR(bar)));
@@ -51,13 +77,15 @@ GtkWidget *make_bar(struct app *app, list_kind page, const std::string &text, bo
     gtk_box_set_spacing(content, space);
     gtk_box_pack_start(content, image, FALSE, FALSE, 0);
     gtk_box_pack_start(content, label, TRUE, TRUE, 0);
-    if (has_names)
+    if (!names_of(state).empty())
         gtk_info_bar_add_button(GTK_INFO_BAR(bar),
                                 page == list_kind::files ? _("_List the files") : _("_List the sectors"),
                                 GTK_RESPONSE_OK);
+    if (!notice_of(state, notice_subject::disks).text.empty())
+        gtk_info_bar_add_button(GTK_INFO_BAR(bar), _("_Information"), show_information);
     g_signal_connect(bar, "response",
-                     page == list_kind::files ? G_CALLBACK(list_names<list_kind::files>)
-                                              : G_CALLBACK(list_names<list_kind::sectors>),
+                     page == list_kind::files ? G_CALLBACK(on_response<list_kind::files>)
+                                              : G_CALLBACK(on_response<list_kind::sectors>),
                      app);
     gtk_widget_show_all(bar);
     return bar;
@@ -73,11 +101,10 @@ void update_bar(struct app *app, list_kind page)
     if (GtkWidget *old = notice_bar(view))
         gtk_widget_destroy(old);
     g_object_set_data(G_OBJECT(box), bar_key, nullptr);
-    const saved_template &state = template_of(*app, page);
-    const std::string text = text_of(state);
+    const std::string text = text_of(template_of(*app, page));
     if (text.empty())
         return;
-    GtkWidget *bar = make_bar(app, page, text, !names_of(state).empty());
+    GtkWidget *bar = make_bar(app, page, text);
     GtkWidget *tree = view; // with what scrolls it
     while (gtk_widget_get_parent(tree) != box)
         tree = gtk_widget_get_parent(tree);
@@ -113,6 +140,9 @@ GtkWidget *notice_bar(GtkWidget *view)
 
 void clear_notices(struct app *app, list_kind page)
 {
-    template_of(*app, page).notices = {};
-    update_bar(app, page);
+    saved_template &state = template_of(*app, page);
+    notice disks = notice_of(state, notice_subject::disks), gaps = notice_of(state, notice_subject::gaps);
+    state.notices = {};
+    state.notices.at(static_cast<std::size_t>(notice_subject::disks)) = std::move(disks);
+    set_notice(app, page, notice_subject::gaps, gaps.text, std::move(gaps.names));
 }

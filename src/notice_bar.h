@@ -1,5 +1,6 @@
 // What a page says without a question: a bar above its tree tells what the last save or the start could not
-// do, and lists the files concerned. Without a window only the texts are kept.
+// do, and lists the files concerned; and that there are warnings about disks, to which it leads. Without a
+// window only the texts are kept.
 #pragma once
 
 #include "app.h"
@@ -18,5 +19,5 @@ void set_notice(struct app *app, list_kind page, notice_subject subject, const s
 // The bar above the tree that this view shows; null when there is none.
 [[nodiscard]] GtkWidget *notice_bar(GtkWidget *view);
 
-// A save did all there was to do: nothing of what was said holds any more.
+// A save did all there was to do: nothing of what was said of the template holds any more.
 void clear_notices(struct app *app, list_kind page);

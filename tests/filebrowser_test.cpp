@@ -1,6 +1,7 @@
 // Loading directories, the lookup of rows, the page itself, and its end by a signal in the middle of things.
 #include "common/process.h"
 #include "display_text.h"
+#include "notice_bar.h"
 #include "template_save.h"
 #include "termination.h"
 #include "trace_log.h"
@@ -8,14 +9,14 @@
 
 #include <atomic>
 #include <csignal>
+#include <dlfcn.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::string wait = "[Loading, please wait...]";
 
 // Names of the children, each followed by its own in brackets when it has some.
 std::string outline(const file_node &row)
@@ -28,6 +29,12 @@ std::string outline(const file_node &row)
     }
     return text;
 }
+
+const std::string wait = "[Loading, please wait...]", not_all = "Not everything here could be read";
+
+// Names whose status ends with an error, and after how many entries a listing does.
+std::map<std::string, int, std::less<>> bad_status;
+int entries_left = -1;
 
 // What happens at each status call on a file below the tree, to a disk that is slow.
 std::function<void()> during_status;
@@ -121,9 +128,8 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_ca
     // The board's limit counts from the mount.
     const fs::path deep = std::string(100, 'd'), longest = std::string(255, 'h');
     const std::string at_limit(253 - 102, 'f');
-    for (const fs::path &file :
-         std::vector<fs::path>{"a/b/f", "a/c/f", "b/f", "gone/f", "q/f", deep / at_limit,
-                               deep / ("g" + at_limit), longest / "x"})
+    for (const fs::path &file : std::vector<fs::path>{"a/b/f", "a/c/f", "b/f", "q/f", deep / at_limit,
+                                                      deep / ("g" + at_limit), longest / "x"})
         partition.files.write(file, "");
     fs::create_symlink("f", top + "/a/b/link");
     fs::create_directory_symlink("b", top + "/a/d");
@@ -141,14 +147,55 @@ TEST(find_iter_for_file, gives_the_row_or_the_reason_and_reads_what_the_board_ca
     EXPECT_TRUE(partition.row("a/c")->not_loaded) << "only the directories on the way are read";
     EXPECT_EQ(outline(*partition.loaded(deep)), at_limit);
     EXPECT_EQ(outline(*partition.loaded(longest)), "");
-    fs::rename(top + "/gone", top + "/back");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
-    fs::rename(top + "/back", top + "/gone");
-    EXPECT_EQ(outline(*partition.loaded("gone")), "");
     partition.host.write("proc/mounts", "proc /proc proc rw 0 0\n");
     look_up(top + "/a/b/f", -3);
     partition.host.write("proc/mounts", "/dev/sda1 " + top + "/q ext4 rw 0 0\n"); // not where the tree reads
     look_up(top + "/a/b/f", -4);
+}
+
+TEST(gaps, are_counted_when_marked_or_unfolded_and_tried_again)
+{
+    browsed_partition partition;
+    const fs::path top = partition.files.path();
+    const std::string deep(200, 'd'), tail(60, 't'), at = "/dev/sda1: /";
+    for (const std::string &file : std::vector<std::string>{"a/1", "a/2", "a/3/x", "a/4", "gone/1", "ok/1",
+                                                            deep + "/" + tail + "1", deep + "/" + tail + "2"})
+        partition.files.write(file, "");
+    partition.show();
+    struct app &app = partition.app;
+    const auto said = [&app]() -> const notice & { return app.file_template.notices.at(4); };
+    const auto unfold = [&](const std::string &name) {
+        const owned_path path = path_of(partition.store, partition.row(name));
+        gtk_tree_view_collapse_row(partition.view(), path.get());
+        gtk_tree_view_expand_row(partition.view(), path.get(), FALSE);
+        return outline(*partition.row(name));
+    };
+    unfold("");
+    bad_status = {{"2", EIO}, {"3", EACCES}, {"4", ENOENT}};
+    fs::rename(top / "gone", top / "away");
+    EXPECT_EQ(unfold("gone"), not_all);
+    EXPECT_EQ(said().text, "1 directory could not be read in full. What is missing there is not marked.");
+    EXPECT_EQ(unfold("a"), "1 " + not_all);
+    toggle_iter(&app, partition.store, partition.root());
+    EXPECT_EQ(app.total_files_selected, 2U);
+    EXPECT_EQ(said().text, "2 directories could not be read in full, and 2 files have too long a path. "
+                           "They are not marked.");
+    EXPECT_EQ(said().names, (std::list<std::string>{at + "a", at + deep + "/" + tail + "1",
+                                                    at + deep + "/" + tail + "2", at + "gone"}));
+    clear_notices(&app, list_kind::files);
+    EXPECT_NE(notice_bar(app.filebrowser), nullptr) << "as true as before";
+
+    // What was read keeps its marks; what can be read now stands in its place.
+    fs::rename(top / "away", top / "gone");
+    EXPECT_EQ(unfold("gone"), "1");
+    bad_status.clear();
+    entries_left = 3;
+    EXPECT_NE(unfold("a").find(not_all), std::string::npos);
+    entries_left = -1;
+    partition.files.write("a/0/y", "");
+    EXPECT_EQ(unfold("a"), "0" + wait + " 3" + wait + " 1 2 4");
+    EXPECT_EQ(app.total_files_selected, 2U);
+    EXPECT_EQ(said().text, "2 files have too long a path. They are not marked.");
 }
 
 TEST(page, shows_directories_and_regular_files_of_any_name_in_order_once)
@@ -237,5 +284,19 @@ extern "C" int fstatat(int directory, const char *name, struct stat *status, int
 {
     if (during_status)
         during_status();
+    if (const auto bad = bad_status.find(std::string_view(name)); bad != bad_status.end())
+        return errno = bad->second, -1;
     return static_cast<int>(syscall(SYS_newfstatat, directory, name, status, flags));
+}
+
+// No file system that gives no type with a name is at hand; one that fails half-way neither.
+extern "C" dirent *readdir(DIR *directory)
+{
+    static const auto next = reinterpret_cast<dirent *(*)(DIR *)>(dlsym(RTLD_NEXT, "readdir"));
+    if (entries_left >= 0 && entries_left-- == 0)
+        return errno = EIO, nullptr;
+    dirent *entry = next(directory);
+    if (entry)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
 }

@@ -20,6 +20,7 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
     partition.files.write("a\\b", "");
     partition.host.write(window_description_file + 1, content_of(description_file()));
     prepare_gui(&app);
+    app.disk_notes = {{"sdb", disk_note_reason::unreadable}};
     ASSERT_EQ(app_init_gui(&app), 0);
     const fs::path directory = app.pelva_db_path;
     fs::create_directory(directory);
@@ -57,6 +58,14 @@ TEST(main_window, asks_before_it_closes_over_unsaved_marks)
         {0, 1, "", {yes, ok}, false, "bootfilebootsect", left_out},
     };
     GtkNotebook *pages = GTK_NOTEBOOK(described_widget(app.xml, "pages"));
+    for (const list_kind page : {list_kind::files, list_kind::sectors}) { // both lead to the warning
+        gtk_notebook_set_current_page(pages, 0);
+        clear_notices(&app, page);
+        gtk_info_bar_response(
+            GTK_INFO_BAR(notice_bar(page == list_kind::files ? app.filebrowser : app.diskbrowser)), 1);
+        EXPECT_EQ(gtk_notebook_get_current_page(pages), 2);
+        set_notice(&app, page, notice_subject::disks, "");
+    }
     for (const auto &c : cases) {
         const bool fails = c.stays && c.responses == std::vector{yes}, asked = !c.responses.empty();
         app.pelva_db_path = directory.string() + (fails ? "/gone" : "");

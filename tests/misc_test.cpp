@@ -78,6 +78,8 @@ TEST(app_init, names_the_template_directory_as_the_firmware_does)
     EXPECT_THAT(shell.commands,
                 AllOf(SizeIs(3 * 3), Each(HasSubstr(" /tmp/tarnel1")), Not(Contains(HasSubstr("*")))));
     EXPECT_THAT(shell.commands, Contains("umount /tmp/tarnel1/sda1 2>/dev/null").Times(3));
+    run_tool("sgdisk -Z $IMAGE; sgdisk -n 1 $IMAGE");
+    EXPECT_THAT(start(directory), ContainsRegex("that the board can read.*\n.*on GPT disks: sda1\\."));
     scratch.write("sys/block/nvme0n1/device", "");
     scratch.write("proc/partitions", "\n\n 259 0 8192 nvme0n1\n 8 0 8192 sdb\n");
     EXPECT_THAT(start(directory),

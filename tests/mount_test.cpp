@@ -1,5 +1,6 @@
 #include "common/mount.h"
 
+#include "common/disk_notes.h"
 #include "common/environment.h"
 #include "common/mktmpdir.h"
 #include "support.h"
@@ -118,6 +119,8 @@ TEST(mount, mounts_lists_and_undoes)
                    (entry.dev == record.pelva_db_dev ? "+" : "-") + entry.mountpoint + " ";
     EXPECT_EQ(entries, "sdaB1+" + dir + "/sda1 sdaC1+" + dir + "/sda2 sdaH0-/tmp/tarnelX md0B1+" + dir +
                            "/md0p1 md0C0+/tmp ");
+    EXPECT_THAT(describe_disk_notes(record.disk_notes),
+                StartsWith("Could not be mounted: sda3 (ntfs), md;xp1 (ext4). "));
     EXPECT_EQ(record.pelva_db_mt, &record.mounts.back()) << "the last one on the template directory's device";
 
     // What cannot be removed stays; what others mounted, or what is elsewhere, is left alone.

@@ -1,7 +1,6 @@
 #include "common/disk.h"
 
 #include "common/background.h"
-#include "common/gpt.h"
 #include "common/host.h"
 #include "common/letters.h"
 #include "common/mount_table.h"
@@ -186,8 +185,7 @@ part make_part(const table_entry &entry, const std::string &device, const std::s
 // What reading one disk came to. The list has no disk that cannot be opened or is removable.
 struct disk_contents {
     partition_table table;
-    std::vector<std::uint32_t> supported; // numbers in a GPT
-    std::optional<disk_note_reason> note;
+    std::vector<disk_note> notes;
     bool is_listed = false;
 };
 
@@ -195,20 +193,23 @@ struct disk_contents {
 void judge_table(disk_contents &read, const std::string &device, bool removable)
 {
     const partition_table &table = read.table;
+    const std::string name = base_name(table.path);
     if (!table.openable) {
         trace_log_open("Cant open device %s", device.c_str());
-        read.note = removable ? disk_note_reason::removable : disk_note_reason::cannot_open;
+        read.notes = {{name, removable ? disk_note_reason::removable : disk_note_reason::cannot_open}};
         return;
     }
     trace_log("Found device: %s; model: %s", table.path.c_str(), table.model.c_str());
     if (removable) {
         trace_log("Device %s is removable, skipping", table.path.c_str());
-        read.note = disk_note_reason::removable;
+        read.notes = {{name, disk_note_reason::removable}};
         return;
     }
     read.is_listed = true;
     if (table.unreadable)
-        read.note = disk_note_reason::unreadable;
+        read.notes.push_back({name, disk_note_reason::unreadable});
+    if (!table.complaint.empty())
+        read.notes.push_back({name, disk_note_reason::damaged, table.complaint});
     if (table.failure.empty())
         trace_log("Partition table is : %s", table.type.c_str());
     else
@@ -223,8 +224,10 @@ disk_contents read_contents(const std::string &device, bool removable)
         read_partition_table(device, removable ? table_depth::device_only : table_depth::whole_table);
     judge_table(read, device, removable);
     if (read.is_listed && read.table.type == "gpt") {
-        read.supported = readGpt(read.table.path);
-        if (read.supported.empty())
+        const auto &supported = read.table.supported;
+        if (!supported)
+            read.notes.push_back({base_name(read.table.path), disk_note_reason::unknown_gpt});
+        if (!supported || supported->empty())
             trace_log("Cannot get supported partition form gpt table of %s", read.table.path.c_str());
     }
     return read;
@@ -249,16 +252,31 @@ void move_first(std::list<disk_reading> &readings, const std::optional<std::stri
         readings.splice(readings.begin(), readings, first);
 }
 
-void add_parts(disk &d, const disk_contents &read)
+// Whether the firmware knows the partition. One of a type that it does not know is noted.
+bool is_supported(const disk &d, const disk_contents &read, const table_entry &entry,
+                  std::vector<disk_note> &notes)
+{
+    if (!d.is_gpt ||
+        (read.table.supported &&
+         std::ranges::binary_search(*read.table.supported, static_cast<std::uint32_t>(entry.number))))
+        return true;
+    trace_log("Partition: %s%d is not supported, skipping", read.table.path.c_str(), entry.number);
+    if (read.table.supported)
+        notes.push_back({d.name + partition_separator(d.name) + std::to_string(entry.number),
+                         disk_note_reason::other_type});
+    return false;
+}
+
+void add_parts(disk &d, const disk_contents &read, std::vector<disk_note> &notes)
 {
     const partition_table &table = read.table;
     part_slot slots;
     for (const table_entry &entry : table.entries) {
         const auto number = static_cast<std::uint32_t>(entry.number);
         trace_log("Found partition: %s%d", table.path.c_str(), entry.number);
-        if (d.is_gpt && !std::ranges::binary_search(read.supported, number))
-            trace_log("Partition: %s%d is not supported, skipping", table.path.c_str(), entry.number);
-        else if (number >= slots.size())
+        if (!is_supported(d, read, entry, notes))
+            continue;
+        if (number >= slots.size())
             trace_log("Partition: %s%d is beyond the last number %zu, skipping", table.path.c_str(),
                       entry.number, slots.size() - 1);
         else
@@ -270,7 +288,7 @@ void add_parts(disk &d, const disk_contents &read)
     }
 }
 
-disk make_disk(const disk_contents &read, std::uint32_t drive_number)
+disk make_disk(const disk_contents &read, std::uint32_t drive_number, std::vector<disk_note> &notes)
 {
     const partition_table &table = read.table;
     disk d;
@@ -282,7 +300,7 @@ disk make_disk(const disk_contents &read, std::uint32_t drive_number)
     d.sectors = table.sectors;
     d.sector_size = table.sector_size;
     d.length = table.length;
-    add_parts(d, read);
+    add_parts(d, read, notes);
     return d;
 }
 
@@ -330,10 +348,13 @@ int get_disk_list(std::list<disk> &disks, std::vector<disk_note> &notes)
     for (disk_reading &reading : readings) {
         reading.work.finish();
         const disk_contents &read = reading.contents;
-        if (read.note)
-            notes.push_back({base_name(read.table.path), *read.note});
+        notes.insert(notes.end(), read.notes.begin(), read.notes.end());
         if (read.is_listed)
-            disks.push_back(make_disk(read, drive_number++));
+            disks.push_back(make_disk(read, drive_number++, notes));
+    }
+    if (!system_disk && disks.size() > 1) {
+        for (const disk &d : disks)
+            notes.push_back({d.name, disk_note_reason::any_first});
     }
     assign_letters(disks);
     return 0;

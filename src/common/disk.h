@@ -21,20 +21,27 @@ struct disk {
     std::list<part> parts;                              // ascending partition number
 };
 
-// Why a disk of the machine is not in the list, or is there without its partitions.
+// What is to be noted of a disk or partition: why it is not in the list, or what is not sure about it.
 enum class disk_note_reason {
-    nvme,        // of a kind that the firmware does not number
-    mmc,         //
-    behind_sdz,  //
-    other_kind,  //
-    removable,   // neither are these numbered
+    nvme,       // of a kind that the firmware does not number
+    mmc,        //
+    behind_sdz, //
+    other_kind, //
+    removable,  // neither are these numbered
+    other_type, // a partition of a type that the firmware does not know
+    // From here on what calls for a warning: most may change the numbers or letters of others.
     cannot_open, // would have a number
     unreadable,  // listed and numbered; it seems to have a partition table, but that could not be read
+    unknown_gpt, // listed; the firmware cannot read its partition table
+    damaged,     // listed; libparted complains of the partition table
+    any_first,   // one of those of which the system may have been started, and of which nothing tells
+    not_mounted, // a partition that would have been shown
 };
 
 struct disk_note {
-    std::string name; // base name, e.g. "nvme0n1"
+    std::string name; // base name, e.g. "nvme0n1", "sda2"
     disk_note_reason reason;
+    std::string detail = {}; // libparted's complaint, in English; file system of what is not mounted
 };
 
 // Builds the disk list, with the drive letters. Returns 0, or -1 when the kernel lists no disk that the

@@ -10,5 +10,5 @@
 // is nothing to say.
 [[nodiscard]] std::string describe_disk_notes(const std::vector<disk_note> &notes);
 
-// Whether a disk among them may change the numbers or letters of others.
+// Whether there is a warning among them, and not only what the board cannot check anyway.
 [[nodiscard]] bool notes_warn(const std::vector<disk_note> &notes);

@@ -55,23 +55,23 @@ int readDiskSector(const std::string &device, std::uint64_t lba, std::span<std::
     return 0;
 }
 
-std::vector<std::uint32_t> readGpt(const std::string &device)
+std::optional<std::vector<std::uint32_t>> readGpt(const std::string &device)
 {
     trace_log("***Start***");
     std::array<std::uint8_t, sector_size> header;
     if (readDiskSector(device, 1, header) != 0) {
         trace_log("Cannot read gpt header");
-        return {};
+        return std::nullopt;
     }
     if (std::memcmp(header.data(), "EFI PART", 8) != 0 || le32(header, 84) != entry_size)
-        return {};
+        return std::nullopt;
 
     const std::uint64_t first_lba = le64(header, 72);
     const std::uint32_t count = le32(header, 80);
     std::vector<std::uint8_t> entries(count <= max_entries ? count * entry_size : 0);
     if (count > max_entries || readDiskSector(device, first_lba, entries) != 0) {
         trace_log("Cannot read gpt partititons entries");
-        return {};
+        return std::nullopt;
     }
 
     std::vector<std::uint32_t> numbers;

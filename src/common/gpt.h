@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,5 +14,6 @@
                                  std::span<std::uint8_t> destination);
 
 // Partition numbers (entry position + 1, ascending) of the Basic Data and EFI System entries of a device
-// such as /dev/sda. Empty when there is none or when the table cannot be read.
-[[nodiscard]] std::vector<std::uint32_t> readGpt(const std::string &device);
+// such as /dev/sda. Nothing when the firmware cannot read the table: it looks for the primary one in the
+// second 512 bytes of any disk and knows entries of 128 bytes only.
+[[nodiscard]] std::optional<std::vector<std::uint32_t>> readGpt(const std::string &device);

@@ -160,6 +160,8 @@ void use_partition(environment *env, disk &d, part &p)
                   p.mount_point->c_str());
     if (found_mounted || mount_below(env->tmpdir, d, p))
         list_partition(env, d, p, !found_mounted);
+    else
+        env->disk_notes.push_back({partition_name(p), disk_note_reason::not_mounted, *p.fs_type});
 }
 
 void remove_directory(const std::string &directory)

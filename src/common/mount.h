@@ -25,7 +25,7 @@ void umount_rm_tmpdir();
 
 // Mounts every supported partition that is not mounted yet, lists the usable ones in `mounts` and recognises
 // the one that holds the template directory. Returns 0, or -1 when no temporary directory could be made.
-// A partition that cannot be mounted is no failure.
+// A partition that cannot be mounted is no failure; it is noted.
 [[nodiscard]] int mount_partitions(environment *env);
 
 // Unmounts and removes what mount_partitions mounted, and the temporary directory.

@@ -23,7 +23,11 @@ struct c_freer {
     void operator()(void *memory) const { std::free(memory); }
 };
 using owned_cstring = std::unique_ptr<char, c_freer>;
-using owned_dirent = std::unique_ptr<dirent, c_freer>; // of scandir
+
+struct directory_closer {
+    void operator()(DIR *directory) const { closedir(directory); }
+};
+using owned_directory = std::unique_ptr<DIR, directory_closer>;
 
 // A file descriptor, closed at the end of its scope. -1 means none.
 class owned_fd {

@@ -62,6 +62,22 @@ bool take_record(const table_record &r, partition_table &table)
         table.entries.push_back(std::move(entry));
         return r.number >= 0 && r.start >= 0 && r.length >= 0;
     }
+    case record_kind::firmware_table:
+        table.supported.emplace();
+        return true;
+    case record_kind::firmware_entry:
+        if (!table.supported || r.number < 0)
+            return false;
+        trace_log("Supported gpt partition found: %s%d", table.path.c_str(), r.number);
+        table.supported->push_back(static_cast<std::uint32_t>(r.number));
+        return true;
+    case record_kind::table_traces:
+        table.unreadable = true;
+        return true;
+    case record_kind::complaint:
+        if (table.complaint.empty())
+            table.complaint = text_of(r.text);
+        [[fallthrough]];
     case record_kind::message:
         trace_log("libparted on %s: %s", table.path.c_str(), text_of(r.text).c_str());
         return true;
@@ -144,6 +160,7 @@ void drop_table(partition_table &table, std::string reason)
 {
     table.type.clear();
     table.entries.clear();
+    table.supported.reset();
     table.failure = std::move(reason);
 }
 
@@ -191,29 +208,6 @@ int spawn_reader(const std::string &device, table_depth depth, int to_parent, pi
     return error;
 }
 
-// Whether the first two sectors look like a master boot record with entries, or like a GPT header, as those
-// of a disk without a table do not. A boot record's signature alone also stands on disks that hold nothing
-// but a file system; what is code there has no valid status bytes. True when the sectors cannot be read.
-bool shows_table(const partition_table &table)
-{
-    constexpr std::size_t entries = 446, entry_size = 16, entry_end = 510, type_offset = 4;
-    const auto sector_size = static_cast<std::size_t>(table.sector_size);
-    std::vector<std::uint8_t> sectors(std::clamp<std::size_t>(sector_size, 512, 1U << 16) * 2);
-    const owned_fd device(open(host_path(table.path).c_str(), O_RDONLY | O_CLOEXEC));
-    if (!device ||
-        pread(device.get(), sectors.data(), sectors.size(), 0) != static_cast<ssize_t>(sectors.size()))
-        return true;
-    if (std::ranges::equal(std::span(sectors).subspan(sectors.size() / 2, 8), std::string_view("EFI PART")))
-        return true;
-    bool used = false;
-    for (std::size_t at = entries; at < entry_end; at += entry_size) {
-        if ((sectors[at] & 0x7FU) != 0)
-            return false;
-        used = used || sectors[at + type_offset] != 0;
-    }
-    return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
-}
-
 // A child process that is reading.
 struct table_reading {
     owned_fd from_child;
@@ -259,7 +253,6 @@ partition_table read_partition_table(const std::string &device, table_depth dept
         table.unreadable = true;
     } else if (table.openable && depth == table_depth::whole_table && table.type.empty()) {
         drop_table(table, "libparted found none that it could read");
-        table.unreadable = shows_table(table);
     } else if (table.type == "loop") {
         drop_table(table, "a file system takes the whole disk");
     }

@@ -30,6 +30,9 @@ struct partition_table {
     std::vector<table_entry> entries; // without free space and metadata, in table order
     std::string failure;              // why no table was read, for the trace
     bool unreadable = false;          // none was read, although the disk seems to have one
+    // Of a GPT that the firmware can read: the numbers, ascending, of the entries that it knows.
+    std::optional<std::vector<std::uint32_t>> supported;
+    std::string complaint; // the first of libparted's about the disk; empty when it had none
 };
 
 enum class table_depth { device_only, whole_table };

@@ -99,26 +99,33 @@ bool is_system_disk(const std::string &name, const running_command &asked)
     return is_system;
 }
 
-} // namespace
-
-// lsblk shows one mount of each device (the root file system may have others), and a name may begin as
-// another one does: md1, md127.
-std::optional<std::string> find_system_disk(const std::vector<std::string> &devices)
+// The only device on which lsblk shows the root file system; none when it shows it on several: it shows the
+// names of mappings, too, and those (sda5_crypt on sdb) say nothing; and a name may begin as another does:
+// md1, md127.
+std::set<std::string> shown_by_lsblk(const std::vector<std::string> &devices)
 {
     std::vector<running_command> asked;
     asked.reserve(devices.size());
     for (const std::string &device : devices)
         asked.push_back(ask_lsblk(base_name(device)));
-    std::set<std::string> carriers;
+    std::set<std::string> shown;
     for (std::size_t i = 0; i < devices.size(); i++) {
         if (is_system_disk(base_name(devices[i]), asked[i]))
-            carriers.insert(devices[i]);
+            shown.insert(devices[i]);
     }
-    if (carriers.size() != 1) {
-        trace_log("%zu disks look like the system disk", carriers.size());
-        const std::optional<fs::path> root = device_of_root();
-        carriers = root ? devices_below(*root, devices) : std::set<std::string>();
-    }
+    if (shown.size() > 1)
+        shown.clear();
+    return shown;
+}
+
+} // namespace
+
+std::optional<std::string> find_system_disk(const std::vector<std::string> &devices)
+{
+    const std::optional<fs::path> root = device_of_root();
+    std::set<std::string> carriers = root ? devices_below(*root, devices) : std::set<std::string>();
+    if (carriers.empty())
+        carriers = shown_by_lsblk(devices);
     const auto first = std::ranges::find_if(
         devices, [&carriers](const std::string &device) { return carriers.contains(device); });
     if (first == devices.end()) {

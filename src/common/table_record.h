@@ -14,8 +14,21 @@ constexpr int record_fd = 3;                       // of the reader
 constexpr int reader_unconfined = 3;               // its exit status when it could not give up its rights
 
 // The reader sends the device (or that there is none), the table if one was found, its entries and the end,
-// between them libparted's messages.
-enum class record_kind : std::uint32_t { device = 1, no_device, table, entry, message, end };
+// between them libparted's messages; of a table that is in order it has no complaint. Whether the firmware
+// can read a GPT it says with "firmware_table", and with "firmware_entry" which numbers it knows there; of a
+// disk on which libparted finds no table, with "table_traces" whether it seems to have one.
+enum class record_kind : std::uint32_t {
+    device = 1,
+    no_device,
+    table,
+    entry,
+    message,
+    complaint,
+    firmware_table,
+    firmware_entry,
+    table_traces,
+    end
+};
 
 // Both programs are built together, so a record travels as its bytes. A damaged disk may have damaged the
 // reader, though: what it sends is checked.

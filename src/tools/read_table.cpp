@@ -1,14 +1,20 @@
-// The program that reads one disk with libparted, which ends or overruns its process on some damaged tables.
-// gtk-tarnel starts it; table_record.h says how the two talk.
+// The program that reads one disk with libparted, which ends or overruns its process on some damaged tables,
+// and as the firmware does: a disk may also hang. gtk-tarnel starts it; table_record.h says how the two talk.
+#include "common/gpt.h"
 #include "common/table_record.h"
 #include "tools/sandbox.h"
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <fcntl.h>
+#include <optional>
 #include <parted/parted.h>
 #include <span>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -25,7 +31,7 @@ std::FILE *records = nullptr;
 void send(const table_record &r)
 {
     if (std::fwrite(&r, sizeof(r), 1, records) != 1 ||
-        (r.kind != record_kind::entry && std::fflush(records) != 0))
+        (r.kind != record_kind::entry && r.kind != record_kind::firmware_entry && std::fflush(records) != 0))
         _exit(1);
 }
 
@@ -36,12 +42,21 @@ void send_kind(record_kind kind)
     send(r);
 }
 
+// libparted says these of disks that are in order: this process may open nothing for writing, and a disk
+// without any partition table has none. Texts, since nothing else tells its messages apart; in the language
+// "C".
+bool is_usual(std::string_view message)
+{
+    return message.find("has been opened read-only") != message.npos ||
+           message.find("unrecognised disk label") != message.npos;
+}
+
 // Answers what carries on with the data as they are: never "fix", "yes" or "retry". A read error offers to
 // retry or ignore; ignoring it would parse a buffer that was never filled.
 PedExceptionOption answer(PedException *exception)
 {
     table_record r{};
-    r.kind = record_kind::message;
+    r.kind = is_usual(exception->message) ? record_kind::message : record_kind::complaint;
     put_text(r.text, exception->message);
     send(r);
 
@@ -109,6 +124,42 @@ PedDisk *read_disk(PedDevice *device)
     return ped_disk_new(device);
 }
 
+// Whether the first two sectors look like a master boot record with entries, or like a GPT header, as those
+// of a disk without a table do not. A boot record's signature alone also stands on disks that hold nothing
+// but a file system; what is code there has no valid status bytes. True when the sectors cannot be read.
+bool shows_table(const PedDevice &device)
+{
+    constexpr std::size_t entries = 446, entry_size = 16, entry_end = 510, type_offset = 4;
+    const auto sector_size = static_cast<std::size_t>(device.sector_size);
+    std::vector<std::uint8_t> sectors(std::clamp<std::size_t>(sector_size, 512, 1U << 16) * 2);
+    if (readDiskSector(device.path, 0, sectors) != 0)
+        return true;
+    if (std::ranges::equal(std::span(sectors).subspan(sectors.size() / 2, 8), std::string_view("EFI PART")))
+        return true;
+    bool used = false;
+    for (std::size_t at = entries; at < entry_end; at += entry_size) {
+        if ((sectors[at] & 0x7FU) != 0)
+            return false;
+        used = used || sectors[at + type_offset] != 0;
+    }
+    return used && sectors[entry_end] == 0x55 && sectors[entry_end + 1] == 0xAA;
+}
+
+// What the firmware sees of a GPT; nothing when it cannot read it.
+void send_firmware_view(const char *path)
+{
+    const std::optional<std::vector<std::uint32_t>> numbers = readGpt(path);
+    if (!numbers)
+        return;
+    send_kind(record_kind::firmware_table);
+    for (const std::uint32_t number : *numbers) {
+        table_record r{};
+        r.kind = record_kind::firmware_entry;
+        r.number = static_cast<std::int32_t>(number);
+        send(r);
+    }
+}
+
 // libparted's objects end with the process: releasing those of a damaged table could fail after all is said.
 void report_device(const char *path, bool whole_table)
 {
@@ -130,6 +181,10 @@ void report_device(const char *path, bool whole_table)
             if (!(partition->type & PED_PARTITION_METADATA) && partition->num >= 0)
                 send_entry(*partition);
         }
+        if (std::string_view(disk->type->name) == "gpt")
+            send_firmware_view(path);
+    } else if (whole_table && shows_table(*device)) {
+        send_kind(record_kind::table_traces);
     }
     send_kind(record_kind::end);
 }
