@@ -1,16 +1,12 @@
-// Work whose system calls fail as planned, or end it. The work runs in a child process that is traced, so no
+// Work whose system calls fail as planned. The work runs in a child process that is traced, so no
 // system call escapes, whatever library makes it.
 #pragma once
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <functional>
-#include <set>
-#include <string>
 #include <sys/ptrace.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/user.h>
 #include <sys/wait.h>
@@ -21,7 +17,6 @@ enum class fault {
     fail,           // with `error`
     fail_from_here, // this call and all behind it
     cut_short,      // a read or write moves only half of what it was asked for
-    die,            // the process is killed before the call
 };
 
 struct planned_fault {
@@ -31,11 +26,10 @@ struct planned_fault {
 };
 
 struct faulty_run {
-    bool survived = false;  // ended by itself
-    bool crashed = false;   // ended by a signal that was not planned
-    int result = -1;        // what the work returned, 0 to 255
-    int calls = 0;          // system calls on files and processes
-    std::set<ino_t> synced; // files that were brought to the disk
+    bool survived = false; // ended by itself
+    bool crashed = false;  // ended by a signal that was not planned
+    int result = -1;       // what the work returned, 0 to 255
+    int calls = 0;         // system calls on files and processes
 };
 
 // Not those of memory, signals, time and the process's own end: a failure of these is no disk's doing.
@@ -49,14 +43,6 @@ inline bool is_countable(unsigned long long call)
     return std::ranges::find(others, call) == std::end(others);
 }
 
-inline void note_synced(faulty_run &run, const std::string &file)
-{
-    struct stat status = {};
-    if (stat(file.c_str(), &status) == 0)
-        run.synced.insert(status.st_ino);
-}
-
-// Nothing is really synced: a busy disk would take its time, and is not cut from its power.
 inline faulty_run run_with_faults(const std::function<int()> &work, const std::vector<planned_fault> &plan)
 {
     const pid_t child = fork();
@@ -67,7 +53,6 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
     }
     faulty_run run;
     int status = 0, signal = 0, error = 0;
-    unsigned long long sync = 0;
     waitpid(child, &status, 0);
     ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
     for (bool inside = false; ptrace(PTRACE_SYSCALL, child, nullptr, signal) == 0;) {
@@ -81,8 +66,6 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
         inside = !inside;
         if (inside) {
             error = 0;
-            sync =
-                registers.orig_rax == SYS_fsync || registers.orig_rax == SYS_syncfs ? registers.orig_rax : 0;
             const bool counts = is_countable(registers.orig_rax);
             run.calls += counts ? 1 : 0;
             for (const auto &[call, what, with] : plan) {
@@ -92,25 +75,14 @@ inline faulty_run run_with_faults(const std::function<int()> &work, const std::v
                 if (what == fault::cut_short && registers.rdx > 1 &&
                     (registers.orig_rax == SYS_read || registers.orig_rax == SYS_write))
                     registers.rdx /= 2;
-                if (what == fault::die && kill(child, SIGKILL) == 0)
-                    waitpid(child, &status, 0);
             }
             // A failing close has closed all the same; any other call becomes one that does not exist.
-            if ((error && registers.orig_rax != SYS_close) || sync)
+            if (error && registers.orig_rax != SYS_close)
                 registers.orig_rax = ~0ULL;
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
         } else if (error) {
             registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
             ptrace(PTRACE_SETREGS, child, nullptr, &registers);
-        } else if (sync) {
-            registers.rax = 0;
-            ptrace(PTRACE_SETREGS, child, nullptr, &registers);
-            const std::string file =
-                "/proc/" + std::to_string(child) + "/fd/" + std::to_string(registers.rdi);
-            note_synced(run, file);
-            if (sync == SYS_syncfs)
-                for (const auto &entry : std::filesystem::directory_iterator(file))
-                    note_synced(run, entry.path());
         }
     }
     run.result = run.survived ? WEXITSTATUS(status) : -1;

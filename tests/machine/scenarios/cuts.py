@@ -1,4 +1,4 @@
-"""Power cuts: what a save writes is recorded on its way to the disk, and each beginning of that is a disk to start from."""
+"""Power cuts: what a save writes is recorded on its way to the disk; each beginning of that is a disk to start from."""
 
 import ctypes
 import errno
@@ -10,28 +10,25 @@ import templates
 from robot import SHARE, check_equal, shell
 
 PAIR = ctypes.CDLL(f"{SHARE}/pair.so")
-LIBC = ctypes.CDLL(None, use_errno=True)
+LIBC = ctypes.CDLL(None)
 DISK, LOG, RECORDED = "/dev/ram0", "/dev/ram1", "/dev/mapper/recorded"
 PLACE, PELVA = "/mnt/cut", "/mnt/cut/pelva"
-SIZE = 3 << 20
 MARK = 8  # among the flags of a recorded write
-# File systems by the command that makes them, how they are mounted, and what a start does to them before that.
-SYSTEMS = {"FAT16": ("mkfs.fat -F 16 -s 1", b"vfat", ""), "FAT32": ("mkfs.fat -F 32 -s 1", b"vfat", ""),
-           "ext2": ("mke2fs -q -t ext2", b"ext2", "e2fsck -y"), "ext4": ("mke2fs -q -t ext4", b"ext4", "")}
+# File systems by their size in KiB, the command that makes them, how they are mounted, and what a start does before.
+SYSTEMS = {"FAT16": (2200, "mkfs.fat -F 16 -s 1", b"vfat", ""), "FAT32": (512, "mkfs.fat -F 32 -s 1", b"vfat", ""),
+           "ext2": (512, "mke2fs -q -t ext2", b"ext2", "e2fsck -y"), "ext4": (3072, "mke2fs -q -t ext4", b"ext4", "")}
 # On each: whether the template directory is older than the mount, of how many other files it is full, and how many
 # saves came before.
 CASES = [("FAT16", True, 0, 0), ("FAT16", False, 0, 1), ("FAT16", True, 40, 1), ("FAT32", False, 0, 0),
-         ("FAT32", False, 0, 1), ("FAT32", True, 0, 1), ("ext2", True, 0, 0), ("ext2", True, 40, 1), ("ext4", True, 0, 1)]
+         ("FAT32", True, 0, 1), ("ext2", True, 40, 1), ("ext4", True, 0, 1)]
 
 
 def mount(device, kind):
-    if LIBC.mount(device.encode(), PLACE.encode(), kind, 0, None) != 0:
-        raise OSError(ctypes.get_errno(), f"mount {device}")
+    assert LIBC.mount(device.encode(), PLACE.encode(), kind, 0, None) == 0, f"{device} not mounted"
 
 
 def unmount():
-    if LIBC.umount(PLACE.encode()) != 0:
-        raise OSError(ctypes.get_errno(), "umount")
+    assert LIBC.umount(PLACE.encode()) == 0, "not unmounted"
 
 
 def save(number):
@@ -47,7 +44,8 @@ def found():
     except OSError as error:
         return str(error)
     for number in range(4):
-        if pair == templates.expected(templates.FILES, [bytes([ord("0") + number]) * 256] * (3 + number // 2), b"D:\\pelva\\"):
+        records = [bytes([ord("0") + number]) * 256] * (3 + number // 2)
+        if pair == templates.expected(templates.FILES, records, b"D:\\pelva\\"):
             return number
     return f"neither: {[half[1024:1025] for half in pair]}"
 
@@ -79,20 +77,20 @@ def fill_directory(files, before):
 
 def record(system, older, files, before):
     """Saves on a volume of its own; the disk before that, and what was written then."""
-    make, kind, _ = SYSTEMS[system]
-    pathlib.Path(DISK).write_bytes(bytes(SIZE))
-    shell(f"{make} {DISK} {SIZE >> 10} 2>&1")
+    size, make, kind, _ = SYSTEMS[system]
+    pathlib.Path(DISK).write_bytes(bytes(size << 10))
+    shell(f"{make} {DISK} {size} 2>&1")
     mount(DISK, kind)
     if older:
         fill_directory(files, before)
     unmount()
-    image = pathlib.Path(DISK).read_bytes()
-    shell(f"dmsetup create recorded --noudevsync --table '0 {SIZE >> 9} log-writes {DISK} {LOG}' && dmsetup mknodes")
+    image = pathlib.Path(DISK).read_bytes()[:size << 10]
+    shell(f"dmsetup create recorded --noudevsync --table '0 {size << 1} log-writes {DISK} {LOG}' && dmsetup mknodes")
     mount(RECORDED, kind)
     if not older:
         fill_directory(files, before)
         os.sync()
-        # What the disk has to be told to keep it; the sync of the parent would hide what is peculiar to a new directory.
+        # Makes the disk keep it. A sync of the parent would hide what is peculiar to a new directory.
         with open(f"{PLACE}/other", "wb") as other:
             os.fsync(other.fileno())
     shell("dmsetup message recorded 0 mark begun")
@@ -105,7 +103,7 @@ def record(system, older, files, before):
 
 def judge(image, system, allowed):
     """The next start, the volume filled with other files (what lies in free clusters shows so), and one more save."""
-    _, kind, check = SYSTEMS[system]
+    _, _, kind, check = SYSTEMS[system]
     pathlib.Path(DISK).write_bytes(image)
     if check:
         os.system(f"{check} {DISK} >/run/check 2>&1")
