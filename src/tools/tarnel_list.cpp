@@ -231,7 +231,9 @@ int check_templates(const std::string &directory, bool raw)
     settle_process();
     environment env;
     env.pelva_db_path = directory;
-    const bool has_disks = find_disks(env);
+    const bool has_template =
+        template_exists(directory, list_kind::files) || template_exists(directory, list_kind::sectors);
+    const bool has_disks = has_template && find_disks(env);
     checking check(env);
     check.unknown = !has_disks;
     check.raw = raw;
