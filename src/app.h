@@ -28,7 +28,7 @@ inline std::int32_t sectors_changed = 0;
 constexpr std::size_t path_buf_size = 1024;
 
 // What a page may have to say of its template, and of what it shows (notice_bar.h).
-enum class notice_subject { not_taken_over, left_out, not_saved, disks, gaps, count };
+enum class notice_subject { not_taken_over, left_out, not_saved, disks, gaps, changed, count };
 struct notice {
     std::string text;             // empty: nothing
     std::list<std::string> names; // of the files or sectors concerned
@@ -45,6 +45,7 @@ struct unmarked_entry {
 // What became of a saved template at the start, and of the saves since.
 struct saved_template {
     std::list<unmarked_entry> unmarked; // what the next save drops
+    std::list<std::string> changed;     // marked files that have changed since it was saved; bytes
     std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
 };
 

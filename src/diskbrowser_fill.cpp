@@ -1,13 +1,12 @@
 // Building the sector tree: the rows of every disk, their marks from the saved template, and which of its
 // records fit nothing.
 #include "app.h"
-#include "common/letters.h"
+#include "common/boot_sector.h"
 #include "common/owned.h"
 #include "diskbrowser.h"
 #include "i18n.h"
 #include "trace_log.h"
 
-#include <cinttypes>
 #include <optional>
 #include <string>
 #include <vector>
@@ -57,20 +56,6 @@ void append_sector(tree_filler &filler, GtkTreeIter *parent, const char *name, d
     }
 }
 
-// Whether the board can check a sector of this partition.
-bool has_row(const part &part)
-{
-    if (part.swap || part.lvm)
-        return false;
-    if (part.fs_type ? !is_supported_fs(part) : !part.extended)
-        return false;
-    if (part.sect_before <= UINT32_MAX)
-        return true;
-    trace_log("The template cannot hold sector %" PRIu64 ", the first of %s", part.sect_before,
-              partition_name(part).c_str());
-    return false;
-}
-
 void append_disk(tree_filler &filler, disk &disk)
 {
     const owned_gchar name(g_strdup_printf(_("/dev/%s"), disk.name.c_str()));
@@ -79,7 +64,7 @@ void append_disk(tree_filler &filler, disk &disk)
 
     GtkTreeIter extended = disk_iter; // a logical drive without an extended partition stays below its disk
     for (part &part : disk.parts) {
-        if (!has_row(part))
+        if (!has_boot_sector(part))
             continue;
         if (part.extended) {
             const owned_gchar text = row_name(_("Extended partition (/dev/%s%s%d)"), disk, part);
@@ -96,22 +81,9 @@ void append_disk(tree_filler &filler, disk &disk)
     }
 }
 
-// The disk on which a record without a row lies all the same; null when it lies outside of all.
-disk *disk_of(std::list<disk> &disks, const sector_record &record)
-{
-    disk *disk = find_disk_by_number(disks, record.drive_number);
-    if (!disk)
-        return nullptr;
-    const std::uint32_t sector = sector_of(record);
-    const part *part = find_part_by_sector(disk->parts, sector);
-    const std::string name = part ? partition_name(*part) : disk->name;
-    const std::uint64_t relative = part ? sector - part->sect_before : sector;
-    return check_sector_range(disks, name, static_cast<std::int64_t>(relative)) ? nullptr : disk;
-}
-
 unmarked_entry describe_unmatched(std::list<disk> &disks, const sector_record &record)
 {
-    if (const disk *disk = disk_of(disks, record))
+    if (const disk *disk = disk_of_sector(disks, record))
         return {unmarked_reason::hidden, "/dev/" + disk->name + " : " + std::to_string(sector_of(record))};
     const owned_gchar text(
         g_strdup_printf("0x%x : %d", record.drive_number, static_cast<std::int32_t>(sector_of(record))));

@@ -2,6 +2,7 @@
 #include "filebrowser.h"
 
 #include "common/board_path.h"
+#include "common/check.h"
 #include "common/file_format.h"
 #include "common/filesystem.h"
 #include "common/owned.h"
@@ -22,6 +23,7 @@ namespace {
 // What the records of one template share. Most lie in the same directory as the one before.
 struct lookups {
     board_names names;
+    file_check check;
     row_names rows = {};
     const file_node *root = nullptr; // of the last directory: its partition,
     std::string path = {};           // its path below that,
@@ -105,13 +107,18 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path,
     const std::string path = local_path(*mount->partition, mount->mountpoint, tail);
     // A file that has a row was there when its directory was read. On FAT a row is found without regard to
     // case, which stat() does for Latin letters only.
-    if (root != roots.end() &&
-        load_and_mark(app, store, shared, path, mount->mountpoint.size(), root->get()) == 0)
-        return 0;
+    const bool marked = root != roots.end() &&
+                        load_and_mark(app, store, shared, path, mount->mountpoint.size(), root->get()) == 0;
     // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
     // begins with two slashes; the user is shown one.
     const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
     const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
+    if (marked) {
+        const std::string_view below = std::string_view(path).substr(mount->mountpoint.size());
+        if (shared.check.state_of(*mount->partition, below) == entry_state::changed)
+            app->file_template.changed.push_back(shown);
+        return 0;
+    }
     trace_log("stat(%s)", path.c_str());
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
@@ -165,13 +172,15 @@ int mark_record(const char *record, void *user)
 int fill_model(struct app *app, file_store *store)
 {
     app->file_template.unmarked.clear();
+    app->file_template.changed.clear();
     const auto begin = [](std::uint32_t count, void *marking) {
         static_cast<premarking *>(marking)->count = count;
         progress_start(static_cast<premarking *>(marking)->app);
     };
-    premarking marking = {.app = app,
-                          .store = store,
-                          .shared = {board_names([app](const auto &work) { progress_wait(app, work); })}};
+    premarking marking = {
+        .app = app,
+        .store = store,
+        .shared = {board_names([app](const auto &work) { progress_wait(app, work); }), file_check(*app)}};
     const int result = read_file_list(app->pelva_db_path, begin, mark_record, &marking, note_unread);
     progress_stop(app);
     if (result != 0 && template_exists(app->pelva_db_path, list_kind::files))

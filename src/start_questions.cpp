@@ -85,6 +85,18 @@ void tell_what_was_not_taken_over(struct app *app, list_kind kind)
     tell_interrupted_save(app, kind);
 }
 
+void tell_changed_files(struct app *app)
+{
+    std::list<std::string> &changed = app->file_template.changed;
+    if (changed.empty())
+        return;
+    const std::string text =
+        with_count(P_("%u marked file has changed since the template was saved.",
+                      "%u marked files have changed since the template was saved.", changed.size()),
+                   changed.size());
+    set_notice(app, list_kind::files, notice_subject::changed, text, std::exchange(changed, {}));
+}
+
 void ask_delete_missing(struct app *app, list_kind kind)
 {
     entries &unmarked = template_of(*app, kind).unmarked;
@@ -128,6 +140,7 @@ void ask_start_questions(struct app *app)
 {
     for (const list_kind kind : {list_kind::files, list_kind::sectors})
         tell_what_was_not_taken_over(app, kind);
+    tell_changed_files(app);
     ask_delete_missing_files(app);
     warn_ntfs(app);
     ask_delete_missing_sectors(app);

@@ -33,6 +33,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using texts = std::list<std::string>;
+using namespace std::chrono_literals;
 
 // A partition and an empty template directory, which the firmware knows as C:/boot/pelva.
 struct file_template : testing::Test {
@@ -123,6 +124,22 @@ struct file_template : testing::Test {
     struct app *app = nullptr;
     std::string top; // the partition's directory
 };
+
+TEST_F(file_template, tells_until_a_save_which_files_have_changed_since_the_last)
+{
+    write_files({"a", "b", "c"});
+    mark_records({"C:/a", "C:/c"});
+    EXPECT_EQ(app->file_template.changed, texts());
+    fs::last_write_time(fs::path(app->pelva_db_path) / "bootfile.nam",
+                        fs::file_time_type::clock::now() - 24h);
+    fill_model(app, partition->store);
+    ask_start_questions(app);
+    const notice &told = app->file_template.notices[3];
+    EXPECT_EQ(told.text, "2 marked files have changed since the template was saved.");
+    EXPECT_EQ(told.names, (texts{top + "/a", top + "/c"}));
+    EXPECT_TRUE(save_file_template(app, partition->store));
+    EXPECT_EQ(told.text, "");
+}
 
 TEST_F(file_template, names_files_as_the_firmware_knows_them)
 {

@@ -63,7 +63,7 @@ TEST_F(tarnel_list, tells_pairs_that_are_missing_or_not_whole)
                         "tarnel-list: Cannot read ./bootsect.nam: it is no regular file\n" +
                             broken_sectors + "1\n");
     for (const char *wrong : {"a b", "''"})
-        EXPECT_EQ(list(wrong), "Usage: tarnel-list [--null] [DIRECTORY]\n2\n");
+        EXPECT_EQ(list(wrong), "Usage: tarnel-list [--check] [--null] [DIRECTORY]\n2\n");
 }
 
 // Every call that `read` makes fails in every way. It answers with the truth or, in its failure, with

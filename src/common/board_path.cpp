@@ -136,6 +136,31 @@ std::optional<std::string> board_names::decode(std::list<disk> &disks, const std
     return partition && is_fat_fs(*partition) ? with_long_names(*partition, record, *name) : name;
 }
 
+std::optional<std::string> board_names::shown_path(const part &partition, const std::string &record)
+{
+    std::string path = record.substr(std::min(record.size(), prefix_length - 1));
+    if (is_ext_fs(partition)) {
+        if (!path.empty())
+            std::ranges::replace(path, path[0], '/');
+        return path;
+    }
+    std::optional<std::string> names = pvl_iconv(path, "cp866", "utf-8");
+    if (!names)
+        return std::nullopt;
+    std::ranges::replace(*names, '/', '\\'); // the board knows no name with either of them
+    if (is_fat_fs(partition)) {
+        names = fat_of(partition).find(partition_name(partition), *names, fat_direction::short_to_long);
+        return names ? std::optional('/' + *names) : std::nullopt;
+    }
+    std::ranges::replace(*names, '\\', '/');
+    return names;
+}
+
+bool board_names::can_read(const part &partition)
+{
+    return is_fat_fs(partition) && fat_of(partition).can_read(partition_name(partition));
+}
+
 std::string local_path(const part &partition, const std::string &mountpoint, const std::string &tail)
 {
     std::string path = mountpoint;

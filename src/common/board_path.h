@@ -37,6 +37,13 @@ public:
     // cannot be converted.
     [[nodiscard]] std::optional<std::string> decode(std::list<disk> &disks, const std::string &record);
 
+    // Where Linux shows a record's file below the partition's mount directory: with slashes, and a slash in
+    // front. Nothing when it cannot be converted or, on FAT, there is no such file.
+    [[nodiscard]] std::optional<std::string> shown_path(const part &partition, const std::string &record);
+
+    // Whether files are looked up on the partition's device, and it can be read.
+    [[nodiscard]] bool can_read(const part &partition);
+
 private:
     fat_lookups &fat_of(const part &partition);
     [[nodiscard]] std::optional<std::string> directory_on_fat(const part &partition, const std::string &path);

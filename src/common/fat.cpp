@@ -196,6 +196,11 @@ std::optional<std::string> fat_lookups::find_directory(const std::string &partit
     return find_entry(partition, path, fat_direction::long_to_short, true);
 }
 
+bool fat_lookups::can_read(const std::string &partition)
+{
+    return memory_->volume_of(partition) != nullptr;
+}
+
 std::optional<std::string> fat_lookups::find_entry(const std::string &partition, const std::string &path,
                                                    fat_direction direction, bool wants_directory)
 {

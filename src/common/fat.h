@@ -37,6 +37,9 @@ public:
     [[nodiscard]] std::optional<std::string> find_directory(const std::string &partition,
                                                             const std::string &path);
 
+    // Whether the partition's device can be read as a volume.
+    [[nodiscard]] bool can_read(const std::string &partition);
+
 private:
     [[nodiscard]] std::optional<std::string> find_entry(const std::string &partition, const std::string &path,
                                                         fat_direction direction, bool wants_directory);

@@ -10,11 +10,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <iterator>
-#include <magic.h>
-#include <memory>
 #include <sys/stat.h>
 #include <sys/vfs.h>
-#include <type_traits>
 #include <unistd.h>
 
 namespace {
@@ -42,11 +39,6 @@ constexpr std::array<file_system, 5> file_systems = {{
     {.magics = {{{0x00011954, "File system: ufs"}, {0x54190100, "File system: ufs"}}}}, // also byte-swapped
     {},
 }};
-
-struct magic_closer {
-    void operator()(magic_t cookie) const { magic_close(cookie); }
-};
-using owned_magic = std::unique_ptr<std::remove_pointer_t<magic_t>, magic_closer>;
 
 } // namespace
 
@@ -80,21 +72,6 @@ void sync_file_system(const std::string &directory)
     const owned_fd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!fd || syncfs(fd.get()) != 0)
         trace_log("Cannot sync the file system of %s: %s", directory.c_str(), std::strerror(errno));
-}
-
-bool check_mime_type(const std::string &path, const std::string &expected)
-{
-    trace_log("* Enter");
-    bool answer = false;
-    const owned_magic cookie(magic_open(MAGIC_MIME | MAGIC_SYMLINK));
-    if (cookie && magic_load(cookie.get(), nullptr) == 0) {
-        // Null when the file cannot be read.
-        const char *description = magic_file(cookie.get(), path.c_str());
-        trace_log("textual description of %s : %s", path.c_str(), description ? description : "");
-        answer = description && std::string_view(description).find(expected) != std::string_view::npos;
-    }
-    trace_log("* Exit");
-    return answer;
 }
 
 bool check_symlink(const std::string &path)

@@ -1,6 +1,11 @@
-// tarnel-list: what the saved templates say, one line for each file and each sector.
+// tarnel-list: what the saved templates say, one line for each file and each sector; and which of them the
+// board would not find as they were.
+#include "common/check.h"
+#include "common/disk_notes.h"
+#include "common/environment.h"
 #include "common/file_format.h"
 #include "common/iconvert.h"
+#include "common/process.h"
 #include "common/visible_text.h"
 #include "i18n.h"
 
@@ -14,7 +19,8 @@
 
 namespace {
 
-enum exit_status { all_whole = 0, not_whole = 1, wrong_usage = 2 };
+// Of several that fit, usage counts most, then whole, then changed.
+enum exit_status { all_whole = 0, not_whole = 1, wrong_usage = 2, has_changed = 3, not_known = 4 };
 
 void complain(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
@@ -109,16 +115,20 @@ bool list_files(const std::string &directory, bool raw)
     return failure == 0 && list.complete;
 }
 
+std::string sector_text(const sector_record &record)
+{
+    char text[sizeof("0xff 4294967295")];
+    std::snprintf(text, sizeof(text), "0x%02x %u", static_cast<unsigned>(record.drive_number),
+                  sector_of(record));
+    return text;
+}
+
 bool list_sectors(const std::string &directory, bool raw)
 {
     std::uint32_t count = 0;
     const auto records = read_sector_list(directory, count);
-    for (std::uint32_t i = 0; records && i < count; ++i) {
-        char text[sizeof("0xff 4294967295")];
-        std::snprintf(text, sizeof(text), "0x%02x %u", static_cast<unsigned>(records[i].drive_number),
-                      sector_of(records[i]));
-        print_record(text, raw);
-    }
+    for (std::uint32_t i = 0; records && i < count; ++i)
+        print_record(sector_text(records[i]), raw);
     return records != nullptr;
 }
 
@@ -133,18 +143,121 @@ bool list_pair(const std::string &directory, list_kind kind, bool raw)
     return whole && complete;
 }
 
+// The status, unless what was printed did not arrive.
+int after_output(exit_status status)
+{
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return status;
+    complain(_("Cannot write: %s"), std::strerror(errno));
+    return not_whole;
+}
+
 int list_templates(const std::string &directory, bool raw)
 {
     bool whole = true;
     for (const list_kind kind : {list_kind::files, list_kind::sectors})
         whole = list_pair(directory, kind, raw) && whole;
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
-        return whole ? all_whole : not_whole;
-    complain(_("Cannot write: %s"), std::strerror(errno));
-    return not_whole;
+    return after_output(whole ? all_whole : not_whole);
+}
+
+// A way through the entries of both templates.
+struct checking {
+    explicit checking(environment &machine) : env(machine), files(machine) {}
+
+    environment &env;
+    file_check files;
+    board_names names{[](const auto &work) { work(); }};
+    bool raw = false;
+    bool complete = true; // false once records could not be read
+    bool changed = false, unknown = false;
+};
+
+void print_state(checking &check, entry_state state, const std::string &text)
+{
+    if (state == entry_state::unchanged)
+        return;
+    const bool unknown = state == entry_state::unknown;
+    (unknown ? check.unknown : check.changed) = true;
+    print_record((unknown                         ? "unknown  "
+                  : state == entry_state::changed ? "changed  "
+                                                  : "gone  ") +
+                     text,
+                 check.raw);
+}
+
+bool check_files(checking &check)
+{
+    const int failure = read_file_list(
+        check.env.pelva_db_path, nullptr,
+        [](const char *record, void *user) {
+            auto &all = *static_cast<checking *>(user);
+            const entry_state state = all.files.state_of(all.names, record);
+            if (state != entry_state::unchanged)
+                print_state(all, state, all.raw ? record : record_text(record));
+            return 0;
+        },
+        &check,
+        [](std::uint32_t, std::uint32_t, void *user) { static_cast<checking *>(user)->complete = false; });
+    return failure == 0 && check.complete;
+}
+
+bool check_sectors(checking &check)
+{
+    std::uint32_t count = 0;
+    const auto records = read_sector_list(check.env.pelva_db_path, count);
+    for (std::uint32_t i = 0; records && i < count; ++i)
+        print_state(check, check_sector(check.env, records[i]), sector_text(records[i]));
+    return records != nullptr;
+}
+
+bool find_disks(environment &env)
+{
+    if (get_disk_list(env.disks, env.disk_notes) != 0 || env.disks.empty()) {
+        complain(_("No disks were found. The board checks disks that Linux names sda to sdz, and arrays of "
+                   "them (md0 and so on). Others, such as NVMe and eMMC disks, have no number there."));
+        return false;
+    }
+    if (notes_warn(env.disk_notes))
+        complain("%s", describe_disk_notes(env.disk_notes).c_str());
+    return true;
+}
+
+int check_templates(const std::string &directory, bool raw)
+{
+    if (geteuid() != 0) {
+        complain(_("Only root can look at the disks"));
+        return not_known;
+    }
+    settle_process();
+    environment env;
+    env.pelva_db_path = directory;
+    const bool has_template =
+        template_exists(directory, list_kind::files) || template_exists(directory, list_kind::sectors);
+    const bool has_disks = has_template && find_disks(env);
+    checking check(env);
+    check.unknown = !has_disks;
+    check.raw = raw;
+    bool whole = true;
+    for (const list_kind kind : {list_kind::files, list_kind::sectors}) {
+        const bool pair = check_pair(directory, kind);
+        const bool complete =
+            !has_disks || (kind == list_kind::files ? check_files(check) : check_sectors(check));
+        if (pair && !complete)
+            say_not_whole(directory, kind);
+        whole = whole && pair && complete;
+    }
+    if (template_exists(directory, list_kind::files) && !check.files.knows_time())
+        complain(_("By its time the file template in %s will be saved only later: what has changed since "
+                   "cannot be told"),
+                 shown(directory).c_str());
+    return after_output(!whole          ? not_whole
+                        : check.changed ? has_changed
+                        : check.unknown ? not_known
+                                        : all_whole);
 }
 
 constexpr option options[] = {
+    {"check", no_argument, nullptr, 'c'},
     {"null", no_argument, nullptr, '0'},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, 'V'},
@@ -153,7 +266,7 @@ constexpr option options[] = {
 
 void print_usage(std::FILE *stream)
 {
-    std::fprintf(stream, "%s\n", _("Usage: tarnel-list [--null] [DIRECTORY]"));
+    std::fprintf(stream, "%s\n", _("Usage: tarnel-list [--check] [--null] [DIRECTORY]"));
 }
 
 } // namespace
@@ -162,9 +275,12 @@ int main(int argc, char **argv)
 {
     std::setlocale(LC_ALL, "");
     bindtextdomain(TEXT_DOMAIN, "/usr/share/locale/");
-    bool raw = false;
+    bool raw = false, check = false;
     for (int chosen; (chosen = getopt_long(argc, argv, "0", options, nullptr)) != -1;) {
         switch (chosen) {
+        case 'c':
+            check = true;
+            break;
         case '0':
             raw = true;
             break;
@@ -185,5 +301,5 @@ int main(int argc, char **argv)
         print_usage(stderr);
         return wrong_usage;
     }
-    return list_templates(directory, raw);
+    return check ? check_templates(directory, raw) : list_templates(directory, raw);
 }

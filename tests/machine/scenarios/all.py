@@ -11,9 +11,10 @@ from marking import demonstration, failed_saves
 from robot import PATIENCE, output, restore
 from round_trip import round_trip
 from startup import changes_nothing, killed, launched, refused, signalled
+from upgrade import upgraded
 
 # round_trip leaves its disk behind and is the last.
-scenarios = [refused, killed, changes_nothing, signalled, launched, cut, demonstration, failed_saves, round_trip]
+scenarios = [refused, killed, changes_nothing, signalled, launched, cut, demonstration, failed_saves, upgraded, round_trip]
 scenarios = [scenario for scenario in scenarios if not sys.argv[1:] or scenario.__name__ in sys.argv[1:]]
 signal.signal(signal.SIGALRM, signal.default_int_handler)  # out of time: a KeyboardInterrupt
 failed = 0
