@@ -290,7 +290,7 @@ void add_rows(struct app *app, file_store *store, file_node *row, directory_cont
     const auto add = [&](std::vector<found_entry> &found, bool are_files, const auto &append) {
         for (found_entry &entry : found) {
             progress_run_main_loop(app);
-            if (known.contains(entry.name))
+            if (!known.empty() && known.contains(entry.name))
                 continue;
             const auto precedes = [&](const file_node &child) {
                 return child.kind != file_kind::placeholder &&
