@@ -134,7 +134,7 @@ TEST_F(file_template, tells_until_a_save_which_files_have_changed_since_the_last
                         fs::file_time_type::clock::now() - 24h);
     fill_model(app, partition->store);
     ask_start_questions(app);
-    const notice &told = app->file_template.notices[3];
+    const notice &told = app->file_template.notices[5];
     EXPECT_EQ(told.text, "2 marked files have changed since the template was saved.");
     EXPECT_EQ(told.names, (texts{top + "/a", top + "/c"}));
     EXPECT_TRUE(save_file_template(app, partition->store));
