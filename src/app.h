@@ -4,6 +4,7 @@
 #pragma once
 
 #include "common/board.h"
+#include "common/check.h"
 #include "common/environment.h"
 #include "common/file_format.h"
 
@@ -45,6 +46,7 @@ struct unmarked_entry {
 // What became of a saved template at the start, and of the saves since.
 struct saved_template {
     std::list<unmarked_entry> unmarked; // what the next save drops
+    save_time saved = {};               // at the start
     std::list<std::string> changed;     // marked files that have changed since it was saved; bytes
     std::array<notice, static_cast<std::size_t>(notice_subject::count)> notices = {};
 };

@@ -55,6 +55,7 @@ struct file_node {
     bool marked = false;
     bool change_pending = false; // a row-changed is due
     bool seen = false;           // somebody has asked for the children
+    bool is_newer = false;       // a file whose status changed after the saved template was written
     bool value_seen = false;     // somebody has asked for a value of this row
 
     bool is_dir() const { return kind == file_kind::root || kind == file_kind::directory; }

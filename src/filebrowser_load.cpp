@@ -148,12 +148,11 @@ directory_source open_for_rows(const file_node &row)
 // checks.
 enum class entry_kind : std::uint8_t { left_out, directory, file, too_long, unread };
 
-// Links are not followed. The size is that of a file.
-entry_kind look_at(const directory_source &directory, const std::string &name, std::uint64_t &size)
+// Links are not followed. The status is filled for a file.
+entry_kind look_at(const directory_source &directory, const std::string &name, struct stat &status)
 {
     trace_log("Directory: %s", build_path(directory.path, name).c_str());
     trace_log("cur_dev = %s", directory.device.c_str());
-    struct stat status;
     if (directory.other_device || !directory.known_fs || directory.mounted.contains(name))
         return entry_kind::left_out;
     if (fstatat(directory.file.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -168,7 +167,6 @@ entry_kind look_at(const directory_source &directory, const std::string &name, s
         return entry_kind::left_out;
     const std::size_t length = directory.prefix_length + name.size();
     trace_log("Template file name lenght: %d", static_cast<int>(length));
-    size = static_cast<std::uint64_t>(status.st_size);
     return can_be_opened && length <= longest_relative_path ? entry_kind::file : entry_kind::too_long;
 }
 
@@ -177,6 +175,7 @@ entry_kind look_at(const directory_source &directory, const std::string &name, s
 struct found_entry {
     std::string name;
     std::uint64_t size = 0; // bytes; of a file
+    bool is_newer = false;  // than the saved template
 };
 
 struct directory_content {
@@ -190,13 +189,16 @@ directory_content look_at_all(struct app *app, const directory_source &directory
                               std::vector<listed_entry> listed)
 {
     trace_log("Loading file list...");
-    std::vector<std::pair<entry_kind, std::uint64_t>> seen(listed.size());
+    std::vector<std::pair<entry_kind, found_entry>> seen(listed.size()); // without their names
+    const save_time &saved = app->file_template.saved;
     std::atomic<std::size_t> next = 0;
     const auto look = [&](struct app *turns) {
         for (std::size_t first; (first = next.fetch_add(looked_at_once)) < listed.size();) {
             const std::size_t last = std::min(first + looked_at_once, listed.size());
             for (std::size_t i = first; i < last && !ending(); i++) {
-                seen[i].first = look_at(directory, listed[i].name, seen[i].second);
+                struct stat status = {};
+                seen[i].first = look_at(directory, listed[i].name, status);
+                seen[i].second = {{}, static_cast<std::uint64_t>(status.st_size), saved.is_before(status)};
                 if (turns)
                     progress_run_main_loop(turns);
             }
@@ -210,11 +212,11 @@ directory_content look_at_all(struct app *app, const directory_source &directory
         helper->finish();
     directory_content content;
     for (std::size_t i = 0; i < listed.size(); i++) {
-        const auto &[kind, size] = seen[i];
+        const auto &[kind, entry] = seen[i];
         if (kind == entry_kind::directory)
             content.directories.push_back({std::move(listed[i].name)});
         else if (kind == entry_kind::file)
-            content.files.push_back({std::move(listed[i].name), size});
+            content.files.push_back({std::move(listed[i].name), entry.size, entry.is_newer});
         else if (kind == entry_kind::too_long)
             content.gaps.too_long.push_back(std::move(listed[i].name));
         else if (kind == entry_kind::unread)
@@ -307,7 +309,7 @@ void add_rows(struct app *app, file_store *store, file_node *row, directory_cont
         append_dir(store, row, std::move(entry.name), row->mount, position);
     });
     add(content.files, true, [&](found_entry &entry, std::size_t position) {
-        append_file(store, row, std::move(entry.name), entry.size, position);
+        append_file(store, row, std::move(entry.name), entry.size, position)->is_newer = entry.is_newer;
     });
 }
 

@@ -2,7 +2,6 @@
 #include "filebrowser.h"
 
 #include "common/board_path.h"
-#include "common/check.h"
 #include "common/file_format.h"
 #include "common/filesystem.h"
 #include "common/owned.h"
@@ -23,7 +22,6 @@ namespace {
 // What the records of one template share. Most lie in the same directory as the one before.
 struct lookups {
     board_names names;
-    file_check check;
     row_names rows = {};
     const file_node *root = nullptr; // of the last directory: its partition,
     std::string path = {};           // its path below that,
@@ -67,9 +65,10 @@ file_node *find_directory(struct app *app, file_store *store, lookups &shared, c
     return row;
 }
 
-// Marks the file whose path follows its partition's mount directory. 0, or -4 when a piece of it has no row.
-int load_and_mark(struct app *app, file_store *store, lookups &shared, const std::string &path,
-                  std::size_t start, file_node *root)
+// Marks the file whose path follows its partition's mount directory. Its row; null when a piece of it has
+// none.
+file_node *load_and_mark(struct app *app, file_store *store, lookups &shared, const std::string &path,
+                         std::size_t start, file_node *root)
 {
     trace_log("Enter *");
     const std::string relative = path.substr(std::min(start, path.size()));
@@ -81,11 +80,11 @@ int load_and_mark(struct app *app, file_store *store, lookups &shared, const std
     // Directories carry no mark of their own.
     if (!row || row->kind != file_kind::file) {
         trace_log("Failed");
-        return -4;
+        return nullptr;
     }
     mark_iter(app, store, row, 1);
     trace_log("Success *");
-    return 0;
+    return row;
 }
 
 // Marks the file of one board path, in UTF-8 and with long names. 0; -1: no partition with the letter, -2: no
@@ -107,16 +106,17 @@ int mark_file(struct app *app, file_store *store, const std::string &board_path,
     const std::string path = local_path(*mount->partition, mount->mountpoint, tail);
     // A file that has a row was there when its directory was read. On FAT a row is found without regard to
     // case, which stat() does for Latin letters only.
-    const bool marked = root != roots.end() &&
-                        load_and_mark(app, store, shared, path, mount->mountpoint.size(), root->get()) == 0;
+    const file_node *row =
+        root != roots.end() ? load_and_mark(app, store, shared, path, mount->mountpoint.size(), root->get())
+                            : nullptr;
+    if (row && !row->is_newer)
+        return 0;
     // Nobody knows a file by where this run happens to have mounted its partition. Below the mount "/" a path
     // begins with two slashes; the user is shown one.
     const bool mounted_here = path.find("/tmp/tarnel") != std::string::npos;
     const std::string shown = mounted_here ? board_path : path.starts_with("//") ? path.substr(1) : path;
-    if (marked) {
-        const std::string_view below = std::string_view(path).substr(mount->mountpoint.size());
-        if (shared.check.state_of(*mount->partition, below) == entry_state::changed)
-            app->file_template.changed.push_back(shown);
+    if (row) {
+        app->file_template.changed.push_back(shown);
         return 0;
     }
     trace_log("stat(%s)", path.c_str());
@@ -173,14 +173,14 @@ int fill_model(struct app *app, file_store *store)
 {
     app->file_template.unmarked.clear();
     app->file_template.changed.clear();
+    app->file_template.saved = save_time(app->pelva_db_path, list_kind::files);
     const auto begin = [](std::uint32_t count, void *marking) {
         static_cast<premarking *>(marking)->count = count;
         progress_start(static_cast<premarking *>(marking)->app);
     };
-    premarking marking = {
-        .app = app,
-        .store = store,
-        .shared = {board_names([app](const auto &work) { progress_wait(app, work); }), file_check(*app)}};
+    premarking marking = {.app = app,
+                          .store = store,
+                          .shared = {board_names([app](const auto &work) { progress_wait(app, work); })}};
     const int result = read_file_list(app->pelva_db_path, begin, mark_record, &marking, note_unread);
     progress_stop(app);
     if (result != 0 && template_exists(app->pelva_db_path, list_kind::files))

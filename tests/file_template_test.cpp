@@ -127,11 +127,14 @@ struct file_template : testing::Test {
 
 TEST_F(file_template, tells_until_a_save_which_files_have_changed_since_the_last)
 {
+    const pair_bytes pair = pair_of(2, "", {"C:/a", "C:/c"});
     write_files({"a", "b", "c"});
-    mark_records({"C:/a", "C:/c"});
+    premark(pair);
     EXPECT_EQ(app->file_template.changed, texts());
-    fs::last_write_time(fs::path(app->pelva_db_path) / "bootfile.nam",
-                        fs::file_time_type::clock::now() - 24h);
+    use_partition("ext4");
+    write_files({"a", "b", "c"});
+    write_pair(partition->host, pair, "boot/bootfile");
+    fs::last_write_time(app->pelva_db_path + "/bootfile.nam", fs::file_time_type::clock::now() - 24h);
     fill_model(app, partition->store);
     ask_start_questions(app);
     const notice &told = app->file_template.notices[5];

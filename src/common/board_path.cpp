@@ -41,7 +41,7 @@ std::string keep_case(const std::string &component, const std::string &short_nam
 std::string take_component(std::string &path)
 {
     const std::size_t end = std::min(path.find('\\'), path.size());
-    const std::string component = path.substr(0, end);
+    std::string component = path.substr(0, end);
     path.erase(0, end + 1);
     return component;
 }

@@ -60,14 +60,23 @@ entry_state check_sector(environment &env, const sector_record &record)
     return notes_warn(env.disk_notes) ? entry_state::unknown : entry_state::gone;
 }
 
-file_check::file_check(environment &env) : env_(env)
+save_time::save_time(const std::string &directory, list_kind kind)
 {
     clock_gettime(CLOCK_REALTIME, &now_);
-    const std::string name_file = env.pelva_db_path + "/" + layout_of(list_kind::files).name_file;
     struct stat status;
-    if (stat(name_file.c_str(), &status) == 0 && !is_later(status.st_mtim, now_))
+    if (stat((directory + "/" + layout_of(kind).name_file).c_str(), &status) == 0 &&
+        !is_later(status.st_mtim, now_))
         saved_ = status.st_mtim;
 }
+
+// Anybody may set mtime; one that lies ahead says nothing.
+bool save_time::is_before(const struct stat &status) const
+{
+    return saved_ && (is_later(status.st_ctim, *saved_) ||
+                      (is_later(status.st_mtim, *saved_) && !is_later(status.st_mtim, now_)));
+}
+
+file_check::file_check(environment &env) : env_(env), saved_(env.pelva_db_path, list_kind::files) {}
 
 // While a disk cannot be read, letters and numbers of others may be wrong, and files not where they seem.
 entry_state file_check::missing() const
@@ -88,14 +97,14 @@ entry_state file_check::state_of(board_names &names, const std::string &record)
     const std::optional<std::string> path = names.shown_path(*partition, record);
     if (!path)
         return names.can_read(*partition) ? missing() : entry_state::unknown;
-    const entry_state state = state_of(*partition, *path);
+    const entry_state state = look_up(*partition, *path);
     if (state != entry_state::gone)
         return state;
     // On FAT it was found on the disk: the mount shows it by another name.
     return is_fat_fs(*partition) ? entry_state::unknown : missing();
 }
 
-entry_state file_check::state_of(const part &partition, std::string_view path)
+entry_state file_check::look_up(const part &partition, std::string_view path)
 {
     const std::size_t name = path.rfind('/') + 1; // 0 when there is no slash
     const entry_state way = go_to(partition, path.substr(0, name));
@@ -154,10 +163,7 @@ entry_state file_check::judge(const std::string &name) const
         return state_of_failure(errno);
     if (!S_ISREG(status.st_mode))
         return entry_state::gone;
-    if (!saved_ || status.st_dev != dev_)
+    if (!knows_time() || status.st_dev != dev_)
         return entry_state::unknown;
-    // Anybody may set mtime; one that lies ahead says nothing.
-    const bool changed = is_later(status.st_ctim, *saved_) ||
-                         (is_later(status.st_mtim, *saved_) && !is_later(status.st_mtim, now_));
-    return changed ? entry_state::changed : entry_state::unchanged;
+    return saved_.is_before(status) ? entry_state::changed : entry_state::unchanged;
 }

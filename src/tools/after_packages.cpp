@@ -4,6 +4,7 @@
 #include "common/process.h"
 #include "i18n.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -23,7 +24,7 @@ using steady = std::chrono::steady_clock;
 
 // The whole run takes at most 20 s: a failing disk can hold up whoever looks at it.
 constexpr std::chrono::seconds patience(19);
-constexpr std::size_t most_names = 10;
+constexpr std::size_t most_names = 10, most_sectors_before_files = 3;
 
 struct listing {
     owned_fd output;
@@ -95,13 +96,14 @@ void take_line(std::string_view line, findings &found)
     std::string name(line.substr(blanks + 2));
     const bool is_sector = name.starts_with("0x");
     ++(is_sector ? found.sectors : found.files);
-    if (found.file_names.size() + found.sector_names.size() == most_names)
+    std::vector<std::string> &names = is_sector ? found.sector_names : found.file_names;
+    if (names.size() == most_names)
         return;
     if (!is_sector && state == "gone") {
         const owned_gchar text(g_strdup_printf(_("%s (gone)"), name.c_str()));
         name = text.get();
     }
-    (is_sector ? found.sector_names : found.file_names).push_back(std::move(name));
+    names.push_back(std::move(name));
 }
 
 void print_part(const char *heading, unsigned count, const std::vector<std::string> &names)
@@ -119,8 +121,11 @@ void print_part(const char *heading, unsigned count, const std::vector<std::stri
     }
 }
 
-void print(const findings &found)
+void print(findings &found)
 {
+    const std::size_t for_files = most_names - std::min(found.sector_names.size(), most_sectors_before_files);
+    found.file_names.resize(std::min(found.file_names.size(), for_files));
+    found.sector_names.resize(std::min(found.sector_names.size(), most_names - found.file_names.size()));
     print_part(P_("%u file that the trusted-boot board checks has changed since the template was saved:",
                   "%u files that the trusted-boot board checks have changed since the template was saved:",
                   found.files),
