@@ -535,9 +535,12 @@ std::vector<std::string> interrupted_save(const std::string &directory, list_kin
     std::vector<std::string> names;
     const owned_fd opened = open_directory(AT_FDCWD, directory);
     struct stat status = {};
+    int error = 0;
+    if (!opened || (!find_whole(opened.get(), kind, error) && !error))
+        return names;
     for (const char *suffix : suffixes)
         for (const std::string &name : beside(kind, suffix))
-            if (opened && exists(opened.get(), name, &status))
+            if (exists(opened.get(), name, &status))
                 names.push_back(name);
     std::ranges::sort(names);
     return names;

@@ -53,5 +53,6 @@ struct template_pair {
 void recover_templates(const std::string &directory);
 
 // The names, sorted and without the directory, of what lies beside the pair because an interrupted save could
-// not be put right. Nothing when all is in order; not to be called while a pair of this kind is open.
+// not be put right: no save is possible while it lies there. Nothing when all is in order, or nothing of it
+// is whole; not to be called while a pair of this kind is open.
 [[nodiscard]] std::vector<std::string> interrupted_save(const std::string &directory, list_kind kind);
