@@ -201,8 +201,9 @@ TEST_F(file_template, names_its_directory_as_the_firmware_does_or_is_refused)
         partition->make_volume();
         std::string expected = named;
         if (const std::size_t at = named.find("SHORT"); at != named.npos) {
-            const std::string image = partition->host.path() / "dev/sda1";
-            const std::string name = run_tool("LC_ALL=C.UTF-8 mshortname -i " + image + " '::" + path + "'");
+            std::string command = "LC_ALL=C.UTF-8 mshortname -i ";
+            command.append(partition->host.path() / "dev/sda1").append(" '::").append(path).append("'");
+            const std::string name = run_tool(command);
             expected.replace(at, 5, name, 3, name.find('\n') - 3);
         }
         app->short_path = path;
@@ -348,7 +349,7 @@ TEST_F(file_template, missing_files_are_asked_about_and_those_without_a_row_list
     const std::string rest =
         "Confirm: Do you really want to overwrite existing template?\n\nThese entries of "
         "the saved template are not marked and will be gone:\n";
-    for (const std::size_t left : {3, 0}) {
+    for (const std::size_t left : {3UL, 0UL}) {
         ask_delete_missing_files(app);
         EXPECT_THAT(user.text, testing::EndsWith(rest + top + "/li\u240Ank\n\n"));
         EXPECT_EQ(app->file_template.unmarked.size(), left);
