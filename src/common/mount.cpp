@@ -183,7 +183,7 @@ void umount_rm_tmpdir()
         const std::vector<std::string> names = left_partitions(host_path(directory));
         for (const char *command : {"umount ", "rmdir "}) {
             for (const std::string &name : names)
-                run(command, directory + "/" + name);
+                run(command, std::string(directory).append("/").append(name));
         }
         run("rmdir ", directory);
     }
