@@ -62,23 +62,30 @@ owned_fd open_directory(int beside, const std::string &path)
     return owned_fd(openat(beside, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// Until the parent is synced, FAT counts the clusters of a new directory among what belongs to the parent.
-static bool sync_directory(int directory)
+// Some file systems have nothing to bring to the disk for a directory and say so with EINVAL.
+static bool sync(int directory)
 {
-    const owned_fd parent = open_directory(directory, "..");
-    // Some file systems have nothing to bring to the disk for a directory and say so with EINVAL.
-    return (parent && (fsync(parent.get()) == 0 || errno == EINVAL) &&
-            (fsync(directory) == 0 || errno == EINVAL)) ||
-           traced_failure("sync", "the template directory");
+    return fsync(directory) == 0 || errno == EINVAL || traced_failure("sync", "the template directory");
 }
 
-// The directory comes last because syncfs does not empty the disk's own cache
-// on every file system.
+// On FAT the sync of any directory writes the allocation tables. And until the parent is synced, the clusters
+// of a new directory count among what belongs to the parent.
+static bool sync_parent(int directory)
+{
+    const owned_fd parent = open_directory(directory, "..");
+    return parent ? sync(parent.get()) : traced_failure("open", "the parent of the template directory");
+}
+
+// The parent comes first because syncfs may write the entry of a file on FAT before the tables when the
+// kernel writes back by itself meanwhile; the directory last because syncfs does not empty the disk's own
+// cache on every file system.
 bool settle(changes &made)
 {
+    if (!sync_parent(made.directory))
+        return false;
     if (syncfs(made.directory) != 0)
         return traced_failure("sync", "the file system of the templates");
-    if (!sync_directory(made.directory))
+    if (!sync(made.directory))
         return false;
     made.held.clear();
     return true;
@@ -86,7 +93,7 @@ bool settle(changes &made)
 
 bool settle_entries(changes &made)
 {
-    return sync_directory(made.directory) && settle(made);
+    return sync_parent(made.directory) && sync(made.directory) && settle(made);
 }
 
 // The check file first: a name file alone is no template.
