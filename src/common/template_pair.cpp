@@ -27,8 +27,8 @@
 //  6. On FAT no two entries have clusters in common, and no entry has clusters that are free; removing the one
 //     file would free what the other is made of, and the kernel makes a volume read-only on which it meets a
 //     free cluster. Hence
-//     a. contents come to the disk by syncfs, which writes the allocation tables before the directories; the
-//        fsync of a file does it the other way round;
+//     a. contents come to the disk by syncfs behind a sync of the parent directory, which writes the allocation
+//        tables; syncfs alone may write a file's entry before them, and the fsync of a file always does;
 //     b. after a rename the entry of the target is changed in memory only, until the file's own inode is
 //        written; the directory is synced first, which removes the entry of the source, then comes syncfs;
 //     c. what is removed or replaced is held open until the directory is on the disk without it: its clusters

@@ -11,6 +11,7 @@ from robot import SHARE, check_equal, shell
 
 PAIR = ctypes.CDLL(f"{SHARE}/pair.so")
 LIBC = ctypes.CDLL(None)
+WRITE_BACK = "/proc/sys/vm/dirty_writeback_centisecs /proc/sys/vm/dirty_expire_centisecs"
 DISK, LOG, RECORDED = "/dev/ram0", "/dev/ram1", "/dev/mapper/recorded"
 PLACE, PELVA = "/mnt/cut", "/mnt/cut/pelva"
 MARK = 8  # among the flags of a recorded write
@@ -153,7 +154,11 @@ def cut():
     """Each beginning of what a save writes leaves the old template or the new one, and a volume that takes more"""
     os.makedirs(PLACE, exist_ok=True)
     shell("modprobe brd rd_nr=2 rd_size=32768; modprobe dm-log-writes")
+    # The kernel writes back by itself all the time, and so into the middle of a save.
+    usual = shell(f"cat {WRITE_BACK}").split()
+    shell(f"for file in {WRITE_BACK}; do echo 1 >$file; done")
     try:
         check_equal([failure for case in CASES for failure in judge_all(*case)], [], "cuts")
     finally:
+        shell(f"set {' '.join(usual)}; for file in {WRITE_BACK}; do echo $1 >$file; shift; done")
         shell(f"umount {PLACE} 2>/dev/null; dmsetup remove_all --noudevsync; rmmod dm-log-writes brd")
