@@ -18,32 +18,25 @@ std::string name_for_user(const file_node &directory)
     return above + (above.ends_with('/') ? "" : "/") + directory.name;
 }
 
-// The format in the form that belongs to the number.
-std::string counted_text(const char *format, std::size_t count)
-{
-    const owned_gchar text(g_strdup_printf(format, static_cast<unsigned>(count)));
-    return text.get();
-}
-
 std::string gaps_text(std::size_t unread, std::size_t too_long)
 {
     if (unread == 0 && too_long == 0)
         return "";
     if (too_long == 0)
-        return counted_text(
-            P_("%u directory could not be read in full. What is missing there is not marked.",
-               "%u directories could not be read in full. What is missing there is not marked.", unread),
-            unread);
+        return with_count(P_("%u directory could not be read in full. What is missing there is not marked.",
+                             "%u directories could not be read in full. What is missing there is not marked.",
+                             unread),
+                          unread);
     if (unread == 0)
-        return counted_text(P_("%u file has too long a path. It is not marked.",
-                               "%u files have too long a path. They are not marked.", too_long),
-                            too_long);
+        return with_count(P_("%u file has too long a path. It is not marked.",
+                             "%u files have too long a path. They are not marked.", too_long),
+                          too_long);
     // The first and the second half of one sentence.
-    const std::string directories = counted_text(
+    const std::string directories = with_count(
         P_("%u directory could not be read in full", "%u directories could not be read in full", unread),
         unread);
     const std::string files =
-        counted_text(P_("%u file has too long a path", "%u files have too long a path", too_long), too_long);
+        with_count(P_("%u file has too long a path", "%u files have too long a path", too_long), too_long);
     const owned_gchar text(
         g_strdup_printf(_("%s, and %s. They are not marked."), directories.c_str(), files.c_str()));
     return text.get();

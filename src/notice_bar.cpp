@@ -117,6 +117,12 @@ void update_bar(struct app *app, list_kind page)
 
 } // namespace
 
+std::string with_count(const char *format, std::size_t count)
+{
+    const owned_gchar text(g_strdup_printf(format, static_cast<unsigned>(count)));
+    return text.get();
+}
+
 std::string lines_of(const std::list<std::string> &names)
 {
     std::string lines;

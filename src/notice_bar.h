@@ -13,6 +13,9 @@
 void set_notice(struct app *app, list_kind page, notice_subject subject, const std::string &text,
                 std::list<std::string> names = {});
 
+// A text with a number: `format` is the form that belongs to it, with one "%u".
+[[nodiscard]] std::string with_count(const char *format, std::size_t count);
+
 // As dialogs show them: a line for each name.
 [[nodiscard]] std::string lines_of(const std::list<std::string> &names);
 

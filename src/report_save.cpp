@@ -64,12 +64,12 @@ void tell_unwritable(GtkWidget *parent, const std::string &path, int reason)
 // The document can hold no more than its code page.
 void tell_empty_lines(GtkWidget *parent, const std::list<std::string> &names)
 {
-    const owned_gchar text(g_strdup_printf(
+    const std::string text = with_count(
         P_("The name of %u file has characters that the document cannot hold. Its line is empty:",
            "The names of %u files have characters that the document cannot hold. Their lines are empty:",
            names.size()),
-        static_cast<unsigned>(names.size())));
-    dialog_ok_list(parent, _("Warning"), text.get(), "%s", lines_of(names).c_str());
+        names.size());
+    dialog_ok_list(parent, _("Warning"), text.c_str(), "%s", lines_of(names).c_str());
 }
 
 // Whether the report may be written under this name, and its place if so. Nothing but an RTF document is ever

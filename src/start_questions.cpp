@@ -23,12 +23,6 @@ struct entry_texts {
     std::string (*hidden)(std::size_t count);
 };
 
-std::string with_count(const char *format, std::size_t count)
-{
-    const owned_gchar text(g_strdup_printf(format, static_cast<unsigned>(count)));
-    return text.get();
-}
-
 std::string hidden_files_text(std::size_t count)
 {
     return with_count(

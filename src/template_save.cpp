@@ -96,12 +96,12 @@ void note_saved(struct app *app, list_kind kind, std::list<std::string> left_out
     clear_notices(app, kind);
     if (left_out.empty())
         return;
-    const owned_gchar text(g_strdup_printf(
-        P_("%u marked file has no name that the board can read. It is not in the template.",
-           "%u marked files have no name that the board can read. They are not in the template.",
-           left_out.size()),
-        static_cast<unsigned>(left_out.size())));
-    set_notice(app, kind, notice_subject::left_out, text.get(), std::move(left_out));
+    const std::string text =
+        with_count(P_("%u marked file has no name that the board can read. It is not in the template.",
+                      "%u marked files have no name that the board can read. They are not in the template.",
+                      left_out.size()),
+                   left_out.size());
+    set_notice(app, kind, notice_subject::left_out, text, std::move(left_out));
 }
 
 // The template directory as the headers name it, with a separator at its end. Nothing when the user was told

@@ -258,6 +258,19 @@ TEST_F(file_template, leaves_out_and_refuses_what_is_too_long_without_loss)
         EXPECT_EQ(files_changed, refused);
         EXPECT_FALSE(too_long->marked);
     }
+    // What the recovery cannot put right is in the way, and named.
+    const std::string way = app->pelva_db_path + "/.gtk-tarnel-bootfile.nam.new";
+    app->short_path = path.c_str() + 1;
+    for (const bool barred : {true, false}) {
+        if (barred)
+            fs::create_directory(way);
+        else
+            fs::remove(way);
+        EXPECT_EQ(save_file_template(app, partition->store), !barred);
+        EXPECT_EQ(app->file_template.notices[2].text.find(fs::path(way).filename()) != std::string::npos,
+                  barred);
+        EXPECT_EQ(saved(), whole);
+    }
     EXPECT_EQ(dialogs.text, "Warning: File name is too long.\n"
                             "Error: The path of the template directory is too long for the board.\n");
     app->short_path = "";
